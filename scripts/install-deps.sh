@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that running (run) or testing (test) needs, and only those missing.
+set -euo pipefail
+
+purpose=${1:-test}
+run_packages=(cmake ninja-build g++ pkg-config)
+test_packages=("${run_packages[@]}" libgtest-dev googletest clang libclang-rt-14-dev
+               g++-mingw-w64-x86-64-posix wine64)
+
+case "$purpose" in
+    run) wanted=("${run_packages[@]}") ;;
+    test) wanted=("${test_packages[@]}") ;;
+    *) echo "usage: $0 run|test" >&2; exit 2 ;;
+esac
+
+missing=()
+for package in "${wanted[@]}"; do
+    if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed'; then
+        missing+=("$package")
+    fi
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "Installing missing packages: ${missing[*]}"
+sudo=()
+[ "$(id -u)" -eq 0 ] || sudo=(sudo)
+export DEBIAN_FRONTEND=noninteractive
+"${sudo[@]}" apt-get update -qq
+"${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"

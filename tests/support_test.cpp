@@ -1,0 +1,76 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "support/FileBytes.h"
+#include "support/NumberText.h"
+#include "support/Utf8.h"
+#include "tests/TestFiles.h"
+
+namespace {
+
+using velmar::ParseLeadingInt;
+using velmar::ParseLeadingUInt32;
+
+TEST(Utf8, SanitizeKeepsValidTextAndReplacesEachIllFormedSequence) {
+    EXPECT_EQ(velmar::SanitizeUtf8("plain \xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80"),
+              "plain \xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80");
+    const std::string fffd = "\xEF\xBF\xBD";
+    EXPECT_EQ(velmar::SanitizeUtf8("a\xFF" "b"), "a" + fffd + "b");
+    EXPECT_EQ(velmar::SanitizeUtf8("\xC0\xAF"), fffd + fffd) << "overlong";
+    EXPECT_EQ(velmar::SanitizeUtf8("\xED\xA0\x80"), fffd + fffd + fffd) << "encoded surrogate";
+    EXPECT_EQ(velmar::SanitizeUtf8("\xF4\x90\x80\x80"), fffd + fffd + fffd + fffd) << "beyond U+10FFFF";
+    EXPECT_EQ(velmar::SanitizeUtf8("\xE2\x82"), fffd) << "truncated sequence is one maximal subpart";
+    EXPECT_EQ(velmar::SanitizeUtf8("\xE2\x82x"), fffd + "x");
+    EXPECT_TRUE(velmar::IsValidUtf8(""));
+    EXPECT_FALSE(velmar::IsValidUtf8("\x80"));
+}
+
+TEST(Utf8, WideRoundTripIncludingAstralCharacters) {
+    const std::string utf8 = "K\xC3\xB6ln \xE2\x82\xAC \xF0\x9F\x98\x80";
+    const std::wstring wide = velmar::Utf8ToWide(utf8);
+    EXPECT_EQ(wide.size(), sizeof(wchar_t) == 2 ? 9u : 8u);
+    EXPECT_EQ(wide[1], L'\u00f6');
+    EXPECT_EQ(velmar::WideToUtf8(wide), utf8);
+    if constexpr (sizeof(wchar_t) == 2) {
+        // An unpaired surrogate in UTF-16 becomes U+FFFD.
+        EXPECT_EQ(velmar::WideToUtf8(std::wstring(1, static_cast<wchar_t>(0xD800)) + L"x"), "\xEF\xBF\xBDx");
+    }
+}
+
+TEST(NumberText, LeadingIntReadsLikeAtoi) {
+    EXPECT_EQ(ParseLeadingInt(std::string_view("")), 0);
+    EXPECT_EQ(ParseLeadingInt(std::string_view("abc")), 0);
+    EXPECT_EQ(ParseLeadingInt(std::string_view("12abc")), 12);
+    EXPECT_EQ(ParseLeadingInt(std::wstring_view(L" \t-42")), -42);
+    EXPECT_EQ(ParseLeadingInt(std::string_view("+7")), 7);
+    EXPECT_EQ(ParseLeadingInt(std::string_view("- 7")), 0);
+    EXPECT_EQ(ParseLeadingInt(std::string_view("2147483647")), 2147483647);
+    EXPECT_EQ(ParseLeadingInt(std::string_view("2147483648")), 2147483647);
+    EXPECT_EQ(ParseLeadingInt(std::string_view("-2147483648")), -2147483647 - 1);
+    EXPECT_EQ(ParseLeadingInt(std::string_view("-99999999999999999999")), -2147483647 - 1);
+}
+
+TEST(NumberText, LeadingUInt32ReadsLikeWindowsWcstoul) {
+    EXPECT_EQ(ParseLeadingUInt32(std::wstring_view(L"0")), 0u);
+    EXPECT_EQ(ParseLeadingUInt32(std::wstring_view(L"x")), 0u);
+    EXPECT_EQ(ParseLeadingUInt32(std::wstring_view(L"  42abc")), 42u);
+    EXPECT_EQ(ParseLeadingUInt32(std::wstring_view(L"-1")), 0xFFFFFFFFu);
+    EXPECT_EQ(ParseLeadingUInt32(std::wstring_view(L"-2")), 0xFFFFFFFEu);
+    EXPECT_EQ(ParseLeadingUInt32(std::wstring_view(L"4294967295")), 0xFFFFFFFFu);
+    EXPECT_EQ(ParseLeadingUInt32(std::wstring_view(L"4294967296")), 0xFFFFFFFFu) << "overflow gives all ones";
+    EXPECT_EQ(ParseLeadingUInt32(std::wstring_view(L"-4294967296")), 0xFFFFFFFFu);
+}
+
+TEST(FileBytes, ReadsRegularFilesWithinTheLimitOnly) {
+    velmar::test::CTempDir dir;
+    velmar::test::WriteFile(dir / "f.txt", std::string("a\0b", 3));
+    const auto bytes = velmar::ReadFileBytes((dir / "f.txt").wstring(), 3);
+    ASSERT_TRUE(bytes.has_value());
+    EXPECT_EQ(*bytes, std::string("a\0b", 3));
+    EXPECT_FALSE(velmar::ReadFileBytes((dir / "f.txt").wstring(), 2).has_value());
+    EXPECT_FALSE(velmar::ReadFileBytes((dir / "absent").wstring(), 100).has_value());
+    EXPECT_FALSE(velmar::ReadFileBytes(dir.Path().wstring(), 100).has_value());
+}
+
+}  // namespace
