@@ -22,7 +22,8 @@ int CVelmarTaskSchedulerApp::Run(const std::vector<std::wstring>& arguments) {
     m_nVelmarSync = cmdInfo.m_nVelmarSync;
 
     PrintLine(L"VelmarTaskScheduler");
-    PrintLine(L"MEM_LIMIT=" + std::to_wstring(m_nMemLimit) + L" VELMAR_SYNC=" + std::to_wstring(m_nVelmarSync));
+    PrintLine(L"MEM_LIMIT=" + std::to_wstring(m_nMemLimit) + L" VELMAR_SYNC=" +
+              std::to_wstring(m_nVelmarSync));
     PrintLine(L"Velmar.ini: " + ProcessIniSettings().LocatedPath());
     std::fflush(stdout);
     return 0;

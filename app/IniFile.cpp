@@ -48,9 +48,12 @@ int CIniSettings::ReadInt(const std::wstring& section, const std::wstring& key, 
     return static_cast<int>(velmar::ParseLeadingUInt32(std::wstring_view(text)));
 }
 
-const CIniSettings& ProcessIniSettings() { return g_iniSettings; }
+const CIniSettings& ProcessIniSettings() {
+    return g_iniSettings;
+}
 
-std::wstring ReadIniString(const std::wstring& section, const std::wstring& key, const std::wstring& defaultValue) {
+std::wstring ReadIniString(const std::wstring& section, const std::wstring& key,
+                           const std::wstring& defaultValue) {
     return g_iniSettings.ReadString(section, key, defaultValue);
 }
 

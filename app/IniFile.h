@@ -12,7 +12,8 @@ std::wstring GetIniFilePath(const std::wstring& name);
 
 // The value of key in section of the process's Velmar.ini, at most 2999 characters; defaultValue when the
 // key or the file is missing.
-std::wstring ReadIniString(const std::wstring& section, const std::wstring& key, const std::wstring& defaultValue);
+std::wstring ReadIniString(const std::wstring& section, const std::wstring& key,
+                           const std::wstring& defaultValue);
 // The key read as text, converted as wcstoul does in base 10 and taken as signed 32 bits; defaultValue when
 // the text is empty (missing or present but empty); 0 for text without leading digits.
 int ReadIniInt(const std::wstring& section, const std::wstring& key, int defaultValue);

@@ -16,7 +16,9 @@ namespace {
 constexpr size_t kMaxIniFileBytes = 16u * 1024 * 1024;
 
 std::wstring_view Trim(std::wstring_view text) {
-    const auto isSpace = [](wchar_t c) { return c == L' ' || c == L'\t' || c == L'\r' || c == L'\v' || c == L'\f'; };
+    const auto isSpace = [](wchar_t c) {
+        return c == L' ' || c == L'\t' || c == L'\r' || c == L'\v' || c == L'\f';
+    };
     while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
     while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
     return text;
@@ -26,13 +28,15 @@ std::wstring_view Trim(std::wstring_view text) {
 bool EqualsIgnoringCase(std::wstring_view a, std::wstring_view b) {
     if (a.size() != b.size()) return false;
     for (size_t i = 0; i < a.size(); ++i)
-        if (std::towlower(static_cast<wint_t>(a[i])) != std::towlower(static_cast<wint_t>(b[i]))) return false;
+        if (std::towlower(static_cast<wint_t>(a[i])) != std::towlower(static_cast<wint_t>(b[i])))
+            return false;
     return true;
 }
 
 // One pair of matching quotes around a value is dropped, as GetPrivateProfileString does.
 std::wstring_view Unquote(std::wstring_view value) {
-    if (value.size() >= 2 && (value.front() == L'"' || value.front() == L'\'') && value.back() == value.front())
+    if (value.size() >= 2 && (value.front() == L'"' || value.front() == L'\'') &&
+        value.back() == value.front())
         return value.substr(1, value.size() - 2);
     return value;
 }

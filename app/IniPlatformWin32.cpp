@@ -1,6 +1,6 @@
-#include <windows.h>
 #include <shlobj.h>
 #include <shlwapi.h>
+#include <windows.h>
 
 #include <cstdio>
 
@@ -29,7 +29,9 @@ std::wstring CommonConfigDirectory() {
     return path;
 }
 
-std::wstring FileNamePart(const std::wstring& path) { return PathFindFileNameW(path.c_str()); }
+std::wstring FileNamePart(const std::wstring& path) {
+    return PathFindFileNameW(path.c_str());
+}
 
 bool CanOpenForReading(const std::wstring& path) {
     FILE* file = _wfopen(path.c_str(), L"r");
@@ -41,7 +43,8 @@ bool CanOpenForReading(const std::wstring& path) {
 std::optional<std::wstring> ReadProfileValue(const std::wstring& file, const std::wstring& section,
                                              const std::wstring& key) {
     wchar_t value[kMaxValueLength + 1] = {};
-    GetPrivateProfileStringW(section.c_str(), key.c_str(), kSentinel, value, kMaxValueLength + 1, file.c_str());
+    GetPrivateProfileStringW(section.c_str(), key.c_str(), kSentinel, value, kMaxValueLength + 1,
+                             file.c_str());
     if (std::wcscmp(value, kSentinel) == 0) return std::nullopt;
     return std::wstring(value);
 }

@@ -48,7 +48,9 @@ bool CkJsonArray::AddElementAt(int index, JsonNodePtr value) {
     return m_handle.Succeed();
 }
 
-bool CkJsonArray::AddObjectAt(int index) { return AddElementAt(index, MakeNode(JsonKind::Object)); }
+bool CkJsonArray::AddObjectAt(int index) {
+    return AddElementAt(index, MakeNode(JsonKind::Object));
+}
 
 bool CkJsonArray::AddStringAt(int index, const char* value) {
     if (!value) return m_handle.Fail("No string value.");

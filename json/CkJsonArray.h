@@ -14,7 +14,7 @@ public:
     CkJsonArray& operator=(const CkJsonArray&) = delete;
 
     int Count();
-    const char* StringAt(int index);                   // null when out of range
+    const char* StringAt(int index);                    // null when out of range
     std::unique_ptr<CkJsonObject> ObjectAt(int index);  // null unless the element is an object
     // Index -1 (or any index past the end) appends.
     bool AddObjectAt(int index);

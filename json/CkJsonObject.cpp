@@ -41,7 +41,8 @@ std::string CkJsonObject::LoadableText(std::string_view json, bool& fromFile) {
     fromFile = false;
     if (!json.empty() && json.size() < kFileNameTextLimit && json.find('{') == json.npos &&
         json.find('\0') == json.npos) {
-        const std::wstring path = m_handle.Utf8Strings() ? velmar::Utf8ToWide(json) : velmar::AnsiToWide(json);
+        const std::wstring path =
+            m_handle.Utf8Strings() ? velmar::Utf8ToWide(json) : velmar::AnsiToWide(json);
         if (std::optional<std::string> bytes = velmar::ReadFileBytes(path, kMaxJsonFileBytes)) {
             m_handle.Log("LoadFile");
             fromFile = true;
@@ -62,7 +63,8 @@ bool CkJsonObject::Load(std::string_view json) {
     if (!parsed || parsed->kind != JsonKind::Object) {
         if (parsed) error = "The JSON text is not an object.";
         if (!fromFile && json.size() < kFileNameTextLimit && json.find('{') == json.npos)
-            error += "\nAttention: The contents of the JSON should be passed to this method, NOT the file path.";
+            error +=
+                "\nAttention: The contents of the JSON should be passed to this method, NOT the file path.";
         return m_handle.Fail(std::move(error));
     }
     const auto lock = m_handle.Lock();
@@ -194,7 +196,9 @@ bool CkJsonObject::AddMemberAt(int index, const char* name, JsonNodePtr value) {
     return m_handle.Succeed();
 }
 
-bool CkJsonObject::AppendString(const char* name, const char* value) { return AddStringAt(-1, name, value); }
+bool CkJsonObject::AppendString(const char* name, const char* value) {
+    return AddStringAt(-1, name, value);
+}
 
 bool CkJsonObject::AddStringAt(int index, const char* name, const char* value) {
     if (!value) return m_handle.Fail("No string value.");

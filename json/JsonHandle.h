@@ -27,7 +27,9 @@ public:
     JsonDocument& Document() const { return *m_document; }
     const JsonNodePtr& Node() const { return m_node; }
     // A handle on another node of the same document, with this handle's encoding.
-    CJsonHandle Derive(JsonNodePtr node) const { return CJsonHandle(m_document, std::move(node), m_bUtf8Strings); }
+    CJsonHandle Derive(JsonNodePtr node) const {
+        return CJsonHandle(m_document, std::move(node), m_bUtf8Strings);
+    }
 
     bool Utf8Strings() const { return m_bUtf8Strings; }
     void SetUtf8Strings(bool utf8) { m_bUtf8Strings = utf8; }

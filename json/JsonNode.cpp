@@ -24,6 +24,8 @@ JsonNode::~JsonNode() {
     }
 }
 
-JsonNodePtr MakeNode(JsonKind kind, std::string text) { return std::make_shared<JsonNode>(kind, std::move(text)); }
+JsonNodePtr MakeNode(JsonKind kind, std::string text) {
+    return std::make_shared<JsonNode>(kind, std::move(text));
+}
 
 }  // namespace velmar::json

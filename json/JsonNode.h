@@ -22,7 +22,8 @@ struct JsonMember {
 };
 
 struct JsonNode {
-    explicit JsonNode(JsonKind nodeKind, std::string nodeText = {}) : kind(nodeKind), text(std::move(nodeText)) {}
+    explicit JsonNode(JsonKind nodeKind, std::string nodeText = {})
+        : kind(nodeKind), text(std::move(nodeText)) {}
     // Tears nested containers down with a work list: a deep tree must not recurse through destructors.
     ~JsonNode();
     JsonNode(const JsonNode&) = delete;
@@ -31,9 +32,9 @@ struct JsonNode {
     bool IsContainer() const { return kind == JsonKind::Object || kind == JsonKind::Array; }
 
     JsonKind kind;
-    std::string text;                  // String, Number, Bool, Null
-    std::vector<JsonMember> members;   // Object, in insertion order
-    std::vector<JsonNodePtr> elements; // Array
+    std::string text;                   // String, Number, Bool, Null
+    std::vector<JsonMember> members;    // Object, in insertion order
+    std::vector<JsonNodePtr> elements;  // Array
 };
 
 JsonNodePtr MakeNode(JsonKind kind, std::string text = {});

@@ -68,10 +68,14 @@ bool CJsonParser::ParseHex4(std::uint32_t& value) {
     for (int i = 0; i < 4; ++i) {
         const char c = m_text[m_pos++];
         value <<= 4;
-        if (c >= '0' && c <= '9') value |= static_cast<std::uint32_t>(c - '0');
-        else if (c >= 'a' && c <= 'f') value |= static_cast<std::uint32_t>(c - 'a' + 10);
-        else if (c >= 'A' && c <= 'F') value |= static_cast<std::uint32_t>(c - 'A' + 10);
-        else return Fail("invalid \\u escape");
+        if (c >= '0' && c <= '9')
+            value |= static_cast<std::uint32_t>(c - '0');
+        else if (c >= 'a' && c <= 'f')
+            value |= static_cast<std::uint32_t>(c - 'a' + 10);
+        else if (c >= 'A' && c <= 'F')
+            value |= static_cast<std::uint32_t>(c - 'A' + 10);
+        else
+            return Fail("invalid \\u escape");
     }
     return true;
 }
@@ -81,7 +85,8 @@ bool CJsonParser::ParseString(std::string& out) {
     for (;;) {
         // Copy the run up to the next quote, backslash or control character in one step.
         const size_t runStart = m_pos;
-        while (!AtEnd() && Peek() != '"' && Peek() != '\\' && static_cast<unsigned char>(Peek()) >= 0x20) ++m_pos;
+        while (!AtEnd() && Peek() != '"' && Peek() != '\\' && static_cast<unsigned char>(Peek()) >= 0x20)
+            ++m_pos;
         out.append(m_text.substr(runStart, m_pos - runStart));
         if (AtEnd()) return Fail("unterminated string");
         const char c = m_text[m_pos++];
@@ -89,14 +94,30 @@ bool CJsonParser::ParseString(std::string& out) {
         if (c != '\\') return Fail("control character in string");
         if (AtEnd()) return Fail("unterminated escape");
         switch (m_text[m_pos++]) {
-            case '"': out += '"'; break;
-            case '\\': out += '\\'; break;
-            case '/': out += '/'; break;
-            case 'b': out += '\b'; break;
-            case 'f': out += '\f'; break;
-            case 'n': out += '\n'; break;
-            case 'r': out += '\r'; break;
-            case 't': out += '\t'; break;
+            case '"':
+                out += '"';
+                break;
+            case '\\':
+                out += '\\';
+                break;
+            case '/':
+                out += '/';
+                break;
+            case 'b':
+                out += '\b';
+                break;
+            case 'f':
+                out += '\f';
+                break;
+            case 'n':
+                out += '\n';
+                break;
+            case 'r':
+                out += '\r';
+                break;
+            case 't':
+                out += '\t';
+                break;
             case 'u': {
                 std::uint32_t unit = 0;
                 if (!ParseHex4(unit)) return false;
@@ -177,9 +198,12 @@ bool CJsonParser::ParseValue(State& state) {
             std::string text;
             return ParseString(text) && Attach(MakeNode(JsonKind::String, std::move(text)));
         }
-        case 't': return ParseLiteral("true", JsonKind::Bool);
-        case 'f': return ParseLiteral("false", JsonKind::Bool);
-        case 'n': return ParseLiteral("null", JsonKind::Null);
+        case 't':
+            return ParseLiteral("true", JsonKind::Bool);
+        case 'f':
+            return ParseLiteral("false", JsonKind::Bool);
+        case 'n':
+            return ParseLiteral("null", JsonKind::Null);
         default:
             if (Peek() == '-' || (Peek() >= '0' && Peek() <= '9')) return ParseNumber();
             return Fail("unexpected character");
@@ -235,6 +259,8 @@ JsonNodePtr CJsonParser::Parse(std::string& error) {
 
 }  // namespace
 
-JsonNodePtr ParseJson(std::string_view text, std::string& error) { return CJsonParser(text).Parse(error); }
+JsonNodePtr ParseJson(std::string_view text, std::string& error) {
+    return CJsonParser(text).Parse(error);
+}
 
 }  // namespace velmar::json

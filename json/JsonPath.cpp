@@ -29,7 +29,8 @@ JsonNodePtr FindPath(const JsonNodePtr& start, std::string_view path, std::strin
     size_t pos = 0;
     for (bool first = true;; first = false) {
         const size_t nameEnd = path.find_first_of(".[", pos);
-        const std::string_view name = path.substr(pos, nameEnd == std::string_view::npos ? path.npos : nameEnd - pos);
+        const std::string_view name =
+            path.substr(pos, nameEnd == std::string_view::npos ? path.npos : nameEnd - pos);
         pos = nameEnd == std::string_view::npos ? path.size() : nameEnd;
         // Only a leading segment may be a bare index ("[0]" on an array handle's node).
         if (name.empty() && !(first && pos < path.size() && path[pos] == '[')) {

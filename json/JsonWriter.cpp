@@ -41,12 +41,17 @@ private:
 
     void Open(const JsonNode& node) {
         switch (node.kind) {
-            case JsonKind::String: AppendQuoted(m_out, node.text); return;
+            case JsonKind::String:
+                AppendQuoted(m_out, node.text);
+                return;
             case JsonKind::Number:
             case JsonKind::Bool:
-            case JsonKind::Null: m_out += node.text; return;
+            case JsonKind::Null:
+                m_out += node.text;
+                return;
             case JsonKind::Object:
-            case JsonKind::Array: break;
+            case JsonKind::Array:
+                break;
         }
         const bool isObject = node.kind == JsonKind::Object;
         if (isObject ? node.members.empty() : node.elements.empty()) {
@@ -76,13 +81,27 @@ void AppendQuoted(std::string& out, std::string_view text) {
     out += '"';
     for (const char c : text) {
         switch (c) {
-            case '"': out += "\\\""; break;
-            case '\\': out += "\\\\"; break;
-            case '\b': out += "\\b"; break;
-            case '\f': out += "\\f"; break;
-            case '\n': out += "\\n"; break;
-            case '\r': out += "\\r"; break;
-            case '\t': out += "\\t"; break;
+            case '"':
+                out += "\\\"";
+                break;
+            case '\\':
+                out += "\\\\";
+                break;
+            case '\b':
+                out += "\\b";
+                break;
+            case '\f':
+                out += "\\f";
+                break;
+            case '\n':
+                out += "\\n";
+                break;
+            case '\r':
+                out += "\\r";
+                break;
+            case '\t':
+                out += "\\t";
+                break;
             default:
                 if (static_cast<unsigned char>(c) < 0x20) {
                     out += "\\u00";

@@ -30,9 +30,17 @@ std::string WideToMultiByte(UINT codePage, std::wstring_view text) {
 
 }  // namespace
 
-std::wstring AnsiToWide(std::string_view text) { return MultiByteToWide(CP_THREAD_ACP, text); }
-std::string WideToAnsi(std::wstring_view text) { return WideToMultiByte(CP_THREAD_ACP, text); }
-std::string AnsiToUtf8(std::string_view text) { return WideToUtf8(AnsiToWide(text)); }
-std::string Utf8ToAnsi(std::string_view text) { return WideToAnsi(Utf8ToWide(text)); }
+std::wstring AnsiToWide(std::string_view text) {
+    return MultiByteToWide(CP_THREAD_ACP, text);
+}
+std::string WideToAnsi(std::wstring_view text) {
+    return WideToMultiByte(CP_THREAD_ACP, text);
+}
+std::string AnsiToUtf8(std::string_view text) {
+    return WideToUtf8(AnsiToWide(text));
+}
+std::string Utf8ToAnsi(std::string_view text) {
+    return WideToAnsi(Utf8ToWide(text));
+}
 
 }  // namespace velmar

@@ -56,7 +56,8 @@ template <class Char>
 constexpr std::uint32_t ParseLeadingUInt32(std::basic_string_view<Char> text) {
     bool negative = false;
     const std::uint64_t magnitude = detail::LeadingMagnitude(text, negative);
-    if (magnitude > std::numeric_limits<std::uint32_t>::max()) return std::numeric_limits<std::uint32_t>::max();
+    if (magnitude > std::numeric_limits<std::uint32_t>::max())
+        return std::numeric_limits<std::uint32_t>::max();
     const auto value = static_cast<std::uint32_t>(magnitude);
     return negative ? static_cast<std::uint32_t>(0u - value) : value;
 }

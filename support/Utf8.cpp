@@ -25,13 +25,13 @@ char32_t DecodeOne(std::string_view text, size_t& pos, bool& wellFormed) {
     } else if (lead >= 0xE0 && lead <= 0xEF) {
         length = 3;
         codePoint = lead & 0x0F;
-        if (lead == 0xE0) lowest = 0xA0;      // overlong
-        if (lead == 0xED) highest = 0x9F;     // surrogates
+        if (lead == 0xE0) lowest = 0xA0;   // overlong
+        if (lead == 0xED) highest = 0x9F;  // surrogates
     } else if (lead >= 0xF0 && lead <= 0xF4) {
         length = 4;
         codePoint = lead & 0x07;
-        if (lead == 0xF0) lowest = 0x90;      // overlong
-        if (lead == 0xF4) highest = 0x8F;     // above U+10FFFF
+        if (lead == 0xF0) lowest = 0x90;   // overlong
+        if (lead == 0xF4) highest = 0x8F;  // above U+10FFFF
     } else {
         ++pos;
         wellFormed = false;

@@ -30,19 +30,19 @@ TEST_P(CommandLineKeys, ReadsBothKeys) {
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, CommandLineKeys,
-    ::testing::Values(KeyCase{{}, 0, 1},                                        // defaults
+    ::testing::Values(KeyCase{{}, 0, 1},  // defaults
                       KeyCase{{L"MEM_LIMIT=512"}, 512, 1},
-                      KeyCase{{L"MEM_LIMIT=300", L"MEM_LIMIT="}, 300, 1},       // empty rest keeps the value
-                      KeyCase{{L"MEM_LIMIT=abc"}, 0, 1},                        // letters only: 0
-                      KeyCase{{L"MEM_LIMIT=64MB"}, 64, 1},                      // leading digits
-                      KeyCase{{L"xMEM_LIMIT=7"}, 7, 1},                         // found anywhere
-                      KeyCase{{L"/MEM_LIMIT=9", L"-VELMAR_SYNC=4"}, 9, 4},      // as switches
-                      KeyCase{{L"/p", L"MEM_LIMIT=20"}, 20, 1},                 // a switch before the key
-                      KeyCase{{L"MEM_LIMIT=5VELMAR_SYNC=3"}, 5, 3},             // both in one argument
-                      KeyCase{{L"VELMAR_SYNC=2", L"VELMAR_SYNC=8"}, 0, 8},      // the last one wins
-                      KeyCase{{L"VELMAR_SYNC=-3", L"MEM_LIMIT= 12"}, 12, -3},   // sign and white space
-                      KeyCase{{L"mem_limit=5"}, 0, 1},                          // keys are case-sensitive
-                      KeyCase{{L"MEM_LIMIT=99999999999"}, 2147483647, 1}));     // saturates
+                      KeyCase{{L"MEM_LIMIT=300", L"MEM_LIMIT="}, 300, 1},      // empty rest keeps the value
+                      KeyCase{{L"MEM_LIMIT=abc"}, 0, 1},                       // letters only: 0
+                      KeyCase{{L"MEM_LIMIT=64MB"}, 64, 1},                     // leading digits
+                      KeyCase{{L"xMEM_LIMIT=7"}, 7, 1},                        // found anywhere
+                      KeyCase{{L"/MEM_LIMIT=9", L"-VELMAR_SYNC=4"}, 9, 4},     // as switches
+                      KeyCase{{L"/p", L"MEM_LIMIT=20"}, 20, 1},                // a switch before the key
+                      KeyCase{{L"MEM_LIMIT=5VELMAR_SYNC=3"}, 5, 3},            // both in one argument
+                      KeyCase{{L"VELMAR_SYNC=2", L"VELMAR_SYNC=8"}, 0, 8},     // the last one wins
+                      KeyCase{{L"VELMAR_SYNC=-3", L"MEM_LIMIT= 12"}, 12, -3},  // sign and white space
+                      KeyCase{{L"mem_limit=5"}, 0, 1},                         // keys are case-sensitive
+                      KeyCase{{L"MEM_LIMIT=99999999999"}, 2147483647, 1}));    // saturates
 
 TEST(CommandLineBase, FrameworkSwitchesAndFileName) {
     const CTaskSchedCCmdLineInfo none = Parsed({});

@@ -43,7 +43,8 @@ TEST_F(IniRead, IntegersConvertLikeWcstoulAndOnlyEmptyTextFallsBack) {
         "  SPACED   =   7   \n");
     EXPECT_EQ(ini.ReadInt(L"KESTA", L"EMPTY", 1), 1);
     EXPECT_EQ(ini.ReadInt(L"KESTA", L"ZERO", 1), 0);
-    EXPECT_EQ(ini.ReadInt(L"KESTA", L"LETTER", 1), 0) << "present but not numeric reads as 0, not the default";
+    EXPECT_EQ(ini.ReadInt(L"KESTA", L"LETTER", 1), 0)
+        << "present but not numeric reads as 0, not the default";
     EXPECT_EQ(ini.ReadInt(L"KESTA", L"MINUS", 1), -1);
     EXPECT_EQ(ini.ReadInt(L"KESTA", L"HUGE", 1), -1);
     EXPECT_EQ(ini.ReadInt(L"KESTA", L"TRAILING", 1), 42);
@@ -76,15 +77,19 @@ TEST_F(IniRead, ValuesAreCutAt2999Characters) {
 }
 
 TEST_F(IniRead, Utf8TextWithByteOrderMark) {
-    const CIniSettings ini = Settings("\xEF\xBB\xBF[KESTA]\nARCHIVE_MSGSTORE=Postf\xC3\xA4" "cher\n");
+    const CIniSettings ini = Settings(
+        "\xEF\xBB\xBF[KESTA]\nARCHIVE_MSGSTORE=Postf\xC3\xA4"
+        "cher\n");
     EXPECT_EQ(ini.ReadString(L"KESTA", L"ARCHIVE_MSGSTORE", L""), L"Postf\u00e4cher");
 }
 
 TEST_F(IniRead, OverrideFileIsConsultedFirst) {
     WriteFile(m_dir / "override.ini", "[KESTA]\nARCHIVE_MSGSTORE=\nMAPI_EXTERN=5\n");
-    WriteFile(m_dir / "located.ini", "[KESTA]\nARCHIVE_MSGSTORE=Archiv\nMAPI_EXTERN=1\nMAPI_CACHE_MSGSTORE=0\n");
+    WriteFile(m_dir / "located.ini",
+              "[KESTA]\nARCHIVE_MSGSTORE=Archiv\nMAPI_EXTERN=1\nMAPI_CACHE_MSGSTORE=0\n");
     const CIniSettings ini((m_dir / "override.ini").wstring(), (m_dir / "located.ini").wstring());
-    EXPECT_EQ(ini.ReadString(L"KESTA", L"ARCHIVE_MSGSTORE", L"dflt"), L"") << "empty in the override still counts";
+    EXPECT_EQ(ini.ReadString(L"KESTA", L"ARCHIVE_MSGSTORE", L"dflt"), L"")
+        << "empty in the override still counts";
     EXPECT_EQ(ini.ReadInt(L"KESTA", L"MAPI_EXTERN", 0), 5);
     EXPECT_EQ(ini.ReadInt(L"KESTA", L"MAPI_CACHE_MSGSTORE", 1), 0) << "missing in the override: located file";
     const CIniSettings absentOverride((m_dir / "absent.ini").wstring(), (m_dir / "located.ini").wstring());
@@ -119,7 +124,8 @@ TEST(IniLocation, ExecutableFolderBeatsCommonFolder) {
         EXPECT_EQ(velmar::ini::CommonConfigDirectory(), xdg.Path().wstring());
     }
     const std::filesystem::path common = velmar::ini::CommonConfigDirectory();
-    const std::filesystem::path beside = std::filesystem::path(velmar::ini::ExecutableDirectory()) / "Velmar.ini";
+    const std::filesystem::path beside =
+        std::filesystem::path(velmar::ini::ExecutableDirectory()) / "Velmar.ini";
     ASSERT_FALSE(common.empty());
     ASSERT_FALSE(std::filesystem::exists(beside)) << "leftover " << beside;
     const std::filesystem::path inCommon = common / "Velmar" / "Velmar.ini";
@@ -133,7 +139,8 @@ TEST(IniLocation, ExecutableFolderBeatsCommonFolder) {
 }
 
 TEST(IniLocation, BareNameResolvesAgainstTheWorkingFolder) {
-    if (velmar::ini::kPathSeparator == L'\\') GTEST_SKIP() << "Windows resolves a bare name in its own folder";
+    if (velmar::ini::kPathSeparator == L'\\')
+        GTEST_SKIP() << "Windows resolves a bare name in its own folder";
     CTempDir work;
     WriteFile(work / "Velmar.ini", "[KESTA]\nMAPI_EXTERN=1\n");
     const std::filesystem::path previous = std::filesystem::current_path();

@@ -67,10 +67,10 @@ TEST(JsonEmit, ReplyIdiomsNestAndIndent) {
 TEST(JsonEmit, InsertPositionsAndOrder) {
     CkJsonObject json;
     json.AppendString("b", "2");
-    json.AddStringAt(0, "a", "1");    // before the first
-    json.AddIntAt(99, "d", 4);        // past the end appends
-    json.AddStringAt(2, "c", "3");    // before "d"
-    json.AddStringAt(-1, "b", "dup"); // the model does not refuse a repeated name
+    json.AddStringAt(0, "a", "1");     // before the first
+    json.AddIntAt(99, "d", 4);         // past the end appends
+    json.AddStringAt(2, "c", "3");     // before "d"
+    json.AddStringAt(-1, "b", "dup");  // the model does not refuse a repeated name
     EXPECT_EQ(Emitted(json, true), R"({"a":"1","b":"2","c":"3","d":4,"b":"dup"})");
     EXPECT_STREQ(json.StringOf("b"), "2") << "the first member of a name wins";
     EXPECT_FALSE(json.AppendString(nullptr, "x"));
@@ -141,8 +141,8 @@ TEST_F(JsonLookup, PathsWalkObjectsAndArrays) {
     EXPECT_STREQ(m_json.StringOf("list[2][0]"), "z");
     EXPECT_EQ(m_json.StringOf("list[3]"), nullptr);
     EXPECT_STREQ(m_json.LastErrorText(), "JSON array index out-of-bounds");
-    for (const char* malformed : {"", "obj.", ".obj", "obj..a", "list[", "list[x]", "list[]", "list[0]x",
-                                  "list[99999999999]"}) {
+    for (const char* malformed :
+         {"", "obj.", ".obj", "obj..a", "list[", "list[x]", "list[]", "list[0]x", "list[99999999999]"}) {
         EXPECT_EQ(m_json.StringOf(malformed), nullptr) << malformed;
         EXPECT_FALSE(m_json.HasMember(malformed)) << malformed;
     }
@@ -190,9 +190,10 @@ TEST_F(JsonLookup, ResultStringsSurviveTheNextCall) {
 TEST(JsonLoad, AcceptsRfc8259) {
     CkJsonObject json;
     json.SetUtf8Strings(true);
-    ASSERT_TRUE(json.Load(" \t\r\n{ \"e\" : \"\\u00e9\\u20AC\\ud83d\\ude00\\/\" , \"n\":[-0.5e-7,0,1E+2,"
-                          "123456789012345678901234567890123456789], \"lone\":\"\\ud800x\", \"t\":true,"
-                          "\"f\":false,\"z\":null,\"o\":{},\"a\":[] } \n"));
+    ASSERT_TRUE(
+        json.Load(" \t\r\n{ \"e\" : \"\\u00e9\\u20AC\\ud83d\\ude00\\/\" , \"n\":[-0.5e-7,0,1E+2,"
+                  "123456789012345678901234567890123456789], \"lone\":\"\\ud800x\", \"t\":true,"
+                  "\"f\":false,\"z\":null,\"o\":{},\"a\":[] } \n"));
     EXPECT_STREQ(json.StringOf("e"), "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80/");
     EXPECT_STREQ(json.StringOf("n[0]"), "-0.5e-7");
     EXPECT_STREQ(json.StringOf("n[3]"), "123456789012345678901234567890123456789");
@@ -205,13 +206,43 @@ TEST(JsonLoad, AcceptsRfc8259) {
 }
 
 TEST(JsonLoad, RefusesMalformedText) {
-    const std::string cases[] = {
-        "", "   ", "{", "{\"a\"", "{\"a\":", "{\"a\":1", "{\"a\":1,}", "{,}", "{\"a\" 1}", "{a:1}",
-        "{\"a\":01}", "{\"a\":-}", "{\"a\":1.}", "{\"a\":.5}", "{\"a\":1e}", "{\"a\":+1}", "{\"a\":tru}",
-        "{\"a\":\"x}", "{\"a\":\"\\x\"}", "{\"a\":\"\\u12g4\"}", "{\"a\":\"\\u12\"}", "{\"a\":\"tab\there\"}",
-        std::string("{\"a\":\"nul\0inside\"}", 19), std::string("{\"a\":1}\0", 8), "{\"a\":1} x", "{} {}",
-        "{\"a\":[1,2}", "{\"a\":{]}", "[1,2]", "\"text\"", "42", "\xFF{}", "{\"a\":1}\xC0",
-        "{\"a\":\x01}", "{'a':1}", "{\"a\":NaN}", "{\"a\":Infinity}"};
+    const std::string cases[] = {"",
+                                 "   ",
+                                 "{",
+                                 "{\"a\"",
+                                 "{\"a\":",
+                                 "{\"a\":1",
+                                 "{\"a\":1,}",
+                                 "{,}",
+                                 "{\"a\" 1}",
+                                 "{a:1}",
+                                 "{\"a\":01}",
+                                 "{\"a\":-}",
+                                 "{\"a\":1.}",
+                                 "{\"a\":.5}",
+                                 "{\"a\":1e}",
+                                 "{\"a\":+1}",
+                                 "{\"a\":tru}",
+                                 "{\"a\":\"x}",
+                                 "{\"a\":\"\\x\"}",
+                                 "{\"a\":\"\\u12g4\"}",
+                                 "{\"a\":\"\\u12\"}",
+                                 "{\"a\":\"tab\there\"}",
+                                 std::string("{\"a\":\"nul\0inside\"}", 19),
+                                 std::string("{\"a\":1}\0", 8),
+                                 "{\"a\":1} x",
+                                 "{} {}",
+                                 "{\"a\":[1,2}",
+                                 "{\"a\":{]}",
+                                 "[1,2]",
+                                 "\"text\"",
+                                 "42",
+                                 "\xFF{}",
+                                 "{\"a\":1}\xC0",
+                                 "{\"a\":\x01}",
+                                 "{'a':1}",
+                                 "{\"a\":NaN}",
+                                 "{\"a\":Infinity}"};
     for (const std::string& text : cases) {
         CkJsonObject json;
         json.AppendString("kept", "yes");
@@ -255,8 +286,9 @@ TEST(JsonLoad, ShortTextWithoutBraceNamesAFile) {
 
     CkJsonObject missing;
     EXPECT_FALSE(missing.Load((dir / "absent.json").string()));
-    EXPECT_NE(std::string(missing.LastErrorText()).find("Attention: The contents of the JSON should be passed"),
-              std::string::npos);
+    EXPECT_NE(
+        std::string(missing.LastErrorText()).find("Attention: The contents of the JSON should be passed"),
+        std::string::npos);
     CkJsonObject folder;
     EXPECT_FALSE(folder.Load(dir.Path().string())) << "a folder is not a file";
     // Text with a brace, or 512 bytes and more, is JSON text however it looks.
@@ -311,12 +343,18 @@ TEST(JsonHandles, EightBitStringsFollowTheHandleEncoding) {
     ASSERT_TRUE(json.Load(R"({"name":"Gr\u00fc\u00dfe"})"));
     EXPECT_EQ(std::string(json.StringOf("name")), velmar::WideToAnsi(L"Gr\u00fc\u00dfe"));
     json.SetUtf8Strings(true);
-    EXPECT_STREQ(json.StringOf("name"), "Gr\xC3\xBC\xC3\x9F" "e");
+    EXPECT_STREQ(json.StringOf("name"),
+                 "Gr\xC3\xBC\xC3\x9F"
+                 "e");
     json.AddArrayAt(-1, "list");
     EXPECT_TRUE(json.ArrayOf("list")->Utf8Strings()) << "accessor handles inherit the encoding";
     // Ill-formed UTF-8 handed in never reaches the document as such.
-    json.AppendString("bad", "a\xFF" "b");
-    EXPECT_STREQ(json.StringOf("bad"), "a\xEF\xBF\xBD" "b");
+    json.AppendString("bad",
+                      "a\xFF"
+                      "b");
+    EXPECT_STREQ(json.StringOf("bad"),
+                 "a\xEF\xBF\xBD"
+                 "b");
 }
 
 }  // namespace

@@ -16,7 +16,9 @@ TEST(Utf8, SanitizeKeepsValidTextAndReplacesEachIllFormedSequence) {
     EXPECT_EQ(velmar::SanitizeUtf8("plain \xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80"),
               "plain \xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80");
     const std::string fffd = "\xEF\xBF\xBD";
-    EXPECT_EQ(velmar::SanitizeUtf8("a\xFF" "b"), "a" + fffd + "b");
+    EXPECT_EQ(velmar::SanitizeUtf8("a\xFF"
+                                   "b"),
+              "a" + fffd + "b");
     EXPECT_EQ(velmar::SanitizeUtf8("\xC0\xAF"), fffd + fffd) << "overlong";
     EXPECT_EQ(velmar::SanitizeUtf8("\xED\xA0\x80"), fffd + fffd + fffd) << "encoded surrogate";
     EXPECT_EQ(velmar::SanitizeUtf8("\xF4\x90\x80\x80"), fffd + fffd + fffd + fffd) << "beyond U+10FFFF";
