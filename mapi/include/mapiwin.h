@@ -49,8 +49,9 @@ typedef HRESULT SCODE;
 #endif
 
 #define STDMETHODCALLTYPE
-#define STDAPI extern "C" HRESULT
-#define STDAPI_(type) extern "C" type
+/* Entry points are exported from the shared library, whatever the visibility its objects are built with. */
+#define STDAPI extern "C" __attribute__((visibility("default"))) HRESULT
+#define STDAPI_(type) extern "C" __attribute__((visibility("default"))) type
 #define WINAPI
 
 #define SUCCEEDED(hr) (((HRESULT)(hr)) >= 0)

@@ -1,0 +1,104 @@
+#include "mapi/provider/EntryId.h"
+
+#include <cstring>
+
+namespace velmar::mapi {
+namespace {
+
+constexpr BYTE kProviderUid[16] = {0x56, 0x45, 0x4C, 0x4D, 0x41, 0x52, 0x4D, 0x44,
+                                   0x49, 0x52, 0x9A, 0x3C, 0x51, 0x0E, 0x77, 0x21};
+constexpr BYTE kVersion = 1;
+constexpr size_t kFixedSize = 4 + 16 + 1 + 1 + 8;
+
+// The one-off provider uid of MAPI, {A41F2B81-A3BE-1910-9D6E-00DD010F5402} in byte order.
+constexpr BYTE kOneOffUid[16] = {0x81, 0x2B, 0x1F, 0xA4, 0xBE, 0xA3, 0x10, 0x19,
+                                 0x9D, 0x6E, 0x00, 0xDD, 0x01, 0x0F, 0x54, 0x02};
+constexpr std::uint16_t kOneOffUnicode = 0x8000;
+constexpr std::uint16_t kOneOffNoRichInfo = 0x0001;
+
+void AppendString(std::vector<BYTE>& out, const std::string& text) {
+    const auto length = static_cast<std::uint16_t>(text.size() > 0xFFFF ? 0xFFFF : text.size());
+    out.push_back(static_cast<BYTE>(length & 0xFF));
+    out.push_back(static_cast<BYTE>(length >> 8));
+    out.insert(out.end(), text.begin(), text.begin() + length);
+}
+
+// Reads a length-prefixed string; every read checks the bytes that remain first.
+bool ReadString(const BYTE* bytes, size_t size, size_t& offset, std::string& text) {
+    if (size - offset < 2) return false;
+    const size_t length = bytes[offset] | (static_cast<size_t>(bytes[offset + 1]) << 8);
+    offset += 2;
+    if (size - offset < length) return false;
+    text.assign(reinterpret_cast<const char*>(bytes + offset), length);
+    offset += length;
+    return true;
+}
+
+void AppendUtf16(std::vector<BYTE>& out, const std::wstring& text) {
+    for (wchar_t c : text) {
+        char32_t cp = static_cast<char32_t>(c);
+        if (cp >= 0x10000) {
+            cp -= 0x10000;
+            const auto high = static_cast<std::uint16_t>(0xD800 + (cp >> 10));
+            const auto low = static_cast<std::uint16_t>(0xDC00 + (cp & 0x3FF));
+            out.insert(out.end(), {static_cast<BYTE>(high & 0xFF), static_cast<BYTE>(high >> 8),
+                                   static_cast<BYTE>(low & 0xFF), static_cast<BYTE>(low >> 8)});
+        } else {
+            out.insert(out.end(), {static_cast<BYTE>(cp & 0xFF), static_cast<BYTE>((cp >> 8) & 0xFF)});
+        }
+    }
+    out.insert(out.end(), {0, 0});
+}
+
+}  // namespace
+
+std::vector<BYTE> EncodeEntryId(const CEntryId& id) {
+    std::vector<BYTE> out(4, 0);
+    out.insert(out.end(), std::begin(kProviderUid), std::end(kProviderUid));
+    out.push_back(kVersion);
+    out.push_back(static_cast<BYTE>(id.kind));
+    for (int i = 0; i < 8; ++i) out.push_back(static_cast<BYTE>(id.storeId >> (8 * i)));
+    if (id.kind != EntryKind::Store) AppendString(out, id.folder);
+    if (id.kind == EntryKind::Message) AppendString(out, id.message);
+    return out;
+}
+
+std::optional<CEntryId> DecodeEntryId(const BYTE* bytes, size_t size) {
+    if (!bytes || size < kFixedSize) return std::nullopt;
+    if (std::memcmp(bytes + 4, kProviderUid, sizeof kProviderUid) != 0 || bytes[20] != kVersion)
+        return std::nullopt;
+    CEntryId id;
+    const BYTE kind = bytes[21];
+    if (kind < 1 || kind > 3) return std::nullopt;
+    id.kind = static_cast<EntryKind>(kind);
+    for (int i = 0; i < 8; ++i) id.storeId |= static_cast<std::uint64_t>(bytes[22 + i]) << (8 * i);
+    size_t offset = kFixedSize;
+    if (id.kind != EntryKind::Store && !ReadString(bytes, size, offset, id.folder)) return std::nullopt;
+    if (id.kind == EntryKind::Message && !ReadString(bytes, size, offset, id.message)) return std::nullopt;
+    if (offset != size) return std::nullopt;
+    return id;
+}
+
+std::uint64_t StoreIdForPath(const std::string& path) {
+    std::uint64_t hash = 0xcbf29ce484222325ULL;  // FNV-1a
+    for (unsigned char c : path) {
+        hash ^= c;
+        hash *= 0x100000001b3ULL;
+    }
+    return hash;
+}
+
+std::vector<BYTE> MakeOneOffEntryId(const std::wstring& displayName, const std::wstring& addressType,
+                                    const std::wstring& address) {
+    std::vector<BYTE> out(4, 0);
+    out.insert(out.end(), std::begin(kOneOffUid), std::end(kOneOffUid));
+    out.insert(out.end(), {0, 0});  // version
+    const std::uint16_t flags = kOneOffUnicode | kOneOffNoRichInfo;
+    out.insert(out.end(), {static_cast<BYTE>(flags & 0xFF), static_cast<BYTE>(flags >> 8)});
+    AppendUtf16(out, displayName);
+    AppendUtf16(out, addressType);
+    AppendUtf16(out, address);
+    return out;
+}
+
+}  // namespace velmar::mapi

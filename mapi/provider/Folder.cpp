@@ -1,0 +1,123 @@
+#include "mapi/provider/Folder.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include "mapi/provider/EntryId.h"
+#include "mapi/provider/Maildir.h"
+#include "mapi/provider/MaildirIndex.h"
+#include "mapi/provider/Store.h"
+#include "mapi/runtime/Table.h"
+#include "mapitags.h"
+#include "support/Utf8.h"
+
+namespace velmar::mapi {
+namespace {
+
+constexpr ULONG kHierarchyColumns[] = {PR_ENTRYID, PR_DISPLAY_NAME_W, PR_CONTENT_COUNT, PR_SUBFOLDERS};
+
+std::vector<CPropValue> FolderRow(const CStoreConfig& store, const std::string& folderName) {
+    return {{PR_ENTRYID, EncodeEntryId({EntryKind::Folder, store.id, folderName, {}})},
+            {PR_DISPLAY_NAME_W, FolderDisplayName(folderName)},
+            {PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_FOLDER)},
+            {PR_SUBFOLDERS, folderName.empty()}};
+}
+
+}  // namespace
+
+std::vector<CPropValue> CMaildirFolder::Properties() const {
+    std::vector<CPropValue> props = FolderRow(m_store, m_folderName);
+    const auto snapshot =
+        IndexForFolder(FolderPath(m_store.path, m_folderName), m_store.id, m_folderName)->Refresh();
+    std::int32_t unread = 0;
+    for (const CIndexedMessage& message : snapshot->Messages())
+        if (message.flags.find('S') == std::string::npos) ++unread;
+    props.push_back({PR_CONTENT_COUNT, static_cast<std::int32_t>(snapshot->RowCount())});
+    props.push_back({PR_CONTENT_UNREAD, unread});
+    props.push_back({PR_FOLDER_TYPE, static_cast<std::int32_t>(FOLDER_GENERIC)});
+    props.push_back({PR_CONTAINER_CLASS_W, std::wstring(L"IPF.Note")});
+    props.push_back({PR_RECORD_KEY, EncodeEntryId({EntryKind::Folder, m_store.id, m_folderName, {}})});
+    props.push_back(
+        {PR_PARENT_ENTRYID, EncodeEntryId({EntryKind::Folder, m_store.id, std::string(kInboxFolder), {}})});
+    props.push_back({PR_STORE_ENTRYID, EncodeEntryId({EntryKind::Store, m_store.id, {}, {}})});
+    return props;
+}
+
+HRESULT CMaildirFolder::GetContentsTable(ULONG ulFlags, LPMAPITABLE* lppTable) {
+    if (!lppTable) return MAPI_E_INVALID_PARAMETER;
+    *lppTable = nullptr;
+    try {
+        std::shared_ptr<const ITableRows> rows;
+        if (ulFlags & MAPI_ASSOCIATED)
+            rows = std::make_shared<CRowList>(std::vector<ULONG>{PR_ENTRYID},
+                                              std::vector<std::vector<CPropValue>>{});
+        else
+            rows =
+                IndexForFolder(FolderPath(m_store.path, m_folderName), m_store.id, m_folderName)->Refresh();
+        *lppTable = MakeTable(std::move(rows)).Detach();
+        return S_OK;
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+}
+
+HRESULT CMaildirFolder::GetHierarchyTable(ULONG, LPMAPITABLE* lppTable) {
+    if (!lppTable) return MAPI_E_INVALID_PARAMETER;
+    *lppTable = nullptr;
+    std::vector<std::vector<CPropValue>> rows;
+    // Only the inbox, the root of a Maildir++ tree, has subfolders.
+    if (m_folderName.empty()) {
+        if (DIR* dir = opendir(m_store.path.c_str())) {
+            while (const dirent* entry = readdir(dir)) {
+                const std::string name = entry->d_name;
+                struct stat info {};
+                if (!IsValidFolderName(name) || name.empty() ||
+                    stat((m_store.path + "/" + name + "/cur").c_str(), &info) != 0 || !S_ISDIR(info.st_mode))
+                    continue;
+                rows.push_back(FolderRow(m_store, name));
+            }
+            closedir(dir);
+        }
+    }
+    try {
+        *lppTable = MakeTable(std::make_shared<CRowList>(std::vector<ULONG>(std::begin(kHierarchyColumns),
+                                                                            std::end(kHierarchyColumns)),
+                                                         std::move(rows)))
+                        .Detach();
+        return S_OK;
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+}
+
+HRESULT CMaildirFolder::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG,
+                                  ULONG* lpulObjType, LPUNKNOWN* lppUnk) {
+    if (!lppUnk) return MAPI_E_INVALID_PARAMETER;
+    *lppUnk = nullptr;
+    if (!lpEntryID)
+        return OpenStoreEntry(m_store, {EntryKind::Folder, m_store.id, m_folderName, {}}, lpInterface,
+                              lpulObjType, lppUnk);
+    const std::optional<CEntryId> id = DecodeEntryId(reinterpret_cast<const BYTE*>(lpEntryID), cbEntryID);
+    if (!id) return MAPI_E_INVALID_ENTRYID;
+    return OpenStoreEntry(m_store, *id, lpInterface, lpulObjType, lppUnk);
+}
+
+HRESULT CMaildirFolder::SetReadFlags(LPENTRYLIST lpMsgList, ULONG_PTR, LPMAPIPROGRESS, ULONG ulFlags) {
+    if (!lpMsgList) return MAPI_E_NO_SUPPORT;  // all messages of the folder: not offered
+    HRESULT result = S_OK;
+    for (ULONG i = 0; i < lpMsgList->cValues; ++i) {
+        LPUNKNOWN object = nullptr;
+        ULONG type = 0;
+        const SBinary& entry = lpMsgList->lpbin[i];
+        if (FAILED(OpenEntry(entry.cb, reinterpret_cast<LPENTRYID>(entry.lpb), &IID_IMessage, 0, &type,
+                             &object))) {
+            result = MAPI_W_PARTIAL_COMPLETION;
+            continue;
+        }
+        CComPtr<IMessage> message(static_cast<IMessage*>(object));
+        if (FAILED(message->SetReadFlag(ulFlags))) result = MAPI_W_PARTIAL_COMPLETION;
+    }
+    return result;
+}
+
+}  // namespace velmar::mapi

@@ -1,0 +1,56 @@
+// A Maildir++ folder: its contents table comes from the folder index, its messages from their files.
+#pragma once
+
+#include "mapi/provider/MapiProp.h"
+#include "mapi/provider/Profiles.h"
+
+namespace velmar::mapi {
+
+class CMaildirFolder : public CMapiProp<IMAPIFolder> {
+public:
+    CMaildirFolder(CStoreConfig store, std::string folderName)
+        : m_store(std::move(store)), m_folderName(std::move(folderName)) {}
+
+    HRESULT GetContentsTable(ULONG ulFlags, LPMAPITABLE* lppTable) override;
+    HRESULT GetHierarchyTable(ULONG ulFlags, LPMAPITABLE* lppTable) override;
+    HRESULT OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags,
+                      ULONG* lpulObjType, LPUNKNOWN* lppUnk) override;
+    HRESULT SetSearchCriteria(LPSRestriction, LPENTRYLIST, ULONG) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT GetSearchCriteria(ULONG, LPSRestriction*, LPENTRYLIST*, ULONG*) override {
+        return MAPI_E_NO_SUPPORT;
+    }
+    HRESULT CreateMessage(LPCIID, ULONG, LPMESSAGE*) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT CopyMessages(LPENTRYLIST, LPCIID, LPVOID, ULONG_PTR, LPMAPIPROGRESS, ULONG) override {
+        return MAPI_E_NO_SUPPORT;
+    }
+    HRESULT DeleteMessages(LPENTRYLIST, ULONG_PTR, LPMAPIPROGRESS, ULONG) override {
+        return MAPI_E_NO_SUPPORT;
+    }
+    HRESULT CreateFolder(ULONG, LPTSTR, LPTSTR, LPCIID, ULONG, IMAPIFolder**) override {
+        return MAPI_E_NO_SUPPORT;
+    }
+    HRESULT CopyFolder(ULONG, LPENTRYID, LPCIID, LPVOID, LPTSTR, ULONG_PTR, LPMAPIPROGRESS, ULONG) override {
+        return MAPI_E_NO_SUPPORT;
+    }
+    HRESULT DeleteFolder(ULONG, LPENTRYID, ULONG_PTR, LPMAPIPROGRESS, ULONG) override {
+        return MAPI_E_NO_SUPPORT;
+    }
+    HRESULT SetReadFlags(LPENTRYLIST lpMsgList, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
+                         ULONG ulFlags) override;
+    HRESULT GetMessageStatus(ULONG, LPENTRYID, ULONG, ULONG*) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT SetMessageStatus(ULONG, LPENTRYID, ULONG, ULONG, ULONG*) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT SaveContentsSort(LPSSortOrderSet, ULONG) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT EmptyFolder(ULONG_PTR, LPMAPIPROGRESS, ULONG) override { return MAPI_E_NO_SUPPORT; }
+
+protected:
+    std::vector<CPropValue> Properties() const override;
+    bool SupportsInterface(REFIID riid) const override {
+        return IsOneOf(riid, {IID_IMAPIFolder, IID_IMAPIContainer, IID_IMAPIProp});
+    }
+
+private:
+    CStoreConfig m_store;
+    std::string m_folderName;
+};
+
+}  // namespace velmar::mapi

@@ -1,0 +1,32 @@
+// Maildir++ folders: the inbox is the store's root folder, other folders are ".Name" folders beside its
+// cur/, new/ and tmp/. A message file is named "<unique key>:2,<flags>" in cur/, or "<unique key>" in new/.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace velmar::mapi {
+
+// Folders every store has; created when missing.
+inline constexpr const char* kInboxFolder = "";
+inline constexpr const char* kSentFolder = ".Sent";
+inline constexpr const char* kOutboxFolder = ".Outbox";
+inline constexpr const char* kTrashFolder = ".Trash";
+
+// "" or "." followed by a name without a path separator and not "." or "..".
+bool IsValidFolderName(std::string_view name);
+// The folder's path in the store; the store path itself for the inbox.
+std::string FolderPath(const std::string& storePath, std::string_view folderName);
+// Creates the folder and its cur/, new/ and tmp/ (mode 0700) where missing; false when that fails.
+bool EnsureMaildir(const std::string& folderPath);
+// The display name of a folder: "Posteingang" for the inbox, else the name without its dot.
+std::wstring FolderDisplayName(std::string_view folderName);
+
+struct CMaildirName {
+    std::string key;    // unique part, the same in new/ and cur/
+    std::string flags;  // the letters after ":2,", sorted
+};
+CMaildirName SplitMaildirName(std::string_view fileName);
+std::string JoinMaildirName(const CMaildirName& name);
+
+}  // namespace velmar::mapi

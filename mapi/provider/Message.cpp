@@ -1,0 +1,223 @@
+#include "mapi/provider/Message.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "mapi/provider/EntryId.h"
+#include "mapi/provider/Maildir.h"
+#include "mapi/provider/MaildirIndex.h"
+#include "mapi/runtime/Streams.h"
+#include "mapi/runtime/Table.h"
+#include "mapi/runtime/TableRows.h"
+#include "mapitags.h"
+#include "support/Utf8.h"
+
+namespace velmar::mapi {
+namespace {
+
+constexpr ULONG kRecipientColumns[] = {PR_DISPLAY_NAME_W, PR_EMAIL_ADDRESS_W, PR_ADDRTYPE_W,
+                                       PR_RECIPIENT_TYPE, PR_ROWID,           PR_ENTRYID,
+                                       PR_SMTP_ADDRESS_W};
+constexpr ULONG kAttachmentColumns[] = {
+    PR_ATTACH_NUM,    PR_ATTACH_LONG_FILENAME_W, PR_ATTACH_FILENAME_W, PR_DISPLAY_NAME_W,
+    PR_ATTACH_METHOD, PR_ATTACH_CONTENT_ID_W,    PR_ATTACH_MIME_TAG_W, PR_ATTACH_SIZE,
+    PR_INSTANCE_KEY};
+
+// Hands out an object as the interface the caller asked for.
+template <class T>
+HRESULT HandOut(CComPtr<T> object, LPCIID requested, LPUNKNOWN* out) {
+    if (!requested) {
+        *out = object.Detach();
+        return S_OK;
+    }
+    return object->QueryInterface(*requested, reinterpret_cast<LPVOID*>(out));
+}
+
+template <class Result>
+HRESULT MakeTableOut(std::vector<ULONG> columns, std::vector<std::vector<CPropValue>> rows, Result* out) {
+    if (!out) return MAPI_E_INVALID_PARAMETER;
+    try {
+        *out = MakeTable(std::make_shared<CRowList>(std::move(columns), std::move(rows))).Detach();
+        return S_OK;
+    } catch (const std::bad_alloc&) {
+        *out = nullptr;
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+}
+
+void AddIfPresent(std::vector<CPropValue>& props, ULONG tag, const std::wstring& value) {
+    if (!value.empty()) props.push_back({tag, value});
+}
+
+std::vector<BYTE> WideBytes(const std::wstring& text) {
+    const auto* begin = reinterpret_cast<const BYTE*>(text.data());
+    return std::vector<BYTE>(begin, begin + text.size() * sizeof(wchar_t));
+}
+
+// 8.3 form of a long file name, as MAPI clients expect in PR_ATTACH_FILENAME.
+std::wstring ShortFileName(const std::wstring& name) {
+    const size_t dot = name.rfind(L'.');
+    const std::wstring stem = name.substr(0, dot);
+    const std::wstring extension = dot == std::wstring::npos ? L"" : name.substr(dot, 4);
+    return stem.size() <= 8 ? stem + extension : stem.substr(0, 6) + L"~1" + extension;
+}
+
+}  // namespace
+
+std::vector<CPropValue> AttachmentProperties(const CAttachmentContent& attachment) {
+    std::vector<CPropValue> props{
+        {PR_ATTACH_NUM, static_cast<std::int32_t>(attachment.number)},
+        {PR_ATTACH_METHOD, static_cast<std::int32_t>(attachment.method)},
+        {PR_ATTACH_SIZE, static_cast<std::int32_t>(std::min<std::uint64_t>(attachment.size, 0x7FFFFFFF))},
+        {PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_ATTACH)},
+        {PR_RENDERING_POSITION, std::int32_t{-1}},
+        {PR_INSTANCE_KEY, std::vector<BYTE>{static_cast<BYTE>(attachment.number & 0xFF),
+                                            static_cast<BYTE>((attachment.number >> 8) & 0xFF), 0, 0}},
+    };
+    AddIfPresent(props, PR_ATTACH_LONG_FILENAME_W, attachment.longFileName);
+    if (!attachment.longFileName.empty())
+        props.push_back({PR_ATTACH_FILENAME_W, ShortFileName(attachment.longFileName)});
+    AddIfPresent(props, PR_DISPLAY_NAME_W, attachment.displayName);
+    AddIfPresent(props, PR_ATTACH_CONTENT_ID_W, attachment.contentId);
+    AddIfPresent(props, PR_ATTACH_MIME_TAG_W, attachment.mimeTag);
+    AddIfPresent(props, PR_ATTACH_CONTENT_LOCATION_W, attachment.contentLocation);
+    const size_t dot = attachment.longFileName.rfind(L'.');
+    if (dot != std::wstring::npos)
+        props.push_back({PR_ATTACH_EXTENSION_W, attachment.longFileName.substr(dot)});
+    return props;
+}
+
+std::vector<CPropValue> CMimeMessage::Properties() const {
+    std::vector<CPropValue> props = m_content->properties;
+    std::int32_t flags = m_content->attachments.empty() ? 0 : MSGFLAG_HASATTACH;
+    std::lock_guard lock(m_lock);
+    if (m_location) {
+        const CMessageLocation& where = *m_location;
+        if (where.flags.find('S') != std::string::npos) flags |= MSGFLAG_READ;
+        const std::vector<BYTE> entryId =
+            EncodeEntryId({EntryKind::Message, where.storeId, where.folderName, where.key});
+        props.push_back({PR_ENTRYID, entryId});
+        props.push_back({PR_RECORD_KEY, entryId});
+        props.push_back({PR_SEARCH_KEY, std::vector<BYTE>(where.key.begin(), where.key.end())});
+        props.push_back(
+            {PR_PARENT_ENTRYID, EncodeEntryId({EntryKind::Folder, where.storeId, where.folderName, {}})});
+        props.push_back({PR_STORE_ENTRYID, EncodeEntryId({EntryKind::Store, where.storeId, {}, {}})});
+        props.push_back({PR_CREATION_TIME, where.delivered});
+        props.push_back({PR_MESSAGE_DELIVERY_TIME, where.delivered});
+        props.push_back({PR_LAST_MODIFICATION_TIME, where.delivered});
+        props.push_back(
+            {PR_MESSAGE_SIZE, static_cast<std::int32_t>(std::min<std::uint64_t>(where.size, 0x7FFFFFFF))});
+    }
+    props.push_back({PR_MESSAGE_FLAGS, flags});
+    props.push_back({PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_MESSAGE)});
+    return props;
+}
+
+HRESULT CMimeMessage::OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG, ULONG ulFlags, LPUNKNOWN* lppUnk) {
+    if (!lppUnk || !lpiid) return MAPI_E_INVALID_PARAMETER;
+    *lppUnk = nullptr;
+    if (ulFlags & (MAPI_CREATE | MAPI_MODIFY)) return MAPI_E_NO_ACCESS;
+    if (*lpiid != IID_IStream) return MAPI_E_INTERFACE_NOT_SUPPORTED;
+    try {
+        std::vector<BYTE> bytes;
+        if (ulPropTag == PR_BODY_W) {
+            bytes = WideBytes(m_content->body);
+        } else if (ulPropTag == PR_BODY_A) {
+            const std::string utf8 = WideToUtf8(m_content->body);
+            bytes.assign(utf8.begin(), utf8.end());
+        } else if (ulPropTag == PR_HTML && !m_content->html.empty()) {
+            bytes.assign(m_content->html.begin(), m_content->html.end());
+        } else {
+            return MAPI_E_NOT_FOUND;
+        }
+        *lppUnk = MakeReadStream(std::move(bytes)).Detach();
+        return S_OK;
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+}
+
+HRESULT CMimeMessage::GetRecipientTable(ULONG, LPMAPITABLE* lppTable) {
+    std::vector<std::vector<CPropValue>> rows;
+    std::int32_t rowId = 0;
+    for (const CRecipientContent& recipient : m_content->recipients) {
+        rows.push_back({{PR_DISPLAY_NAME_W, recipient.displayName},
+                        {PR_EMAIL_ADDRESS_W, recipient.address},
+                        {PR_SMTP_ADDRESS_W, recipient.address},
+                        {PR_ADDRTYPE_W, std::wstring(L"SMTP")},
+                        {PR_RECIPIENT_TYPE, static_cast<std::int32_t>(recipient.type)},
+                        {PR_ROWID, rowId++},
+                        {PR_ENTRYID, MakeOneOffEntryId(recipient.displayName, L"SMTP", recipient.address)},
+                        {PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_MAILUSER)}});
+    }
+    return MakeTableOut(std::vector<ULONG>(std::begin(kRecipientColumns), std::end(kRecipientColumns)),
+                        std::move(rows), lppTable);
+}
+
+HRESULT CMimeMessage::GetAttachmentTable(ULONG, LPMAPITABLE* lppTable) {
+    std::vector<std::vector<CPropValue>> rows;
+    for (const CAttachmentContent& attachment : m_content->attachments)
+        rows.push_back(AttachmentProperties(attachment));
+    return MakeTableOut(std::vector<ULONG>(std::begin(kAttachmentColumns), std::end(kAttachmentColumns)),
+                        std::move(rows), lppTable);
+}
+
+HRESULT CMimeMessage::OpenAttach(ULONG ulAttachmentNum, LPCIID lpInterface, ULONG, LPATTACH* lppAttach) {
+    if (!lppAttach) return MAPI_E_INVALID_PARAMETER;
+    *lppAttach = nullptr;
+    if (ulAttachmentNum >= m_content->attachments.size()) return MAPI_E_NOT_FOUND;
+    if (lpInterface && !IsOneOf(*lpInterface, {IID_IAttachment, IID_IMAPIProp, IID_IUnknown}))
+        return MAPI_E_INTERFACE_NOT_SUPPORTED;
+    *lppAttach = MakeObject<CMimeAttach>(m_content, ulAttachmentNum).Detach();
+    return S_OK;
+}
+
+HRESULT CMimeMessage::SetReadFlag(ULONG ulFlags) {
+    std::lock_guard lock(m_lock);
+    if (!m_location) return S_OK;  // an embedded message has no flags of its own
+    CMessageLocation& where = *m_location;
+    std::string flags = where.flags;
+    const bool read = !(ulFlags & CLEAR_READ_FLAG);
+    const size_t seen = flags.find('S');
+    if (read && seen == std::string::npos) flags += 'S';
+    if (!read && seen != std::string::npos) flags.erase(seen, 1);
+    const std::string fileName = JoinMaildirName(SplitMaildirName(where.key + ":2," + flags));
+    if (fileName == where.fileName && !where.inNew) return S_OK;
+    const std::string from = where.folderPath + (where.inNew ? "/new/" : "/cur/") + where.fileName;
+    const std::string to = where.folderPath + "/cur/" + fileName;
+    // One rename: the message is never missing from the folder, and a concurrent reader sees old or new.
+    if (std::rename(from.c_str(), to.c_str()) != 0) return MAPI_E_NOT_FOUND;
+    where.fileName = fileName;
+    where.inNew = false;
+    where.flags = SplitMaildirName(fileName).flags;
+    return S_OK;
+}
+
+std::vector<CPropValue> CMimeAttach::Properties() const {
+    return AttachmentProperties(m_content->attachments[m_index]);
+}
+
+HRESULT CMimeAttach::OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG, ULONG ulFlags, LPUNKNOWN* lppUnk) {
+    if (!lppUnk || !lpiid) return MAPI_E_INVALID_PARAMETER;
+    *lppUnk = nullptr;
+    if (ulFlags & (MAPI_CREATE | MAPI_MODIFY)) return MAPI_E_NO_ACCESS;
+    const CAttachmentContent& attachment = m_content->attachments[m_index];
+    try {
+        if (ulPropTag == PR_ATTACH_DATA_BIN && attachment.method == ATTACH_BY_VALUE) {
+            if (*lpiid != IID_IStream) return MAPI_E_INTERFACE_NOT_SUPPORTED;
+            *lppUnk = MakeReadStream(DecodedBytes(attachment)).Detach();
+            return S_OK;
+        }
+        if (ulPropTag == PR_ATTACH_DATA_OBJ && attachment.method == ATTACH_EMBEDDED_MSG) {
+            if (*lpiid != IID_IMessage) return MAPI_E_INTERFACE_NOT_SUPPORTED;
+            GMimeMessage* embedded =
+                g_mime_message_part_get_message(GMIME_MESSAGE_PART(attachment.part.get()));
+            return HandOut(MakeObject<CMimeMessage>(ReadMimeMessage(embedded), std::nullopt), lpiid, lppUnk);
+        }
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+    return MAPI_E_NOT_FOUND;
+}
+
+}  // namespace velmar::mapi

@@ -1,0 +1,359 @@
+#include "mapi/provider/MimeContent.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <cwctype>
+
+#include "mapitags.h"
+#include "support/Utf8.h"
+
+namespace velmar::mapi {
+namespace {
+
+std::wstring Wide(const char* utf8) {
+    return utf8 ? Utf8ToWide(SanitizeUtf8(utf8)) : std::wstring();
+}
+
+std::string Lower(std::string_view text) {
+    std::string lower(text);
+    for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return lower;
+}
+
+struct CMailbox {
+    std::wstring name;
+    std::wstring address;
+};
+
+// Every mailbox of a list, group members included.
+void CollectMailboxes(InternetAddressList* list, std::vector<CMailbox>& out) {
+    if (!list) return;
+    const int count = internet_address_list_length(list);
+    for (int i = 0; i < count; ++i) {
+        InternetAddress* address = internet_address_list_get_address(list, i);
+        if (INTERNET_ADDRESS_IS_GROUP(address)) {
+            CollectMailboxes(internet_address_group_get_members(INTERNET_ADDRESS_GROUP(address)), out);
+        } else if (INTERNET_ADDRESS_IS_MAILBOX(address)) {
+            CMailbox mailbox{Wide(internet_address_get_name(address)),
+                             Wide(internet_address_mailbox_get_addr(INTERNET_ADDRESS_MAILBOX(address)))};
+            if (mailbox.name.empty()) mailbox.name = mailbox.address;
+            out.push_back(std::move(mailbox));
+        }
+    }
+}
+
+std::wstring JoinNames(const std::vector<CRecipientContent>& recipients, ULONG type) {
+    std::wstring joined;
+    for (const CRecipientContent& recipient : recipients) {
+        if (recipient.type != type) continue;
+        if (!joined.empty()) joined += L"; ";
+        joined += recipient.displayName;
+    }
+    return joined;
+}
+
+std::wstring MimeTypeOf(GMimeObject* object) {
+    GMimeContentType* type = g_mime_object_get_content_type(object);
+    return type ? Wide(TakeGString(g_mime_content_type_get_mime_type(type)).c_str()) : std::wstring();
+}
+
+bool IsAttachmentDisposition(GMimeObject* object) {
+    const char* disposition = g_mime_object_get_disposition(object);
+    return disposition && g_ascii_strcasecmp(disposition, "attachment") == 0;
+}
+
+// Walks the MIME tree: the first text/plain and text/html leaves that are not attachments are the
+// bodies, every other leaf and every embedded message an attachment.
+class CMimeWalker {
+public:
+    explicit CMimeWalker(CMessageContent& content) : m_content(content) {}
+
+    void Walk(GMimeObject* root) {
+        std::vector<GMimeObject*> pending{root};
+        while (!pending.empty()) {
+            GMimeObject* object = pending.back();
+            pending.pop_back();
+            if (!object) continue;
+            if (GMIME_IS_MULTIPART(object)) {
+                const int count = g_mime_multipart_get_count(GMIME_MULTIPART(object));
+                for (int i = count - 1; i >= 0; --i)
+                    pending.push_back(g_mime_multipart_get_part(GMIME_MULTIPART(object), i));
+            } else if (GMIME_IS_MESSAGE_PART(object)) {
+                AddAttachment(object, ATTACH_EMBEDDED_MSG);
+            } else if (GMIME_IS_PART(object)) {
+                if (!TakeAsBody(object)) AddAttachment(object, ATTACH_BY_VALUE);
+            }
+        }
+    }
+
+private:
+    bool TakeAsBody(GMimeObject* object) {
+        if (!GMIME_IS_TEXT_PART(object) || IsAttachmentDisposition(object) ||
+            g_mime_part_get_filename(GMIME_PART(object)))
+            return false;
+        GMimeContentType* type = g_mime_object_get_content_type(object);
+        const bool isPlain = g_mime_content_type_is_type(type, "text", "plain");
+        const bool isHtml = g_mime_content_type_is_type(type, "text", "html");
+        if ((isPlain && m_bHavePlain) || (isHtml && m_bHaveHtml) || (!isPlain && !isHtml)) return false;
+        const std::string text =
+            SanitizeUtf8(TakeGString(g_mime_text_part_get_text(GMIME_TEXT_PART(object))));
+        if (isPlain) {
+            m_content.body = Utf8ToWide(text);
+            m_bHavePlain = true;
+        } else {
+            m_content.html = DeclareUtf8(text);
+            m_bHaveHtml = true;
+        }
+        return true;
+    }
+
+    void AddAttachment(GMimeObject* object, ULONG method) {
+        CAttachmentContent attachment;
+        attachment.number = static_cast<ULONG>(m_content.attachments.size());
+        attachment.method = method;
+        attachment.mimeTag = MimeTypeOf(object);
+        attachment.contentId = Wide(g_mime_object_get_content_id(object));
+        attachment.contentLocation = Wide(g_mime_object_get_header(object, "Content-Location"));
+        if (method == ATTACH_EMBEDDED_MSG) {
+            GMimeMessage* embedded = g_mime_message_part_get_message(GMIME_MESSAGE_PART(object));
+            attachment.displayName = embedded ? Wide(g_mime_message_get_subject(embedded)) : std::wstring();
+            if (const char* name = g_mime_object_get_content_disposition_parameter(object, "filename"))
+                attachment.longFileName = Wide(name);
+        } else {
+            attachment.longFileName = Wide(g_mime_part_get_filename(GMIME_PART(object)));
+            attachment.displayName = attachment.longFileName;
+        }
+        attachment.part = RefObject(object);
+        attachment.size = method == ATTACH_EMBEDDED_MSG ? 0 : DecodedSize(object);
+        m_content.attachments.push_back(std::move(attachment));
+    }
+
+    static std::uint64_t DecodedSize(GMimeObject* object) {
+        GMimeDataWrapper* wrapper = g_mime_part_get_content(GMIME_PART(object));
+        if (!wrapper) return 0;
+        GObjectPtr<GMimeStream> sink(g_mime_stream_null_new());
+        const ssize_t written = g_mime_data_wrapper_write_to_stream(wrapper, sink.get());
+        return written > 0 ? static_cast<std::uint64_t>(written) : 0;
+    }
+
+    CMessageContent& m_content;
+    bool m_bHavePlain = false;
+    bool m_bHaveHtml = false;
+};
+
+std::wstring NormalizedSubject(const std::wstring& subject, std::wstring& prefix) {
+    // A reply or forward prefix is a short word followed by a colon and a space ("Re: ", "AW: ", "Fwd: ").
+    const size_t colon = subject.find(L": ");
+    if (colon != std::wstring::npos && colon > 0 && colon <= 3 &&
+        std::all_of(subject.begin(), subject.begin() + static_cast<std::ptrdiff_t>(colon),
+                    [](wchar_t c) { return std::iswalpha(static_cast<wint_t>(c)); })) {
+        prefix = subject.substr(0, colon + 2);
+        return subject.substr(colon + 2);
+    }
+    prefix.clear();
+    return subject;
+}
+
+void FillProperties(GMimeMessage* message, CMessageContent& content) {
+    std::vector<CMailbox> from;
+    std::vector<CMailbox> sender;
+    CollectMailboxes(g_mime_message_get_from(message), from);
+    CollectMailboxes(g_mime_message_get_sender(message), sender);
+    if (sender.empty()) sender = from;
+
+    static constexpr std::pair<GMimeAddressType, ULONG> kKinds[] = {{GMIME_ADDRESS_TYPE_TO, MAPI_TO},
+                                                                    {GMIME_ADDRESS_TYPE_CC, MAPI_CC},
+                                                                    {GMIME_ADDRESS_TYPE_BCC, MAPI_BCC}};
+    for (const auto& [kind, type] : kKinds) {
+        std::vector<CMailbox> mailboxes;
+        CollectMailboxes(g_mime_message_get_addresses(message, kind), mailboxes);
+        for (CMailbox& mailbox : mailboxes)
+            content.recipients.push_back({std::move(mailbox.name), std::move(mailbox.address), type});
+    }
+
+    const std::wstring subject = Wide(g_mime_message_get_subject(message));
+    std::wstring prefix;
+    const std::wstring normalized = NormalizedSubject(subject, prefix);
+    auto& props = content.properties;
+    props.push_back({PR_SUBJECT_W, subject});
+    props.push_back({PR_SUBJECT_PREFIX_W, prefix});
+    props.push_back({PR_NORMALIZED_SUBJECT_W, normalized});
+    props.push_back({PR_CONVERSATION_TOPIC_W, normalized});
+    if (!from.empty()) {
+        props.push_back({PR_SENT_REPRESENTING_NAME_W, from.front().name});
+        props.push_back({PR_SENT_REPRESENTING_EMAIL_ADDRESS_W, from.front().address});
+        props.push_back({PR_SENT_REPRESENTING_ADDRTYPE_W, std::wstring(L"SMTP")});
+    }
+    if (!sender.empty()) {
+        props.push_back({PR_SENDER_NAME_W, sender.front().name});
+        props.push_back({PR_SENDER_EMAIL_ADDRESS_W, sender.front().address});
+        props.push_back({PR_SENDER_ADDRTYPE_W, std::wstring(L"SMTP")});
+    }
+    if (const char* id = g_mime_message_get_message_id(message)) {
+        // GMime hands the id without its angle brackets; the header form keeps them.
+        props.push_back({PR_INTERNET_MESSAGE_ID_W, L"<" + Wide(id) + L">"});
+    }
+    if (GDateTime* date = g_mime_message_get_date(message))
+        props.push_back({PR_CLIENT_SUBMIT_TIME, FileTimeFromUnix(g_date_time_to_unix(date))});
+    props.push_back({PR_DISPLAY_TO_W, JoinNames(content.recipients, MAPI_TO)});
+    props.push_back({PR_DISPLAY_CC_W, JoinNames(content.recipients, MAPI_CC)});
+    props.push_back({PR_DISPLAY_BCC_W, JoinNames(content.recipients, MAPI_BCC)});
+    props.push_back({PR_TRANSPORT_MESSAGE_HEADERS_W,
+                     Wide(TakeGString(g_mime_object_get_headers(GMIME_OBJECT(message), nullptr)).c_str())});
+}
+
+void FinishContent(CMessageContent& content) {
+    if (content.body.empty() && !content.html.empty()) content.body = HtmlToText(content.html);
+    auto& props = content.properties;
+    props.push_back({PR_MESSAGE_CLASS_W, std::wstring(L"IPM.Note")});
+    props.push_back({PR_BODY_W, content.body});
+    if (!content.html.empty())
+        props.push_back({PR_HTML, std::vector<BYTE>(content.html.begin(), content.html.end())});
+    props.push_back({PR_INTERNET_CPID, std::int32_t{65001}});
+    props.push_back({PR_HASATTACH, !content.attachments.empty()});
+}
+
+}  // namespace
+
+std::shared_ptr<CMessageContent> ReadMimeMessage(GMimeMessage* message) {
+    auto content = std::make_shared<CMessageContent>();
+    if (!message) {
+        FinishContent(*content);
+        return content;
+    }
+    content->message = RefObject(message);
+    FillProperties(message, *content);
+    CMimeWalker(*content).Walk(g_mime_message_get_mime_part(message));
+    FinishContent(*content);
+    return content;
+}
+
+std::shared_ptr<CMessageContent> ReadMessageFile(const std::string& path, std::vector<CPropValue> fallback) {
+    EnsureGMime();
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    GObjectPtr<GMimeMessage> message;
+    if (fd >= 0) {
+        // The stream owns the descriptor; parts refer to their bytes in the file instead of copies.
+        GObjectPtr<GMimeStream> stream(g_mime_stream_fs_new(fd));
+        GObjectPtr<GMimeParser> parser(g_mime_parser_new_with_stream(stream.get()));
+        message.reset(g_mime_parser_construct_message(parser.get(), nullptr));
+    }
+    if (!message) {
+        auto content = std::make_shared<CMessageContent>();
+        content->properties = std::move(fallback);
+        FinishContent(*content);
+        return content;
+    }
+    return ReadMimeMessage(message.get());
+}
+
+std::vector<BYTE> DecodedBytes(const CAttachmentContent& attachment) {
+    if (!attachment.part || !GMIME_IS_PART(attachment.part.get())) return {};
+    GMimeDataWrapper* wrapper = g_mime_part_get_content(GMIME_PART(attachment.part.get()));
+    if (!wrapper) return {};
+    GByteArray* array = g_byte_array_new();
+    GObjectPtr<GMimeStream> sink(g_mime_stream_mem_new_with_byte_array(array));  // the stream owns the array
+    g_mime_data_wrapper_write_to_stream(wrapper, sink.get());
+    return std::vector<BYTE>(array->data, array->data + array->len);
+}
+
+std::wstring HtmlToText(std::string_view html) {
+    static constexpr std::pair<std::string_view, std::string_view> kEntities[] = {
+        {"amp", "&"}, {"lt", "<"}, {"gt", ">"}, {"quot", "\""}, {"apos", "'"}, {"nbsp", "\xC2\xA0"}};
+    std::string text;
+    size_t pos = 0;
+    while (pos < html.size()) {
+        const char c = html[pos];
+        if (c == '<') {
+            const size_t close = html.find('>', pos);
+            if (close == std::string_view::npos) break;
+            const std::string tag = Lower(html.substr(pos + 1, close - pos - 1));
+            pos = close + 1;
+            const std::string name = tag.substr(0, tag.find_first_of(" \t\r\n/", tag[0] == '/' ? 1 : 0));
+            if (name == "script" || name == "style") {
+                const size_t end = Lower(html.substr(pos)).find("</" + name);
+                pos = end == std::string::npos ? html.size() : pos + end;
+            } else if (name == "br" || name == "/p" || name == "/div" || name == "/tr" || name == "li" ||
+                       name == "/li" ||
+                       (name.size() == 3 && name[0] == '/' && name[1] == 'h' && std::isdigit(name[2]))) {
+                text += '\n';
+            } else if (name == "td" || name == "th") {
+                text += '\t';
+            }
+            continue;
+        }
+        if (c == '&') {
+            const size_t semicolon = html.find(';', pos);
+            if (semicolon != std::string_view::npos && semicolon - pos <= 10) {
+                const std::string_view entity = html.substr(pos + 1, semicolon - pos - 1);
+                bool decoded = false;
+                if (entity.size() > 1 && entity[0] == '#') {
+                    const bool hex = entity[1] == 'x' || entity[1] == 'X';
+                    const std::string digits(entity.substr(hex ? 2 : 1));
+                    char* end = nullptr;
+                    const unsigned long code = std::strtoul(digits.c_str(), &end, hex ? 16 : 10);
+                    if (!digits.empty() && end && *end == '\0' && code > 0 && code <= 0x10FFFF) {
+                        AppendUtf8(text, static_cast<char32_t>(code));
+                        decoded = true;
+                    }
+                } else {
+                    for (const auto& [name, value] : kEntities)
+                        if (entity == name) {
+                            text += value;
+                            decoded = true;
+                        }
+                }
+                if (decoded) {
+                    pos = semicolon + 1;
+                    continue;
+                }
+            }
+        }
+        // Runs of white space in the source read as one space, as a browser shows them.
+        if (c == ' ' || c == '\t' || c == '\r' || c == '\n') {
+            if (!text.empty() && text.back() != ' ' && text.back() != '\n') text += ' ';
+            ++pos;
+            continue;
+        }
+        text += c;
+        ++pos;
+    }
+    const size_t first = text.find_first_not_of(" \n");
+    return Utf8ToWide(first == std::string::npos ? std::string() : text.substr(first));
+}
+
+std::string DeclareUtf8(std::string html) {
+    std::string lower = Lower(html);
+    size_t headEnd = lower.find("</head");
+    if (headEnd == std::string::npos) headEnd = std::min(lower.find("<body"), html.size());
+    const size_t charset = lower.find("charset", 0);
+    if (charset != std::string::npos && charset < headEnd) {
+        size_t value = charset + 7;
+        while (value < html.size() &&
+               (html[value] == ' ' || html[value] == '=' || html[value] == '"' || html[value] == '\''))
+            ++value;
+        size_t end = value;
+        while (end < html.size() &&
+               (std::isalnum(static_cast<unsigned char>(html[end])) || html[end] == '-' || html[end] == '_' ||
+                html[end] == ':' || html[end] == '.'))
+            ++end;
+        html.replace(value, end - value, "utf-8");
+        // A declaration such as charset="utf-8" says the same, but readers look for charset=utf-8.
+        if (Lower(html).find("charset=utf-8") != std::string::npos) return html;
+    }
+    static constexpr std::string_view kMeta =
+        "<meta http-equiv=\"Content-Type\" content=\"text/html; charset=utf-8\">";
+    lower = Lower(html);
+    const size_t head = lower.find("<head");
+    if (head != std::string::npos && head < headEnd) {
+        const size_t insertAt = lower.find('>', head);
+        if (insertAt != std::string::npos) return html.insert(insertAt + 1, kMeta);
+    }
+    return std::string(kMeta) + html;
+}
+
+}  // namespace velmar::mapi

@@ -1,0 +1,55 @@
+// A MIME message read through GMime into what MAPI shows of it: message properties, recipients,
+// attachments and bodies. Every MIME charset and encoded word is decoded; text is kept as UTF-8 or wide.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mapi/provider/GMimeSupport.h"
+#include "mapi/runtime/PropValue.h"
+
+namespace velmar::mapi {
+
+struct CRecipientContent {
+    std::wstring displayName;
+    std::wstring address;
+    ULONG type = 1;  // MAPI_TO, MAPI_CC, MAPI_BCC
+};
+
+struct CAttachmentContent {
+    ULONG number = 0;
+    ULONG method = 1;  // ATTACH_BY_VALUE, or ATTACH_EMBEDDED_MSG for message/rfc822
+    std::wstring longFileName;
+    std::wstring displayName;
+    std::wstring contentId;  // without angle brackets
+    std::wstring mimeTag;    // "image/png"
+    std::wstring contentLocation;
+    std::uint64_t size = 0;        // decoded bytes
+    GObjectPtr<GMimeObject> part;  // a GMimePart, or a GMimeMessagePart for an embedded message
+};
+
+struct CMessageContent {
+    std::vector<CPropValue> properties;  // message properties, bodies included
+    std::vector<CRecipientContent> recipients;
+    std::vector<CAttachmentContent> attachments;
+    std::wstring body;                 // PR_BODY_W
+    std::string html;                  // PR_HTML, UTF-8, declaring charset=utf-8; empty when none
+    GObjectPtr<GMimeMessage> message;  // keeps the parts alive
+};
+
+// Reads the message in a file. A file GMime cannot read still gives a message: the given fallback
+// properties (from the folder index) and no body.
+std::shared_ptr<CMessageContent> ReadMessageFile(const std::string& path, std::vector<CPropValue> fallback);
+// The content of a message held in memory (an embedded message/rfc822 part).
+std::shared_ptr<CMessageContent> ReadMimeMessage(GMimeMessage* message);
+
+// The decoded bytes of an attachment's part.
+std::vector<BYTE> DecodedBytes(const CAttachmentContent& attachment);
+
+// Plain text from HTML: tags dropped, block ends as line breaks, entities decoded.
+std::wstring HtmlToText(std::string_view html);
+// The HTML with its charset declaration saying utf-8 (inserted when there is none).
+std::string DeclareUtf8(std::string html);
+
+}  // namespace velmar::mapi

@@ -1,0 +1,132 @@
+#include "mapi/provider/Profiles.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <map>
+
+#include "mapi/provider/EntryId.h"
+#include "support/FileBytes.h"
+#include "support/IniText.h"
+#include "support/Utf8.h"
+
+namespace velmar::mapi {
+namespace {
+
+constexpr size_t kMaxProfileFileBytes = 1024 * 1024;
+
+std::string Environment(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? value : "";
+}
+
+std::string HomeFolder() {
+    std::string home = Environment("HOME");
+    if (home.empty()) {
+        if (const passwd* user = getpwuid(getuid()); user && user->pw_dir) home = user->pw_dir;
+    }
+    return home.empty() ? "/tmp" : home;
+}
+
+// An XDG base folder: the variable when it holds an absolute path, else the fallback under the home folder.
+std::string XdgFolder(const char* variable, const char* fallback) {
+    const std::string value = Environment(variable);
+    return !value.empty() && value.front() == '/' ? value : HomeFolder() + "/" + fallback;
+}
+
+std::string ResolvePath(const std::string& path, const std::string& baseFolder) {
+    if (path == "~") return HomeFolder();
+    if (path.starts_with("~/")) return HomeFolder() + path.substr(1);
+    if (!path.empty() && path.front() == '/') return path;
+    return baseFolder + "/" + path;
+}
+
+bool IsYes(const std::wstring& value) {
+    return IniNamesEqual(value, L"yes") || IniNamesEqual(value, L"true") || value == L"1";
+}
+
+void ChooseOneDefault(auto& items) {
+    if (items.empty()) return;
+    auto chosen = std::find_if(items.begin(), items.end(), [](const auto& item) { return item.isDefault; });
+    if (chosen == items.end()) chosen = items.begin();
+    for (auto& item : items) item.isDefault = &item == &*chosen;
+}
+
+CProfile EmbeddedProfile() {
+    CStoreConfig store;
+    store.displayName = L"Postfach";
+    store.path = XdgFolder("XDG_DATA_HOME", ".local/share") + "/velmar-mapi/Maildir";
+    const std::string user = Environment("USER");
+    store.ownerAddress = Utf8ToWide((user.empty() ? std::string("user") : user) + "@localhost");
+    store.isDefault = true;
+    store.id = StoreIdForPath(store.path);
+    return CProfile{L"Velmar", true, {store}};
+}
+
+// "store3.path" → (3, "path"); false for other keys.
+bool SplitStoreKey(const std::wstring& key, unsigned& number, std::wstring& field) {
+    if (key.size() < 7 || !IniNamesEqual(key.substr(0, 5), L"store")) return false;
+    const size_t dot = key.find(L'.', 5);
+    if (dot == std::wstring::npos || dot == 5) return false;
+    number = 0;
+    for (size_t i = 5; i < dot; ++i) {
+        if (key[i] < L'0' || key[i] > L'9' || number > 100000) return false;
+        number = number * 10 + static_cast<unsigned>(key[i] - L'0');
+    }
+    field = key.substr(dot + 1);
+    return true;
+}
+
+CProfile ProfileFromSection(const CIniSection& section, const std::string& baseFolder) {
+    CProfile profile;
+    profile.name = section.name;
+    std::map<unsigned, CStoreConfig> stores;
+    for (const CIniEntry& entry : section.entries) {
+        unsigned number = 0;
+        std::wstring field;
+        if (IniNamesEqual(entry.key, L"default")) {
+            profile.isDefault = IsYes(entry.value);
+        } else if (SplitStoreKey(entry.key, number, field)) {
+            CStoreConfig& store = stores[number];
+            if (IniNamesEqual(field, L"name")) store.displayName = entry.value;
+            if (IniNamesEqual(field, L"path")) store.path = ResolvePath(WideToUtf8(entry.value), baseFolder);
+            if (IniNamesEqual(field, L"address")) store.ownerAddress = entry.value;
+            if (IniNamesEqual(field, L"default")) store.isDefault = IsYes(entry.value);
+        }
+    }
+    for (auto& [number, store] : stores) {
+        if (store.path.empty()) continue;  // a store without a folder cannot be opened
+        if (store.displayName.empty()) store.displayName = L"Store " + std::to_wstring(number);
+        store.id = StoreIdForPath(store.path);
+        profile.stores.push_back(store);
+    }
+    ChooseOneDefault(profile.stores);
+    return profile;
+}
+
+}  // namespace
+
+std::string ProfilesFilePath() {
+    const std::string named = Environment("VELMAR_MAPI_PROFILES");
+    if (!named.empty()) return named;
+    return XdgFolder("XDG_CONFIG_HOME", ".config") + "/velmar-mapi/profiles.ini";
+}
+
+std::vector<CProfile> LoadProfiles() {
+    const std::string file = ProfilesFilePath();
+    const std::optional<std::string> bytes = ReadFileBytes(Utf8ToWide(file), kMaxProfileFileBytes);
+    if (!bytes) return {EmbeddedProfile()};
+    std::string_view text = *bytes;
+    if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
+    const std::string baseFolder =
+        file.find('/') == std::string::npos ? "." : file.substr(0, file.rfind('/'));
+    std::vector<CProfile> profiles;
+    for (const CIniSection& section : ParseIniText(Utf8ToWide(text)))
+        if (!section.name.empty()) profiles.push_back(ProfileFromSection(section, baseFolder));
+    ChooseOneDefault(profiles);
+    return profiles;
+}
+
+}  // namespace velmar::mapi

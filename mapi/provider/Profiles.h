@@ -1,0 +1,40 @@
+// The profiles of this MAPI and their message stores, from the provider's own profile file:
+// $VELMAR_MAPI_PROFILES, else $XDG_CONFIG_HOME/velmar-mapi/profiles.ini (~/.config by default).
+//
+//   [Velmar]                          ; a profile, named by its section
+//   default = yes                     ; the profile MAPI_LOGON_UI falls back to (else the first one)
+//   store1.name = Postfach            ; display name of the store
+//   store1.path = ~/Maildir           ; its Maildir++ folder (relative paths: beside the profile file)
+//   store1.address = me@example.org   ; the owner's SMTP address
+//   store1.default = yes              ; the session's default store (else the first one)
+//
+// Without a profile file there is one embedded profile "Velmar" with the store "Postfach" at
+// $XDG_DATA_HOME/velmar-mapi/Maildir (~/.local/share by default), owned by $USER@localhost.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace velmar::mapi {
+
+struct CStoreConfig {
+    std::wstring displayName;
+    std::string path;  // absolute
+    std::wstring ownerAddress;
+    bool isDefault = false;
+    std::uint64_t id = 0;  // StoreIdForPath(path)
+};
+
+struct CProfile {
+    std::wstring name;
+    bool isDefault = false;
+    std::vector<CStoreConfig> stores;  // exactly one is the default when there are any
+};
+
+// The profiles as the profile file says now; exactly one is the default when there are any.
+std::vector<CProfile> LoadProfiles();
+// The file LoadProfiles reads.
+std::string ProfilesFilePath();
+
+}  // namespace velmar::mapi

@@ -1,0 +1,255 @@
+// Sessions of this MAPI: initialisation, profile administration, logon, the store table, and opening
+// stores and entries by entry id.
+#include <atomic>
+
+#include "mapi/provider/GMimeSupport.h"
+#include "mapi/provider/MapiProp.h"
+#include "mapi/provider/Profiles.h"
+#include "mapi/provider/Store.h"
+#include "mapi/runtime/Table.h"
+#include "mapitags.h"
+#include "support/Utf8.h"
+
+namespace velmar::mapi {
+namespace {
+
+std::atomic<int> g_initializeCount{0};
+
+// PR_RESOURCE_FLAGS of the default store.
+constexpr std::int32_t kStatusDefaultStore = 0x00000001;
+
+// The store table shows the provider's name before the store's, so a reader that takes the last name
+// column of a row takes the store's.
+constexpr ULONG kStoreColumns[] = {PR_INSTANCE_KEY,       PR_ENTRYID,        PR_RECORD_KEY,
+                                   PR_PROVIDER_DISPLAY_W, PR_DISPLAY_NAME_W, PR_DEFAULT_STORE,
+                                   PR_MDB_PROVIDER,       PR_RESOURCE_FLAGS};
+
+HRESULT TableOut(std::vector<ULONG> columns, std::vector<std::vector<CPropValue>> rows, LPMAPITABLE* out) {
+    if (!out) return MAPI_E_INVALID_PARAMETER;
+    try {
+        *out = MakeTable(std::make_shared<CRowList>(std::move(columns), std::move(rows))).Detach();
+        return S_OK;
+    } catch (const std::bad_alloc&) {
+        *out = nullptr;
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+}
+
+// An address book with no containers: entries of messages carry one-off ids, which need no directory.
+class CAddrBook : public CMapiProp<IAddrBook> {
+public:
+    HRESULT OpenEntry(ULONG, LPENTRYID, LPCIID, ULONG, ULONG*, LPUNKNOWN* lppUnk) override {
+        if (lppUnk) *lppUnk = nullptr;
+        return MAPI_E_NO_SUPPORT;
+    }
+    HRESULT CompareEntryIDs(ULONG, LPENTRYID, ULONG, LPENTRYID, ULONG, ULONG*) override {
+        return MAPI_E_NO_SUPPORT;
+    }
+    HRESULT Advise(ULONG, LPENTRYID, ULONG, LPMAPIADVISESINK, ULONG*) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT Unadvise(ULONG) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT CreateOneOff(LPTSTR, LPTSTR, LPTSTR, ULONG, ULONG*, LPENTRYID*) override {
+        return MAPI_E_NO_SUPPORT;
+    }
+    HRESULT NewEntry(ULONG_PTR, ULONG, ULONG, LPENTRYID, ULONG, LPENTRYID, ULONG*, LPENTRYID*) override {
+        return MAPI_E_NO_SUPPORT;
+    }
+    HRESULT ResolveName(ULONG_PTR, ULONG, LPTSTR, LPADRLIST) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT Address(ULONG_PTR*, LPADRPARM, LPADRLIST*) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT Details(ULONG_PTR*, LPFNDISMISS, LPVOID, ULONG, LPENTRYID, LPFNBUTTON, LPVOID, LPTSTR,
+                    ULONG) override {
+        return MAPI_E_NO_SUPPORT;
+    }
+    HRESULT RecipOptions(ULONG_PTR, ULONG, LPADRENTRY) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT QueryDefaultRecipOpt(LPTSTR, ULONG, ULONG*, LPSPropValue*) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT GetPAB(ULONG*, LPENTRYID*) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT SetPAB(ULONG, LPENTRYID) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT GetDefaultDir(ULONG*, LPENTRYID*) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT SetDefaultDir(ULONG, LPENTRYID) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT GetSearchPath(ULONG, LPSRowSet*) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT SetSearchPath(ULONG, LPSRowSet) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT PrepareRecips(ULONG, LPSPropTagArray, LPADRLIST) override { return MAPI_E_NO_SUPPORT; }
+
+protected:
+    std::vector<CPropValue> Properties() const override {
+        return {{PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_ADDRBOOK)}};
+    }
+    bool SupportsInterface(REFIID riid) const override {
+        return IsOneOf(riid, {IID_IAddrBook, IID_IMAPIProp});
+    }
+};
+
+class CMapiSession : public CComObject<IMAPISession> {
+public:
+    explicit CMapiSession(CProfile profile) : m_profile(std::move(profile)) {}
+
+    HRESULT GetLastError(HRESULT, ULONG, LPMAPIERROR* lppMAPIError) override {
+        if (lppMAPIError) *lppMAPIError = nullptr;
+        return MAPI_E_NO_SUPPORT;
+    }
+    HRESULT GetMsgStoresTable(ULONG, LPMAPITABLE* lppTable) override {
+        std::vector<std::vector<CPropValue>> rows;
+        for (const CStoreConfig& store : m_profile.stores) {
+            const std::vector<BYTE> entryId = EncodeEntryId({EntryKind::Store, store.id, {}, {}});
+            rows.push_back({{PR_INSTANCE_KEY, entryId},
+                            {PR_ENTRYID, entryId},
+                            {PR_RECORD_KEY, entryId},
+                            {PR_PROVIDER_DISPLAY_W, std::wstring(L"Velmar Maildir")},
+                            {PR_DISPLAY_NAME_W, store.displayName},
+                            {PR_DEFAULT_STORE, store.isDefault},
+                            {PR_MDB_PROVIDER, std::vector<BYTE>(entryId.begin() + 4, entryId.begin() + 20)},
+                            {PR_RESOURCE_FLAGS, store.isDefault ? kStatusDefaultStore : 0},
+                            {PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_STORE)}});
+        }
+        return TableOut(std::vector<ULONG>(std::begin(kStoreColumns), std::end(kStoreColumns)),
+                        std::move(rows), lppTable);
+    }
+    HRESULT OpenMsgStore(ULONG_PTR, ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG,
+                         LPMDB* lppMDB) override {
+        if (!lppMDB) return MAPI_E_INVALID_PARAMETER;
+        *lppMDB = nullptr;
+        const std::optional<CEntryId> id = DecodeEntryId(reinterpret_cast<const BYTE*>(lpEntryID), cbEntryID);
+        if (!id || id->kind != EntryKind::Store) return MAPI_E_INVALID_ENTRYID;
+        if (lpInterface && !IsOneOf(*lpInterface, {IID_IMsgStore, IID_IMAPIProp, IID_IUnknown}))
+            return MAPI_E_INTERFACE_NOT_SUPPORTED;
+        const CStoreConfig* store = FindStore(id->storeId);
+        return store ? OpenMaildirStore(*store, lppMDB) : MAPI_E_NOT_FOUND;
+    }
+    HRESULT OpenAddressBook(ULONG_PTR, LPCIID, ULONG, LPADRBOOK* lppAdrBook) override {
+        if (!lppAdrBook) return MAPI_E_INVALID_PARAMETER;
+        *lppAdrBook = MakeObject<CAddrBook>().Detach();
+        return S_OK;
+    }
+    HRESULT OpenProfileSection(LPMAPIUID, LPCIID, ULONG, LPPROFSECT*) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT GetStatusTable(ULONG, LPMAPITABLE*) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG, ULONG* lpulObjType,
+                      LPUNKNOWN* lppUnk) override {
+        if (!lppUnk) return MAPI_E_INVALID_PARAMETER;
+        *lppUnk = nullptr;
+        const std::optional<CEntryId> id = DecodeEntryId(reinterpret_cast<const BYTE*>(lpEntryID), cbEntryID);
+        if (!id) return MAPI_E_INVALID_ENTRYID;
+        const CStoreConfig* store = FindStore(id->storeId);
+        if (!store) return MAPI_E_NOT_FOUND;
+        return OpenStoreEntry(*store, *id, lpInterface, lpulObjType, lppUnk);
+    }
+    HRESULT CompareEntryIDs(ULONG cbEntryID1, LPENTRYID lpEntryID1, ULONG cbEntryID2, LPENTRYID lpEntryID2,
+                            ULONG, ULONG* lpulResult) override {
+        return CompareEntryIds(cbEntryID1, lpEntryID1, cbEntryID2, lpEntryID2, lpulResult);
+    }
+    HRESULT Advise(ULONG, LPENTRYID, ULONG, LPMAPIADVISESINK, ULONG*) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT Unadvise(ULONG) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT MessageOptions(ULONG_PTR, ULONG, LPTSTR, LPMESSAGE) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT QueryDefaultMessageOpt(LPTSTR, ULONG, ULONG*, LPSPropValue*) override {
+        return MAPI_E_NO_SUPPORT;
+    }
+    HRESULT EnumAdrTypes(ULONG, ULONG*, LPTSTR**) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT QueryIdentity(ULONG*, LPENTRYID*) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT Logoff(ULONG_PTR, ULONG, ULONG) override { return S_OK; }
+    HRESULT SetDefaultStore(ULONG, ULONG, LPENTRYID) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT AdminServices(ULONG, LPSERVICEADMIN*) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT ShowForm(ULONG_PTR, LPMDB, LPMAPIFOLDER, LPCIID, ULONG, LPMESSAGE, ULONG, ULONG, ULONG, ULONG,
+                     LPTSTR) override {
+        return MAPI_E_NO_SUPPORT;
+    }
+    HRESULT PrepareForm(LPCIID, LPMESSAGE, ULONG*) override { return MAPI_E_NO_SUPPORT; }
+
+protected:
+    bool SupportsInterface(REFIID riid) const override { return riid == IID_IMAPISession; }
+
+private:
+    const CStoreConfig* FindStore(std::uint64_t id) const {
+        for (const CStoreConfig& store : m_profile.stores)
+            if (store.id == id) return &store;
+        return nullptr;
+    }
+
+    CProfile m_profile;
+};
+
+class CProfAdmin : public CComObject<IProfAdmin> {
+public:
+    HRESULT GetLastError(HRESULT, ULONG, LPMAPIERROR* lppMAPIError) override {
+        if (lppMAPIError) *lppMAPIError = nullptr;
+        return MAPI_E_NO_SUPPORT;
+    }
+    // Only the default profile's row carries PR_DEFAULT_PROFILE.
+    HRESULT GetProfileTable(ULONG, LPMAPITABLE* lppTable) override {
+        std::vector<std::vector<CPropValue>> rows;
+        for (const CProfile& profile : LoadProfiles()) {
+            rows.push_back({{PR_DISPLAY_NAME_W, profile.name}});
+            if (profile.isDefault) rows.back().push_back({PR_DEFAULT_PROFILE, true});
+        }
+        return TableOut({PR_DISPLAY_NAME_W, PR_DEFAULT_PROFILE}, std::move(rows), lppTable);
+    }
+    HRESULT CreateProfile(LPTSTR, LPTSTR, ULONG_PTR, ULONG) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT DeleteProfile(LPTSTR, ULONG) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT ChangeProfilePassword(LPTSTR, LPTSTR, LPTSTR, ULONG) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT CopyProfile(LPTSTR, LPTSTR, LPTSTR, ULONG_PTR, ULONG) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT RenameProfile(LPTSTR, LPTSTR, LPTSTR, ULONG_PTR, ULONG) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT SetDefaultProfile(LPTSTR, ULONG) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT AdminServices(LPTSTR, LPTSTR, ULONG_PTR, ULONG, LPSERVICEADMIN*) override {
+        return MAPI_E_NO_SUPPORT;
+    }
+
+protected:
+    bool SupportsInterface(REFIID riid) const override { return riid == IID_IProfAdmin; }
+};
+
+}  // namespace
+}  // namespace velmar::mapi
+
+using namespace velmar::mapi;
+
+STDAPI MAPIInitialize(LPVOID) {
+    EnsureGMime();
+    ++g_initializeCount;
+    return S_OK;
+}
+
+STDAPI_(void) MAPIUninitialize(void) {
+    int count = g_initializeCount.load();
+    while (count > 0 && !g_initializeCount.compare_exchange_weak(count, count - 1)) {
+    }
+}
+
+STDAPI MAPIAdminProfiles(ULONG, LPPROFADMIN* lppProfAdmin) {
+    if (!lppProfAdmin) return MAPI_E_INVALID_PARAMETER;
+    *lppProfAdmin = nullptr;
+    if (g_initializeCount.load() <= 0) return MAPI_E_NOT_INITIALIZED;
+    try {
+        *lppProfAdmin = MakeObject<CProfAdmin>().Detach();
+        return S_OK;
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+}
+
+// A named profile must exist. There is no profile dialog here: MAPI_LOGON_UI (or MAPI_USE_DEFAULT) with
+// no name logs on to the default profile instead of asking.
+STDAPI MAPILogonEx(ULONG_PTR, LPTSTR lpszProfileName, LPTSTR, ULONG ulFlags, LPMAPISESSION* lppSession) {
+    if (!lppSession) return MAPI_E_INVALID_PARAMETER;
+    *lppSession = nullptr;
+    if (g_initializeCount.load() <= 0) return MAPI_E_NOT_INITIALIZED;
+    try {
+        std::wstring name;
+        if (lpszProfileName)
+            name = (ulFlags & MAPI_UNICODE)
+                       ? std::wstring(lpszProfileName)
+                       : velmar::Utf8ToWide(reinterpret_cast<const char*>(lpszProfileName));
+        const std::vector<CProfile> profiles = LoadProfiles();
+        const CProfile* chosen = nullptr;
+        for (const CProfile& profile : profiles) {
+            const bool wanted = name.empty()
+                                    ? (ulFlags & (MAPI_LOGON_UI | MAPI_USE_DEFAULT)) && profile.isDefault
+                                    : profile.name == name;
+            if (wanted) {
+                chosen = &profile;
+                break;
+            }
+        }
+        if (!chosen) return MAPI_E_LOGON_FAILED;
+        *lppSession = MakeObject<CMapiSession>(*chosen).Detach();
+        return S_OK;
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+}

@@ -1,0 +1,168 @@
+#include "mapi/provider/Store.h"
+
+#include <cstring>
+
+#include "mapi/provider/Folder.h"
+#include "mapi/provider/Maildir.h"
+#include "mapi/provider/MaildirIndex.h"
+#include "mapi/provider/Message.h"
+#include "mapitags.h"
+#include "support/Utf8.h"
+
+namespace velmar::mapi {
+namespace {
+
+// PR_STORE_SUPPORT_MASK bits.
+constexpr std::int32_t kStoreEntryIdUnique = 0x00000001;
+constexpr std::int32_t kStoreAttachOk = 0x00000020;
+constexpr std::int32_t kStoreRestrictionOk = 0x00000080;
+constexpr std::int32_t kStoreSortOk = 0x00000100;
+constexpr std::int32_t kStoreHtmlOk = 0x00010000;
+constexpr std::int32_t kStoreUnicodeOk = 0x00040000;
+
+std::vector<BYTE> FolderId(const CStoreConfig& config, const char* folder) {
+    return EncodeEntryId({EntryKind::Folder, config.id, folder, {}});
+}
+
+template <class T>
+HRESULT HandOut(CComPtr<T> object, LPCIID requested, ULONG type, ULONG* lpulObjType, LPUNKNOWN* out) {
+    if (lpulObjType) *lpulObjType = type;
+    if (!requested) {
+        *out = object.Detach();
+        return S_OK;
+    }
+    return object->QueryInterface(*requested, reinterpret_cast<LPVOID*>(out));
+}
+
+HRESULT OpenMessage(const CStoreConfig& config, const CEntryId& id, LPCIID lpInterface, ULONG* lpulObjType,
+                    LPUNKNOWN* lppUnk) {
+    const std::string folderPath = FolderPath(config.path, id.folder);
+    const auto snapshot = IndexForFolder(folderPath, config.id, id.folder)->Refresh();
+    const CIndexedMessage* indexed = snapshot->FindByKey(id.message);
+    if (!indexed) return MAPI_E_NOT_FOUND;
+    CMessageLocation location{config.id,      id.folder,          folderPath,
+                              indexed->key,   indexed->fileName,  indexed->inNew,
+                              indexed->flags, indexed->delivered, indexed->size};
+    std::shared_ptr<CMessageContent> content = ReadMessageFile(snapshot->PathOf(id.message), indexed->values);
+    return HandOut(MakeObject<CMimeMessage>(std::move(content), std::move(location)), lpInterface,
+                   MAPI_MESSAGE, lpulObjType, lppUnk);
+}
+
+}  // namespace
+
+HRESULT OpenStoreEntry(const CStoreConfig& config, const CEntryId& id, LPCIID lpInterface, ULONG* lpulObjType,
+                       LPUNKNOWN* lppUnk) {
+    if (!lppUnk) return MAPI_E_INVALID_PARAMETER;
+    *lppUnk = nullptr;
+    if (id.storeId != config.id) return MAPI_E_INVALID_ENTRYID;
+    try {
+        switch (id.kind) {
+            case EntryKind::Store:
+                return HandOut(MakeObject<CMaildirStore>(config), lpInterface, MAPI_STORE, lpulObjType,
+                               lppUnk);
+            case EntryKind::Folder: {
+                if (!IsValidFolderName(id.folder)) return MAPI_E_INVALID_ENTRYID;
+                if (!EnsureMaildir(FolderPath(config.path, id.folder))) return MAPI_E_NOT_FOUND;
+                return HandOut(MakeObject<CMaildirFolder>(config, id.folder), lpInterface, MAPI_FOLDER,
+                               lpulObjType, lppUnk);
+            }
+            case EntryKind::Message:
+                if (!IsValidFolderName(id.folder)) return MAPI_E_INVALID_ENTRYID;
+                return OpenMessage(config, id, lpInterface, lpulObjType, lppUnk);
+        }
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+    return MAPI_E_INVALID_ENTRYID;
+}
+
+HRESULT OpenMaildirStore(const CStoreConfig& config, LPMDB* lppMDB) {
+    if (!lppMDB) return MAPI_E_INVALID_PARAMETER;
+    *lppMDB = nullptr;
+    for (const char* folder : {kInboxFolder, kSentFolder, kOutboxFolder, kTrashFolder})
+        if (!EnsureMaildir(FolderPath(config.path, folder))) return MAPI_E_NOT_FOUND;
+    try {
+        *lppMDB = MakeObject<CMaildirStore>(config).Detach();
+        return S_OK;
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+}
+
+HRESULT CompareEntryIds(ULONG cb1, LPENTRYID id1, ULONG cb2, LPENTRYID id2, ULONG* lpulResult) {
+    if (!lpulResult) return MAPI_E_INVALID_PARAMETER;
+    const auto first = DecodeEntryId(reinterpret_cast<const BYTE*>(id1), cb1);
+    const auto second = DecodeEntryId(reinterpret_cast<const BYTE*>(id2), cb2);
+    if (!first || !second) return MAPI_E_UNKNOWN_ENTRYID;
+    *lpulResult = first->kind == second->kind && first->storeId == second->storeId &&
+                  first->folder == second->folder && first->message == second->message;
+    return S_OK;
+}
+
+std::vector<CPropValue> CMaildirStore::Properties() const {
+    const std::vector<BYTE> entryId = EncodeEntryId({EntryKind::Store, m_config.id, {}, {}});
+    return {
+        {PR_DISPLAY_NAME_W, m_config.displayName},
+        {PR_ENTRYID, entryId},
+        {PR_RECORD_KEY, entryId},
+        {PR_STORE_RECORD_KEY, entryId},
+        {PR_STORE_ENTRYID, entryId},
+        {PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_STORE)},
+        {PR_DEFAULT_STORE, m_config.isDefault},
+        {PR_PROVIDER_DISPLAY_W, std::wstring(L"Velmar Maildir")},
+        {PR_STORE_SUPPORT_MASK, kStoreEntryIdUnique | kStoreAttachOk | kStoreRestrictionOk | kStoreSortOk |
+                                    kStoreHtmlOk | kStoreUnicodeOk},
+        {PR_IPM_SUBTREE_ENTRYID, FolderId(m_config, kInboxFolder)},
+        {PR_IPM_OUTBOX_ENTRYID, FolderId(m_config, kOutboxFolder)},
+        {PR_IPM_SENTMAIL_ENTRYID, FolderId(m_config, kSentFolder)},
+        {PR_IPM_WASTEBASKET_ENTRYID, FolderId(m_config, kTrashFolder)},
+        {PR_MAILBOX_OWNER_NAME_W, m_config.ownerAddress},
+        {PR_MAILBOX_OWNER_ENTRYID, MakeOneOffEntryId(m_config.ownerAddress, L"SMTP", m_config.ownerAddress)},
+    };
+}
+
+HRESULT CMaildirStore::CompareEntryIDs(ULONG cbEntryID1, LPENTRYID lpEntryID1, ULONG cbEntryID2,
+                                       LPENTRYID lpEntryID2, ULONG, ULONG* lpulResult) {
+    return CompareEntryIds(cbEntryID1, lpEntryID1, cbEntryID2, lpEntryID2, lpulResult);
+}
+
+HRESULT CMaildirStore::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG,
+                                 ULONG* lpulObjType, LPUNKNOWN* lppUnk) {
+    if (!lppUnk) return MAPI_E_INVALID_PARAMETER;
+    *lppUnk = nullptr;
+    // No entry id opens the root folder, which in Maildir++ is the inbox.
+    if (!lpEntryID || cbEntryID == 0)
+        return OpenStoreEntry(m_config, {EntryKind::Folder, m_config.id, kInboxFolder, {}}, lpInterface,
+                              lpulObjType, lppUnk);
+    const std::optional<CEntryId> id = DecodeEntryId(reinterpret_cast<const BYTE*>(lpEntryID), cbEntryID);
+    if (!id) return MAPI_E_INVALID_ENTRYID;
+    return OpenStoreEntry(m_config, *id, lpInterface, lpulObjType, lppUnk);
+}
+
+HRESULT CMaildirStore::GetReceiveFolder(LPTSTR, ULONG, ULONG* lpcbEntryID, LPENTRYID* lppEntryID,
+                                        LPTSTR* lppszExplicitClass) {
+    if (!lpcbEntryID || !lppEntryID) return MAPI_E_INVALID_PARAMETER;
+    *lpcbEntryID = 0;
+    *lppEntryID = nullptr;
+    if (lppszExplicitClass) *lppszExplicitClass = nullptr;
+    // Every message class is received in the inbox.
+    const std::vector<BYTE> inbox = FolderId(m_config, kInboxFolder);
+    LPVOID block = nullptr;
+    if (const SCODE sc = MAPIAllocateBuffer(static_cast<ULONG>(inbox.size()), &block); FAILED(sc)) return sc;
+    std::memcpy(block, inbox.data(), inbox.size());
+    if (lppszExplicitClass) {
+        // The class that matched: the empty default class, in the width the caller asked for.
+        LPVOID text = nullptr;
+        if (const SCODE sc = MAPIAllocateMore(sizeof(WCHAR), block, &text); FAILED(sc)) {
+            MAPIFreeBuffer(block);
+            return sc;
+        }
+        std::memset(text, 0, sizeof(WCHAR));
+        *lppszExplicitClass = static_cast<LPTSTR>(text);
+    }
+    *lpcbEntryID = static_cast<ULONG>(inbox.size());
+    *lppEntryID = static_cast<LPENTRYID>(block);
+    return S_OK;
+}
+
+}  // namespace velmar::mapi

@@ -1,0 +1,61 @@
+// Helpers for tests that drive our MAPI as a client does: through its entry points and interfaces.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "mapiutil.h"
+#include "support/ComPtr.h"
+
+namespace velmar::test {
+
+// A property array from GetProps or HrGetOneProp, freed with MAPIFreeBuffer.
+struct CPropsHolder {
+    ULONG count = 0;
+    LPSPropValue values = nullptr;
+    ~CPropsHolder() { MAPIFreeBuffer(values); }
+    const SPropValue* Find(ULONG tag) const { return PpropFindProp(values, count, tag); }
+};
+
+struct CRowsHolder {
+    LPSRowSet rows = nullptr;
+    ~CRowsHolder() { FreeProws(rows); }
+};
+
+inline std::wstring WideProp(IMAPIProp* object, ULONG tag) {
+    LPSPropValue value = nullptr;
+    if (FAILED(HrGetOneProp(object, tag, &value))) return L"<missing>";
+    std::wstring text = value->Value.lpszW;
+    MAPIFreeBuffer(value);
+    return text;
+}
+
+inline LONG LongProp(IMAPIProp* object, ULONG tag, LONG missing = -1) {
+    LPSPropValue value = nullptr;
+    if (FAILED(HrGetOneProp(object, tag, &value))) return missing;
+    const LONG result = value->Value.l;
+    MAPIFreeBuffer(value);
+    return result;
+}
+
+inline std::vector<BYTE> BinaryProp(IMAPIProp* object, ULONG tag) {
+    LPSPropValue value = nullptr;
+    if (FAILED(HrGetOneProp(object, tag, &value))) return {};
+    std::vector<BYTE> bytes(value->Value.bin.lpb, value->Value.bin.lpb + value->Value.bin.cb);
+    MAPIFreeBuffer(value);
+    return bytes;
+}
+
+inline std::string ReadStream(IStream* stream) {
+    STATSTG stat{};
+    if (FAILED(stream->Stat(&stat, STATFLAG_NONAME))) return "<stat failed>";
+    std::string bytes(static_cast<size_t>(stat.cbSize.QuadPart), '\0');
+    ULONG got = 0;
+    if (FAILED(stream->Read(bytes.data(), static_cast<ULONG>(bytes.size()), &got))) return "<read failed>";
+    bytes.resize(got);
+    return bytes;
+}
+
+}  // namespace velmar::test

@@ -1,0 +1,537 @@
+// Our MAPI driven as the mail layer drives it: entry points, session, store, folder, table, message and
+// attachment interfaces, over Maildir folders these tests write.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "mapix.h"
+#include "tests/MapiTestSupport.h"
+#include "tests/TestFiles.h"
+
+namespace {
+
+using velmar::CComPtr;
+using velmar::test::BinaryProp;
+using velmar::test::CPropsHolder;
+using velmar::test::CRowsHolder;
+using velmar::test::LongProp;
+using velmar::test::ReadStream;
+using velmar::test::WideProp;
+namespace fs = std::filesystem;
+
+constexpr char kRichMessage[] =
+    "From: =?ISO-8859-1?Q?J=FCrgen_M=FCller?= <juergen@example.org>\r\n"
+    "To: Anna <anna@example.org>, bob@example.org\r\n"
+    "Cc: Carl <carl@example.org>\r\n"
+    "Bcc: dora@example.org\r\n"
+    "Subject: =?UTF-8?B?R3LDvMOfZSBhdXMgS8O2bG4=?=\r\n"
+    "Date: Sun, 03 Mar 2024 09:05:00 +0100\r\n"
+    "Message-ID: <rich-1@example.org>\r\n"
+    "MIME-Version: 1.0\r\n"
+    "Content-Type: multipart/mixed; boundary=\"mixed\"\r\n"
+    "\r\n"
+    "--mixed\r\n"
+    "Content-Type: multipart/related; boundary=\"rel\"\r\n"
+    "\r\n"
+    "--rel\r\n"
+    "Content-Type: multipart/alternative; boundary=\"alt\"\r\n"
+    "\r\n"
+    "--alt\r\n"
+    "Content-Type: text/plain; charset=ISO-8859-1\r\n"
+    "Content-Transfer-Encoding: quoted-printable\r\n"
+    "\r\n"
+    "Gr=FC=DFe\r\n"
+    "--alt\r\n"
+    "Content-Type: text/html; charset=ISO-8859-1\r\n"
+    "\r\n"
+    "<html><head><meta http-equiv=\"Content-Type\" content=\"text/html; charset=iso-8859-1\"></head>"
+    "<body><p>Gr\xFC\xDF"
+    "e</p><img src=\"cid:logo@x\"></body></html>\r\n"
+    "--alt--\r\n"
+    "--rel\r\n"
+    "Content-Type: image/png; name=\"logo.png\"\r\n"
+    "Content-Transfer-Encoding: base64\r\n"
+    "Content-ID: <logo@x>\r\n"
+    "Content-Disposition: inline; filename=\"logo.png\"\r\n"
+    "\r\n"
+    "iVBORw0KGgo=\r\n"
+    "--rel--\r\n"
+    "--mixed\r\n"
+    "Content-Type: application/pdf\r\n"
+    "Content-Disposition: attachment; filename*=UTF-8''Rechnung%20M%C3%A4rz.pdf\r\n"
+    "Content-Transfer-Encoding: base64\r\n"
+    "\r\n"
+    "JVBERi0xLjQK\r\n"
+    "--mixed--\r\n";
+
+constexpr char kEmbeddingMessage[] =
+    "From: outer@example.org\n"
+    "Subject: Outer\n"
+    "Message-ID: <outer@example.org>\n"
+    "MIME-Version: 1.0\n"
+    "Content-Type: multipart/mixed; boundary=b\n"
+    "\n"
+    "--b\n"
+    "Content-Type: text/plain\n"
+    "\n"
+    "see attached\n"
+    "--b\n"
+    "Content-Type: message/rfc822\n"
+    "\n"
+    "From: inner@example.org\n"
+    "Subject: Inner\n"
+    "Message-ID: <inner@example.org>\n"
+    "\n"
+    "inner body\n"
+    "--b--\n";
+
+constexpr char kHtmlOnlyMessage[] =
+    "From: html@example.org\n"
+    "Subject: HTML only\n"
+    "Message-ID: <html-only@example.org>\n"
+    "Content-Type: text/html; charset=windows-1252\n"
+    "\n"
+    "<html><body><style>p {color:red}</style><p>Erste&nbsp;Zeile</p><p>Zweite &amp; letzte "
+    "\x80</p></body></html>\n";
+
+class MapiProvider : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(MAPIInitialize(nullptr), S_OK);
+        m_mainPath = m_dir / "main";
+        m_archivePath = m_dir / "archive";
+        velmar::test::WriteFile(m_dir / "profiles.ini",
+                                "[Arbeit]\n"
+                                "store1.name = Postfach\n"
+                                "store1.path = main\n"
+                                "store1.address = me@example.org\n"
+                                "store2.name = Archiv\n"
+                                "store2.path = " +
+                                    m_archivePath.string() +
+                                    "\n"
+                                    "store2.address = archive@example.org\n"
+                                    "store2.default = yes\n"
+                                    "[Privat]\n"
+                                    "default = yes\n"
+                                    "store1.path = private\n");
+        velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "profiles.ini").string());
+    }
+    void TearDown() override { MAPIUninitialize(); }
+
+    CComPtr<IMAPISession> Logon(const wchar_t* profile, ULONG extraFlags = 0) {
+        CComPtr<IMAPISession> session;
+        const HRESULT hr =
+            MAPILogonEx(0, const_cast<LPTSTR>(profile), nullptr,
+                        MAPI_UNICODE | MAPI_EXTENDED | MAPI_EXPLICIT_PROFILE | MAPI_NEW_SESSION | extraFlags,
+                        session.Put());
+        EXPECT_EQ(hr, S_OK);
+        return session;
+    }
+
+    // The stores of the session's table: display name and entry id, in table order.
+    std::vector<std::pair<std::wstring, std::vector<BYTE>>> Stores(IMAPISession* session,
+                                                                   LONG* defaultRow = nullptr) {
+        CComPtr<IMAPITable> table;
+        EXPECT_EQ(session->GetMsgStoresTable(0, table.Put()), S_OK);
+        CRowsHolder rows;
+        EXPECT_EQ(HrQueryAllRows(table.get(), nullptr, nullptr, nullptr, 0, &rows.rows), S_OK);
+        std::vector<std::pair<std::wstring, std::vector<BYTE>>> stores;
+        for (ULONG r = 0; r < rows.rows->cRows; ++r) {
+            const SRow& row = rows.rows->aRow[r];
+            const SPropValue* name = PpropFindProp(row.lpProps, row.cValues, PR_DISPLAY_NAME_W);
+            const SPropValue* id = PpropFindProp(row.lpProps, row.cValues, PR_ENTRYID);
+            const SPropValue* isDefault = PpropFindProp(row.lpProps, row.cValues, PR_DEFAULT_STORE);
+            if (defaultRow && isDefault && isDefault->Value.b) *defaultRow = static_cast<LONG>(r);
+            stores.emplace_back(name ? name->Value.lpszW : L"",
+                                std::vector<BYTE>(id->Value.bin.lpb, id->Value.bin.lpb + id->Value.bin.cb));
+        }
+        return stores;
+    }
+
+    CComPtr<IMsgStore> OpenStore(IMAPISession* session, size_t index) {
+        auto stores = Stores(session);
+        CComPtr<IMsgStore> store;
+        EXPECT_EQ(session->OpenMsgStore(0, static_cast<ULONG>(stores.at(index).second.size()),
+                                        reinterpret_cast<LPENTRYID>(stores.at(index).second.data()), nullptr,
+                                        MAPI_BEST_ACCESS, store.Put()),
+                  S_OK);
+        return store;
+    }
+
+    CComPtr<IMAPIFolder> Inbox(IMsgStore* store) {
+        ULONG cb = 0;
+        LPENTRYID id = nullptr;
+        EXPECT_EQ(store->GetReceiveFolder(nullptr, MAPI_UNICODE, &cb, &id, nullptr), S_OK);
+        ULONG type = 0;
+        LPUNKNOWN folder = nullptr;
+        EXPECT_EQ(store->OpenEntry(cb, id, nullptr, MAPI_BEST_ACCESS, &type, &folder), S_OK);
+        EXPECT_EQ(type, MAPI_FOLDER);
+        MAPIFreeBuffer(id);
+        return CComPtr<IMAPIFolder>(static_cast<IMAPIFolder*>(folder));
+    }
+
+    // The lookup the mail layer makes: equality on PR_INTERNET_MESSAGE_ID_A, first row, its entry id opened.
+    CComPtr<IMessage> FindMessage(IMsgStore* store, IMAPIFolder* folder, const char* messageId) {
+        CComPtr<IMAPITable> table;
+        EXPECT_EQ(folder->GetContentsTable(0, table.Put()), S_OK);
+        SPropValue value{};
+        value.ulPropTag = PR_INTERNET_MESSAGE_ID_A;
+        value.Value.lpszA = const_cast<LPSTR>(messageId);
+        SRestriction restriction{};
+        restriction.rt = RES_PROPERTY;
+        restriction.res.resProperty = {RELOP_EQ, PR_INTERNET_MESSAGE_ID_A, &value};
+        EXPECT_EQ(table->Restrict(&restriction, 0), S_OK);
+        CRowsHolder rows;
+        EXPECT_EQ(table->QueryRows(1, 0, &rows.rows), S_OK);
+        if (!rows.rows || rows.rows->cRows == 0) return CComPtr<IMessage>();
+        const SPropValue* id =
+            PpropFindProp(rows.rows->aRow[0].lpProps, rows.rows->aRow[0].cValues, PR_ENTRYID);
+        EXPECT_NE(id, nullptr);
+        ULONG type = 0;
+        LPUNKNOWN message = nullptr;
+        EXPECT_EQ(store->OpenEntry(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), nullptr,
+                                   MAPI_BEST_ACCESS, &type, &message),
+                  S_OK);
+        EXPECT_EQ(type, MAPI_MESSAGE);
+        return CComPtr<IMessage>(static_cast<IMessage*>(message));
+    }
+
+    void Deliver(const fs::path& store, const std::string& name, std::string_view text,
+                 const char* sub = "new") {
+        velmar::test::WriteFile(store / sub / name, text);
+    }
+
+    velmar::test::CTempDir m_dir;
+    fs::path m_mainPath;
+    fs::path m_archivePath;
+};
+
+TEST_F(MapiProvider, ProfilesAndLogon) {
+    CComPtr<IProfAdmin> admin;
+    ASSERT_EQ(MAPIAdminProfiles(0, admin.Put()), S_OK);
+    CComPtr<IMAPITable> table;
+    ASSERT_EQ(admin->GetProfileTable(0, table.Put()), S_OK);
+    CRowsHolder rows;
+    ASSERT_EQ(HrQueryAllRows(table.get(), nullptr, nullptr, nullptr, 0, &rows.rows), S_OK);
+    ASSERT_EQ(rows.rows->cRows, 2u);
+    EXPECT_STREQ(rows.rows->aRow[0].lpProps[0].Value.lpszW, L"Arbeit");
+    EXPECT_STREQ(rows.rows->aRow[1].lpProps[0].Value.lpszW, L"Privat");
+    // Only the default profile's row carries PR_DEFAULT_PROFILE; the other reads as an error value.
+    EXPECT_EQ(rows.rows->aRow[0].lpProps[1].ulPropTag, CHANGE_PROP_TYPE(PR_DEFAULT_PROFILE, PT_ERROR));
+    EXPECT_EQ(rows.rows->aRow[1].lpProps[1].ulPropTag, PR_DEFAULT_PROFILE);
+
+    LPMAPISESSION session = nullptr;
+    const ULONG flags = MAPI_UNICODE | MAPI_EXTENDED | MAPI_EXPLICIT_PROFILE;
+    EXPECT_EQ(MAPILogonEx(0, const_cast<LPTSTR>(L"Unbekannt"), nullptr, flags, &session),
+              MAPI_E_LOGON_FAILED);
+    EXPECT_EQ(session, nullptr);
+    EXPECT_EQ(MAPILogonEx(0, const_cast<LPTSTR>(L""), nullptr, flags, &session), MAPI_E_LOGON_FAILED);
+    EXPECT_EQ(MAPILogonEx(0, const_cast<LPTSTR>(L"arbeit"), nullptr, flags, &session), MAPI_E_LOGON_FAILED)
+        << "profile names are exact";
+    CComPtr<IMAPISession> fallback = Logon(L"", MAPI_LOGON_UI);
+    ASSERT_TRUE(fallback);
+    EXPECT_EQ(Stores(fallback.get()).at(0).first, L"Store 1")
+        << "an empty name with MAPI_LOGON_UI: the default";
+    EXPECT_EQ(fallback->Logoff(0, MAPI_LOGOFF_UI, 0), S_OK);
+}
+
+TEST_F(MapiProvider, StoreTableAndStores) {
+    CComPtr<IMAPISession> session = Logon(L"Arbeit");
+    ASSERT_TRUE(session);
+    LONG defaultRow = -1;
+    const auto stores = Stores(session.get(), &defaultRow);
+    ASSERT_EQ(stores.size(), 2u);
+    EXPECT_EQ(stores[0].first, L"Postfach");
+    EXPECT_EQ(stores[1].first, L"Archiv");
+    EXPECT_EQ(defaultRow, 1);
+
+    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
+    ASSERT_TRUE(store);
+    EXPECT_EQ(WideProp(store.get(), PR_DISPLAY_NAME_W), L"Postfach");
+    for (const char* folder : {"cur", "new", "tmp", ".Sent/cur", ".Outbox/new", ".Trash/tmp"})
+        EXPECT_TRUE(fs::is_directory(m_mainPath / folder)) << folder << " is made on first use";
+    EXPECT_FALSE(BinaryProp(store.get(), PR_MAILBOX_OWNER_ENTRYID).empty());
+
+    // The outbox named by the store opens as a folder.
+    const std::vector<BYTE> outbox = BinaryProp(store.get(), PR_IPM_OUTBOX_ENTRYID);
+    ASSERT_FALSE(outbox.empty());
+    ULONG type = 0;
+    LPUNKNOWN object = nullptr;
+    ASSERT_EQ(session->OpenEntry(static_cast<ULONG>(outbox.size()),
+                                 reinterpret_cast<LPENTRYID>(const_cast<BYTE*>(outbox.data())), nullptr,
+                                 MAPI_BEST_ACCESS, &type, &object),
+              S_OK);
+    CComPtr<IMAPIFolder> folder(static_cast<IMAPIFolder*>(object));
+    EXPECT_EQ(type, MAPI_FOLDER);
+    EXPECT_EQ(WideProp(folder.get(), PR_DISPLAY_NAME_W), L"Outbox");
+
+    // Entry ids that are not ours, or cut short, are refused cleanly.
+    std::vector<BYTE> broken = stores[0].second;
+    broken.pop_back();
+    LPMDB refused = nullptr;
+    EXPECT_EQ(session->OpenMsgStore(0, static_cast<ULONG>(broken.size()),
+                                    reinterpret_cast<LPENTRYID>(broken.data()), nullptr, 0, &refused),
+              MAPI_E_INVALID_ENTRYID);
+    EXPECT_EQ(session->OpenMsgStore(0, 0, nullptr, nullptr, 0, &refused), MAPI_E_INVALID_ENTRYID);
+}
+
+TEST_F(MapiProvider, EmbeddedDefaultProfileCreatesItsStore) {
+    velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "none.ini").string());
+    velmar::test::SetEnvironment("XDG_DATA_HOME", (m_dir / "data").string());
+    CComPtr<IMAPISession> session = Logon(L"Velmar");
+    ASSERT_TRUE(session);
+    const auto stores = Stores(session.get());
+    ASSERT_EQ(stores.size(), 1u);
+    EXPECT_EQ(stores[0].first, L"Postfach");
+    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
+    ASSERT_TRUE(store);
+    EXPECT_TRUE(fs::is_directory(m_dir / "data" / "velmar-mapi" / "Maildir" / "new"));
+}
+
+TEST_F(MapiProvider, LookupByMessageIdSeesNewDeliveries) {
+    CComPtr<IMAPISession> session = Logon(L"Arbeit");
+    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
+    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    Deliver(m_mainPath, "1700000001.M1P1.host:2,S", "Message-ID: <a@x>\nSubject: first\n\nbody\n", "cur");
+    Deliver(m_mainPath, "1700000002.M1P1.host", "Message-ID: <b@x>\nSubject: second\n\nbody\n");
+    EXPECT_TRUE(FindMessage(store.get(), inbox.get(), "<a@x>"));
+    EXPECT_FALSE(FindMessage(store.get(), inbox.get(), "<A@x>")) << "the match is exact";
+    EXPECT_FALSE(FindMessage(store.get(), inbox.get(), "<c@x>"));
+
+    // Mail delivered while the session runs is in the next table.
+    Deliver(m_mainPath, "1700000003.M1P1.host", "Message-ID: <c@x>\nSubject: third\n\nbody\n");
+    CComPtr<IMessage> third = FindMessage(store.get(), inbox.get(), "<c@x>");
+    ASSERT_TRUE(third);
+    EXPECT_EQ(WideProp(third.get(), PR_SUBJECT_W), L"third");
+
+    CComPtr<IMAPITable> table;
+    ASSERT_EQ(inbox->GetContentsTable(0, table.Put()), S_OK);
+    ULONG count = 0;
+    ASSERT_EQ(table->GetRowCount(0, &count), S_OK);
+    EXPECT_EQ(count, 3u);
+    EXPECT_EQ(LongProp(inbox.get(), PR_CONTENT_UNREAD), 2);
+}
+
+TEST_F(MapiProvider, MessagePropertiesBodiesAndRecipients) {
+    CComPtr<IMAPISession> session = Logon(L"Arbeit");
+    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
+    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    Deliver(m_mainPath, "1700000010.M1P1.host", kRichMessage);
+    CComPtr<IMessage> message = FindMessage(store.get(), inbox.get(), "<rich-1@example.org>");
+    ASSERT_TRUE(message);
+
+    SizedSPropTagArray(6, tags) = {6,
+                                   {PR_SUBJECT_W, PR_SENDER_NAME_W, PR_BODY_W, PR_CREATION_TIME,
+                                    PR_SENDER_EMAIL_ADDRESS_W, PR_ATTACH_NUM}};
+    CPropsHolder props;
+    EXPECT_EQ(message->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), MAPI_UNICODE, &props.count,
+                                &props.values),
+              MAPI_W_ERRORS_RETURNED)
+        << "the message has no PR_ATTACH_NUM";
+    ASSERT_EQ(props.count, 6u);
+    EXPECT_STREQ(props.values[0].Value.lpszW, L"Gr\u00fc\u00dfe aus K\u00f6ln");
+    EXPECT_STREQ(props.values[1].Value.lpszW, L"J\u00fcrgen M\u00fcller");
+    EXPECT_STREQ(props.values[2].Value.lpszW, L"Gr\u00fc\u00dfe");
+    EXPECT_EQ(PROP_TYPE(props.values[3].ulPropTag), PT_SYSTIME);
+    EXPECT_STREQ(props.values[4].Value.lpszW, L"juergen@example.org");
+    EXPECT_EQ(props.values[5].ulPropTag, CHANGE_PROP_TYPE(PR_ATTACH_NUM, PT_ERROR));
+    EXPECT_EQ(props.values[5].Value.err, MAPI_E_NOT_FOUND);
+    EXPECT_EQ(WideProp(message.get(), PR_INTERNET_MESSAGE_ID_W), L"<rich-1@example.org>");
+    EXPECT_EQ(WideProp(message.get(), PR_MESSAGE_CLASS_W), L"IPM.Note");
+    EXPECT_EQ(LongProp(message.get(), PR_INTERNET_CPID), 65001);
+    EXPECT_EQ(LongProp(message.get(), PR_MESSAGE_FLAGS) & MSGFLAG_READ, 0);
+
+    // The HTML part arrives in UTF-8 and says so, whatever its charset was.
+    LPUNKNOWN unknown = nullptr;
+    ASSERT_EQ(message->OpenProperty(PR_HTML, &IID_IStream, 0, 0, &unknown), S_OK);
+    CComPtr<IStream> html(static_cast<IStream*>(unknown));
+    const std::string htmlText = ReadStream(html.get());
+    EXPECT_NE(htmlText.find("<p>Gr\xC3\xBC\xC3\x9F"
+                            "e</p>"),
+              std::string::npos)
+        << htmlText;
+    EXPECT_NE(htmlText.find("charset=utf-8"), std::string::npos) << htmlText;
+    EXPECT_EQ(htmlText.find("iso-8859-1"), std::string::npos) << htmlText;
+    ASSERT_EQ(message->OpenProperty(PR_BODY_W, &IID_IStream, 0, 0, &unknown), S_OK);
+    CComPtr<IStream> body(static_cast<IStream*>(unknown));
+    const std::string bodyBytes = ReadStream(body.get());
+    EXPECT_EQ(
+        std::wstring(reinterpret_cast<const wchar_t*>(bodyBytes.data()), bodyBytes.size() / sizeof(wchar_t)),
+        L"Gr\u00fc\u00dfe");
+    EXPECT_EQ(message->OpenProperty(PR_RTF_COMPRESSED, &IID_IStream, 0, 0, &unknown), MAPI_E_NOT_FOUND);
+
+    CComPtr<IMAPITable> recipients;
+    ASSERT_EQ(message->GetRecipientTable(MAPI_UNICODE, recipients.Put()), S_OK);
+    CRowsHolder rows;
+    ASSERT_EQ(HrQueryAllRows(recipients.get(), nullptr, nullptr, nullptr, 0, &rows.rows), S_OK);
+    ASSERT_EQ(rows.rows->cRows, 4u);
+    const std::pair<const wchar_t*, LONG> expected[] = {{L"Anna", MAPI_TO},
+                                                        {L"bob@example.org", MAPI_TO},
+                                                        {L"Carl", MAPI_CC},
+                                                        {L"dora@example.org", MAPI_BCC}};
+    for (ULONG r = 0; r < 4; ++r) {
+        const SRow& row = rows.rows->aRow[r];
+        EXPECT_STREQ(PpropFindProp(row.lpProps, row.cValues, PR_DISPLAY_NAME_W)->Value.lpszW,
+                     expected[r].first);
+        EXPECT_EQ(PpropFindProp(row.lpProps, row.cValues, PR_RECIPIENT_TYPE)->Value.l, expected[r].second);
+    }
+}
+
+TEST_F(MapiProvider, AttachmentsInlineImagesAndTheirBytes) {
+    CComPtr<IMAPISession> session = Logon(L"Arbeit");
+    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
+    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    Deliver(m_mainPath, "1700000011.M1P1.host", kRichMessage);
+    CComPtr<IMessage> message = FindMessage(store.get(), inbox.get(), "<rich-1@example.org>");
+    ASSERT_TRUE(message);
+
+    CComPtr<IMAPITable> table;
+    ASSERT_EQ(message->GetAttachmentTable(MAPI_UNICODE, table.Put()), S_OK);
+    SizedSPropTagArray(3, columns) = {3, {PR_ATTACH_LONG_FILENAME_W, PR_ATTACH_NUM, PR_ATTACH_CONTENT_ID_W}};
+    CRowsHolder rows;
+    ASSERT_EQ(HrQueryAllRows(table.get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0,
+                             &rows.rows),
+              S_OK);
+    ASSERT_EQ(rows.rows->cRows, 2u);
+    EXPECT_STREQ(rows.rows->aRow[0].lpProps[0].Value.lpszW, L"logo.png");
+    EXPECT_STREQ(rows.rows->aRow[0].lpProps[2].Value.lpszW, L"logo@x") << "content ids lose their brackets";
+    EXPECT_STREQ(rows.rows->aRow[1].lpProps[0].Value.lpszW, L"Rechnung M\u00e4rz.pdf");
+    EXPECT_EQ(PROP_TYPE(rows.rows->aRow[1].lpProps[2].ulPropTag), PT_ERROR) << "no content id";
+
+    const std::pair<ULONG, std::string> contents[] = {
+        {static_cast<ULONG>(rows.rows->aRow[0].lpProps[1].Value.l), std::string("\x89PNG\r\n\x1A\n", 8)},
+        {static_cast<ULONG>(rows.rows->aRow[1].lpProps[1].Value.l), std::string("%PDF-1.4\n")}};
+    for (const auto& [number, bytes] : contents) {
+        CComPtr<IAttach> attach;
+        ASSERT_EQ(message->OpenAttach(number, nullptr, MAPI_BEST_ACCESS, attach.Put()), S_OK);
+        EXPECT_EQ(LongProp(attach.get(), PR_ATTACH_METHOD), static_cast<LONG>(ATTACH_BY_VALUE));
+        EXPECT_EQ(LongProp(attach.get(), PR_ATTACH_SIZE), static_cast<LONG>(bytes.size()));
+        LPUNKNOWN unknown = nullptr;
+        ASSERT_EQ(attach->OpenProperty(PR_ATTACH_DATA_BIN, &IID_IStream, 0, 0, &unknown), S_OK);
+        CComPtr<IStream> stream(static_cast<IStream*>(unknown));
+        EXPECT_EQ(ReadStream(stream.get()), bytes);
+    }
+    CComPtr<IAttach> missing;
+    EXPECT_EQ(message->OpenAttach(7, nullptr, 0, missing.Put()), MAPI_E_NOT_FOUND);
+}
+
+TEST_F(MapiProvider, EmbeddedMessagesAndHtmlOnlyBodies) {
+    CComPtr<IMAPISession> session = Logon(L"Arbeit");
+    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
+    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    Deliver(m_mainPath, "1700000020.M1P1.host", kEmbeddingMessage);
+    Deliver(m_mainPath, "1700000021.M1P1.host", kHtmlOnlyMessage);
+
+    CComPtr<IMessage> outer = FindMessage(store.get(), inbox.get(), "<outer@example.org>");
+    ASSERT_TRUE(outer);
+    CComPtr<IAttach> attach;
+    ASSERT_EQ(outer->OpenAttach(0, nullptr, MAPI_BEST_ACCESS, attach.Put()), S_OK);
+    EXPECT_EQ(LongProp(attach.get(), PR_ATTACH_METHOD), static_cast<LONG>(ATTACH_EMBEDDED_MSG));
+    LPUNKNOWN unknown = nullptr;
+    EXPECT_EQ(attach->OpenProperty(PR_ATTACH_DATA_BIN, &IID_IStream, 0, 0, &unknown), MAPI_E_NOT_FOUND);
+    ASSERT_EQ(attach->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, 0, &unknown), S_OK);
+    CComPtr<IMessage> inner(static_cast<IMessage*>(unknown));
+    EXPECT_EQ(WideProp(inner.get(), PR_SUBJECT_W), L"Inner");
+    EXPECT_EQ(WideProp(inner.get(), PR_BODY_W), L"inner body")
+        << "the line break before a boundary is the boundary's";
+    EXPECT_EQ(attach->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IStorage, 0, 0, &unknown),
+              MAPI_E_INTERFACE_NOT_SUPPORTED);
+
+    CComPtr<IMessage> htmlOnly = FindMessage(store.get(), inbox.get(), "<html-only@example.org>");
+    ASSERT_TRUE(htmlOnly);
+    EXPECT_EQ(WideProp(htmlOnly.get(), PR_BODY_W), L"Erste\u00a0Zeile\nZweite & letzte \u20ac\n");
+}
+
+TEST_F(MapiProvider, ReadFlagRenamesTheFileAndKeepsTheEntryId) {
+    CComPtr<IMAPISession> session = Logon(L"Arbeit");
+    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
+    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    Deliver(m_mainPath, "1700000030.M1P1.host", "Message-ID: <r@x>\nSubject: read me\n\nbody\n");
+    CComPtr<IMessage> message = FindMessage(store.get(), inbox.get(), "<r@x>");
+    ASSERT_TRUE(message);
+    const std::vector<BYTE> entryId = BinaryProp(message.get(), PR_ENTRYID);
+
+    ASSERT_EQ(message->SetReadFlag(0), S_OK);
+    EXPECT_TRUE(fs::exists(m_mainPath / "cur" / "1700000030.M1P1.host:2,S"));
+    EXPECT_FALSE(fs::exists(m_mainPath / "new" / "1700000030.M1P1.host"));
+    EXPECT_EQ(LongProp(message.get(), PR_MESSAGE_FLAGS) & MSGFLAG_READ, static_cast<LONG>(MSGFLAG_READ));
+
+    ULONG type = 0;
+    LPUNKNOWN reopened = nullptr;
+    ASSERT_EQ(store->OpenEntry(static_cast<ULONG>(entryId.size()),
+                               reinterpret_cast<LPENTRYID>(const_cast<BYTE*>(entryId.data())), nullptr, 0,
+                               &type, &reopened),
+              S_OK)
+        << "the entry id survives the rename";
+    CComPtr<IMessage> again(static_cast<IMessage*>(reopened));
+    EXPECT_EQ(LongProp(again.get(), PR_MESSAGE_FLAGS) & MSGFLAG_READ, static_cast<LONG>(MSGFLAG_READ));
+    ASSERT_EQ(again->SetReadFlag(CLEAR_READ_FLAG), S_OK);
+    EXPECT_TRUE(fs::exists(m_mainPath / "cur" / "1700000030.M1P1.host:2,"));
+}
+
+TEST_F(MapiProvider, BrokenFilesStillAppearAndNothingChangesOnDisk) {
+    CComPtr<IMAPISession> session = Logon(L"Arbeit");
+    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
+    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    static constexpr char kGarbage[] = "\x00\xFF\xFE binary \x01\x02\nMessage-ID: <garbage@x>\n\n\x00\x00";
+    const std::string garbage(kGarbage, sizeof kGarbage - 1);
+    Deliver(m_mainPath, "1700000040.M1P1.host", garbage);
+    Deliver(m_mainPath, "1700000041.M1P1.host", "");
+    Deliver(m_mainPath, "1700000042.M1P1.host",
+            "Message-ID: <cut@x>\nContent-Type: multipart/mixed; boundary=z\n\n--z\nContent-Type: "
+            "text/plain\n\ncut off in the mid");
+
+    CComPtr<IMAPITable> table;
+    ASSERT_EQ(inbox->GetContentsTable(0, table.Put()), S_OK);
+    CRowsHolder rows;
+    ASSERT_EQ(HrQueryAllRows(table.get(), nullptr, nullptr, nullptr, 0, &rows.rows), S_OK);
+    ASSERT_EQ(rows.rows->cRows, 3u);
+    for (ULONG r = 0; r < rows.rows->cRows; ++r) {
+        const SRow& row = rows.rows->aRow[r];
+        const SPropValue* id = PpropFindProp(row.lpProps, row.cValues, PR_ENTRYID);
+        ASSERT_NE(id, nullptr);
+        ULONG type = 0;
+        LPUNKNOWN object = nullptr;
+        ASSERT_EQ(store->OpenEntry(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), nullptr,
+                                   0, &type, &object),
+                  S_OK);
+        CComPtr<IMessage> message(static_cast<IMessage*>(object));
+        CPropsHolder props;
+        EXPECT_TRUE(SUCCEEDED(message->GetProps(nullptr, MAPI_UNICODE, &props.count, &props.values)));
+        CComPtr<IMAPITable> attachments;
+        EXPECT_EQ(message->GetAttachmentTable(0, attachments.Put()), S_OK);
+    }
+    CComPtr<IMessage> cut = FindMessage(store.get(), inbox.get(), "<cut@x>");
+    ASSERT_TRUE(cut);
+    EXPECT_EQ(WideProp(cut.get(), PR_BODY_W), L"cut off in the mid");
+    EXPECT_TRUE(fs::exists(m_mainPath / "new" / "1700000040.M1P1.host")) << "reading never moves a file";
+}
+
+TEST_F(MapiProvider, ConcurrentReadersOfOneFolder) {
+    for (int i = 0; i < 50; ++i)
+        Deliver(m_mainPath, "17000001" + std::to_string(100 + i) + ".M1P1.host",
+                "Message-ID: <m" + std::to_string(i) + "@x>\nSubject: s\n\nbody\n");
+    std::vector<std::thread> threads;
+    std::atomic<int> found{0};
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            CComPtr<IMAPISession> session = Logon(L"Arbeit");
+            CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
+            CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+            for (int i = t % 2; i < 50; i += 2)
+                if (FindMessage(store.get(), inbox.get(), ("<m" + std::to_string(i) + "@x>").c_str()))
+                    ++found;
+                else
+                    ADD_FAILURE() << "missing <m" << i << "@x> in thread " << t;
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(found.load(), 100);
+}
+
+}  // namespace
