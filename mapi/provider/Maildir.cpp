@@ -45,15 +45,14 @@ std::wstring FolderDisplayName(std::string_view folderName) {
 }
 
 CMaildirName SplitMaildirName(std::string_view fileName) {
-    const size_t info = fileName.rfind(":2,");
-    if (info == std::string_view::npos) return {std::string(fileName), {}};
+    size_t info = fileName.rfind(":2,");
+    if (info == std::string_view::npos) info = fileName.rfind(";2,");
+    if (info == std::string_view::npos) return {std::string(fileName), {}, ':'};
     std::string flags(fileName.substr(info + 3));
     std::sort(flags.begin(), flags.end());
-    return {std::string(fileName.substr(0, info)), flags};
+    return {std::string(fileName.substr(0, info)), flags, fileName[info]};
 }
 
-std::string JoinMaildirName(const CMaildirName& name) {
-    return name.key + ":2," + name.flags;
-}
+std::string JoinMaildirName(const CMaildirName& name) { return name.key + name.separator + "2," + name.flags; }
 
 }  // namespace velmar::mapi

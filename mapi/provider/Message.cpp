@@ -1,5 +1,6 @@
 #include "mapi/provider/Message.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -181,7 +182,10 @@ HRESULT CMimeMessage::SetReadFlag(ULONG ulFlags) {
     const size_t seen = flags.find('S');
     if (read && seen == std::string::npos) flags += 'S';
     if (!read && seen != std::string::npos) flags.erase(seen, 1);
-    const std::string fileName = JoinMaildirName(SplitMaildirName(where.key + ":2," + flags));
+    CMaildirName name = SplitMaildirName(where.fileName);
+    name.flags = flags;
+    std::sort(name.flags.begin(), name.flags.end());
+    const std::string fileName = JoinMaildirName(name);
     if (fileName == where.fileName && !where.inNew) return S_OK;
     const std::string from = where.folderPath + (where.inNew ? "/new/" : "/cur/") + where.fileName;
     const std::string to = where.folderPath + "/cur/" + fileName;
@@ -189,7 +193,7 @@ HRESULT CMimeMessage::SetReadFlag(ULONG ulFlags) {
     if (std::rename(from.c_str(), to.c_str()) != 0) return MAPI_E_NOT_FOUND;
     where.fileName = fileName;
     where.inNew = false;
-    where.flags = SplitMaildirName(fileName).flags;
+    where.flags = name.flags;
     return S_OK;
 }
 

@@ -1,0 +1,240 @@
+// Real-world mail that nobody here wrote, read through our MAPI: every message of the corpora must open
+// with everything a client asks for, and a sample must read as a careful reader of its source would expect.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "mapix.h"
+#include "tests/MapiTestSupport.h"
+#include "tests/TestFiles.h"
+
+namespace {
+
+using velmar::CComPtr;
+using velmar::test::CPropsHolder;
+using velmar::test::CRowsHolder;
+using velmar::test::LongProp;
+using velmar::test::ReadStream;
+using velmar::test::WideProp;
+namespace fs = std::filesystem;
+
+const fs::path kCorpora = VELMAR_CORPORA_DIR;
+
+class MapiCorpus : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!fs::is_directory(kCorpora)) GTEST_SKIP() << "no corpora at " << kCorpora;
+        ASSERT_EQ(MAPIInitialize(nullptr), S_OK);
+        velmar::test::WriteFile(m_dir / "profiles.ini", "[Corpus]\nstore1.name = Korpus\nstore1.path = mail\n");
+        velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "profiles.ini").string());
+        fs::create_directories(m_dir / "mail" / "cur");
+        fs::create_directories(m_dir / "mail" / "new");
+    }
+    void TearDown() override {
+        if (fs::is_directory(kCorpora)) MAPIUninitialize();
+    }
+
+    // Copies a corpus message into the store's cur/ under a name of its own, and returns its number.
+    int Add(const fs::path& source) {
+        const int number = m_count++;
+        fs::copy_file(source, m_dir / "mail" / "cur" / ("1600000000.M" + std::to_string(number) + "P1.corpus:2,"));
+        return number;
+    }
+
+    void Open() {
+        ASSERT_EQ(MAPILogonEx(0, const_cast<LPTSTR>(L"Corpus"), nullptr, MAPI_UNICODE | MAPI_EXTENDED, m_session.Put()),
+                  S_OK);
+        CComPtr<IMAPITable> stores;
+        ASSERT_EQ(m_session->GetMsgStoresTable(0, stores.Put()), S_OK);
+        CRowsHolder rows;
+        ASSERT_EQ(HrQueryAllRows(stores.get(), nullptr, nullptr, nullptr, 0, &rows.rows), S_OK);
+        const SPropValue* id = PpropFindProp(rows.rows->aRow[0].lpProps, rows.rows->aRow[0].cValues, PR_ENTRYID);
+        ASSERT_EQ(m_session->OpenMsgStore(0, id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), nullptr,
+                                          MAPI_BEST_ACCESS, m_store.Put()),
+                  S_OK);
+        ULONG type = 0;
+        LPUNKNOWN inbox = nullptr;
+        ASSERT_EQ(m_store->OpenEntry(0, nullptr, nullptr, 0, &type, &inbox), S_OK);
+        m_inbox.Reset(static_cast<IMAPIFolder*>(inbox));
+    }
+
+    CComPtr<IMessage> OpenRow(const SRow& row) {
+        const SPropValue* id = PpropFindProp(row.lpProps, row.cValues, PR_ENTRYID);
+        ULONG type = 0;
+        LPUNKNOWN message = nullptr;
+        EXPECT_EQ(m_store->OpenEntry(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), nullptr, 0,
+                                     &type, &message),
+                  S_OK);
+        return CComPtr<IMessage>(static_cast<IMessage*>(message));
+    }
+
+    CComPtr<IMessage> ByMessageId(const char* messageId) {
+        CComPtr<IMAPITable> table;
+        EXPECT_EQ(m_inbox->GetContentsTable(0, table.Put()), S_OK);
+        SPropValue value{};
+        value.ulPropTag = PR_INTERNET_MESSAGE_ID_A;
+        value.Value.lpszA = const_cast<LPSTR>(messageId);
+        SRestriction restriction{};
+        restriction.rt = RES_PROPERTY;
+        restriction.res.resProperty = {RELOP_EQ, PR_INTERNET_MESSAGE_ID_A, &value};
+        CRowsHolder rows;
+        EXPECT_EQ(HrQueryAllRows(table.get(), nullptr, &restriction, nullptr, 0, &rows.rows), S_OK);
+        if (!rows.rows || rows.rows->cRows != 1) return CComPtr<IMessage>();
+        return OpenRow(rows.rows->aRow[0]);
+    }
+
+    // Every attachment of a message as the mail layer would fetch it: its data, or its embedded message.
+    void ReadEveryAttachment(IMessage* message, const std::string& source) {
+        CComPtr<IMAPITable> table;
+        ASSERT_EQ(message->GetAttachmentTable(MAPI_UNICODE, table.Put()), S_OK) << source;
+        CRowsHolder rows;
+        ASSERT_EQ(HrQueryAllRows(table.get(), nullptr, nullptr, nullptr, 0, &rows.rows), S_OK) << source;
+        for (ULONG r = 0; r < rows.rows->cRows; ++r) {
+            const SRow& row = rows.rows->aRow[r];
+            const ULONG number = static_cast<ULONG>(PpropFindProp(row.lpProps, row.cValues, PR_ATTACH_NUM)->Value.l);
+            CComPtr<IAttach> attach;
+            ASSERT_EQ(message->OpenAttach(number, nullptr, MAPI_BEST_ACCESS, attach.Put()), S_OK) << source;
+            LPUNKNOWN data = nullptr;
+            if (LongProp(attach.get(), PR_ATTACH_METHOD) == static_cast<LONG>(ATTACH_EMBEDDED_MSG)) {
+                ASSERT_EQ(attach->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, 0, &data), S_OK) << source;
+                CComPtr<IMessage> embedded(static_cast<IMessage*>(data));
+                CPropsHolder props;
+                EXPECT_TRUE(SUCCEEDED(embedded->GetProps(nullptr, MAPI_UNICODE, &props.count, &props.values)));
+            } else {
+                ASSERT_EQ(attach->OpenProperty(PR_ATTACH_DATA_BIN, &IID_IStream, 0, 0, &data), S_OK) << source;
+                CComPtr<IStream> stream(static_cast<IStream*>(data));
+                EXPECT_EQ(ReadStream(stream.get()).size(), static_cast<size_t>(LongProp(attach.get(), PR_ATTACH_SIZE)))
+                    << source;
+            }
+        }
+    }
+
+    velmar::test::CTempDir m_dir;
+    int m_count = 0;
+    CComPtr<IMAPISession> m_session;
+    CComPtr<IMsgStore> m_store;
+    CComPtr<IMAPIFolder> m_inbox;
+};
+
+TEST_F(MapiCorpus, EveryMessageOpensWithItsPropertiesRecipientsAndAttachments) {
+    std::vector<std::string> sources;
+    for (const char* folder : {"mail-parser/resources/eml", "MimeKit/messages"}) {
+        for (const auto& entry : fs::recursive_directory_iterator(kCorpora / folder)) {
+            const std::string extension = entry.path().extension().string();
+            if (!entry.is_regular_file() || (extension != ".eml" && extension != ".txt")) continue;
+            sources.push_back(entry.path().string());
+            Add(entry.path());
+        }
+    }
+    ASSERT_GT(sources.size(), 100u);
+    Open();
+    CComPtr<IMAPITable> table;
+    ASSERT_EQ(m_inbox->GetContentsTable(0, table.Put()), S_OK);
+    CRowsHolder rows;
+    ASSERT_EQ(HrQueryAllRows(table.get(), nullptr, nullptr, nullptr, 0, &rows.rows), S_OK);
+    ASSERT_EQ(rows.rows->cRows, sources.size());
+    for (ULONG r = 0; r < rows.rows->cRows; ++r) {
+        CComPtr<IMessage> message = OpenRow(rows.rows->aRow[r]);
+        ASSERT_TRUE(message);
+        const std::string source = "row " + std::to_string(r);
+        CPropsHolder props;
+        EXPECT_TRUE(SUCCEEDED(message->GetProps(nullptr, MAPI_UNICODE, &props.count, &props.values))) << source;
+        CComPtr<IMAPITable> recipients;
+        ASSERT_EQ(message->GetRecipientTable(MAPI_UNICODE, recipients.Put()), S_OK) << source;
+        CRowsHolder recipientRows;
+        EXPECT_EQ(HrQueryAllRows(recipients.get(), nullptr, nullptr, nullptr, 0, &recipientRows.rows), S_OK);
+        ReadEveryAttachment(message.get(), source);
+    }
+}
+
+TEST_F(MapiCorpus, Utf7SubjectNamesAndBody) {
+    Add(kCorpora / "mail-parser/resources/eml/legacy/001.eml");
+    Open();
+    CComPtr<IMessage> message = ByMessageId("<NDBBIAKOPKHFGPLCODIGMEKCCHAA.doug@example.com>");
+    ASSERT_TRUE(message);
+    EXPECT_EQ(WideProp(message.get(), PR_SUBJECT_W), L"Die Hasen und die Fr\u00f6sche (Microsoft Outlook 00)");
+    EXPECT_EQ(WideProp(message.get(), PR_SENDER_NAME_W), L"Doug Sauder");
+    EXPECT_EQ(WideProp(message.get(), PR_SENDER_EMAIL_ADDRESS_W), L"doug@example.com");
+    EXPECT_EQ(WideProp(message.get(), PR_DISPLAY_TO_W), L"Joe Blow; J\u00fcrgen Schm\u00fcrgen");
+    const std::wstring body = WideProp(message.get(), PR_BODY_W);
+    EXPECT_EQ(body.rfind(L"Die Hasen und die Fr\u00f6sche", 0), 0u) << "the body starts with its title";
+    EXPECT_NE(body.find(L"Die Hasen klagten einst \u00fcber ihre mi\u00dfliche Lage; \"wir leben\""), std::wstring::npos);
+}
+
+TEST_F(MapiCorpus, Latin1HtmlOnlyMessage) {
+    Add(kCorpora / "mail-parser/resources/eml/legacy/002.eml");
+    Open();
+    CComPtr<IMessage> message = ByMessageId("<4.2.0.58.20000519003052.00a89c40@pop.example.com>");
+    ASSERT_TRUE(message);
+    EXPECT_EQ(WideProp(message.get(), PR_SUBJECT_W), L"Die Hasen und die Fr\u00f6sche");
+    EXPECT_EQ(WideProp(message.get(), PR_DISPLAY_TO_W), L"Heinz M\u00fcller");
+    LPUNKNOWN unknown = nullptr;
+    ASSERT_EQ(message->OpenProperty(PR_HTML, &IID_IStream, 0, 0, &unknown), S_OK);
+    CComPtr<IStream> html(static_cast<IStream*>(unknown));
+    const std::string text = ReadStream(html.get());
+    EXPECT_NE(text.find("Die Hasen klagten einst \xC3\xBC" "ber"), std::string::npos) << "Latin-1 arrives as UTF-8";
+    EXPECT_NE(text.find("charset=utf-8"), std::string::npos);
+    // No text part: the plain body is the HTML as text.
+    EXPECT_NE(WideProp(message.get(), PR_BODY_W).find(L"\"wir leben\", sprach ein Redner"), std::wstring::npos);
+}
+
+TEST_F(MapiCorpus, RelatedHtmlWithInlineImages) {
+    Add(kCorpora / "mail-parser/resources/eml/legacy/028.eml");
+    Open();
+    CComPtr<IMessage> message = ByMessageId("<NDBBIAKOPKHFGPLCODIGKEKFCHAA.doug@example.com>");
+    ASSERT_TRUE(message);
+    LPUNKNOWN unknown = nullptr;
+    ASSERT_EQ(message->OpenProperty(PR_HTML, &IID_IStream, 0, 0, &unknown), S_OK);
+    CComPtr<IStream> html(static_cast<IStream*>(unknown));
+    EXPECT_NE(ReadStream(html.get()).find("cid:823504223@17052000-0f8d"), std::string::npos);
+
+    CComPtr<IMAPITable> table;
+    ASSERT_EQ(message->GetAttachmentTable(MAPI_UNICODE, table.Put()), S_OK);
+    SizedSPropTagArray(3, columns) = {3, {PR_ATTACH_LONG_FILENAME_W, PR_ATTACH_CONTENT_ID_W, PR_ATTACH_MIME_TAG_W}};
+    CRowsHolder rows;
+    ASSERT_EQ(HrQueryAllRows(table.get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0, &rows.rows),
+              S_OK);
+    ASSERT_EQ(rows.rows->cRows, 2u);
+    EXPECT_STREQ(rows.rows->aRow[0].lpProps[0].Value.lpszW, L"blueball.png");
+    EXPECT_STREQ(rows.rows->aRow[0].lpProps[1].Value.lpszW, L"823504223@17052000-0f8d");
+    EXPECT_STREQ(rows.rows->aRow[0].lpProps[2].Value.lpszW, L"image/png");
+    EXPECT_STREQ(rows.rows->aRow[1].lpProps[0].Value.lpszW, L"redball.png");
+    EXPECT_STREQ(rows.rows->aRow[1].lpProps[1].Value.lpszW, L"823504223@17052000-0f94");
+    CComPtr<IAttach> attach;
+    ASSERT_EQ(message->OpenAttach(0, nullptr, 0, attach.Put()), S_OK);
+    ASSERT_EQ(attach->OpenProperty(PR_ATTACH_DATA_BIN, &IID_IStream, 0, 0, &unknown), S_OK);
+    CComPtr<IStream> image(static_cast<IStream*>(unknown));
+    EXPECT_EQ(ReadStream(image.get()).substr(0, 8), std::string("\x89PNG\r\n\x1A\n", 8));
+}
+
+TEST_F(MapiCorpus, ForeignMaildirFlagsAndSeparators) {
+    // A Maildir written by another server, with ";2," separators and extra flags.
+    const fs::path source = kCorpora / "mail-parser/resources/maildir";
+    for (const char* sub : {"cur", "new"})
+        for (const auto& entry : fs::directory_iterator(source / sub))
+            fs::copy_file(entry.path(), m_dir / "mail" / sub / entry.path().filename());
+    Open();
+    CComPtr<IMAPITable> table;
+    ASSERT_EQ(m_inbox->GetContentsTable(0, table.Put()), S_OK);
+    SizedSPropTagArray(2, columns) = {2, {PR_ENTRYID, PR_MESSAGE_FLAGS}};
+    CRowsHolder rows;
+    ASSERT_EQ(HrQueryAllRows(table.get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0, &rows.rows),
+              S_OK);
+    ASSERT_EQ(rows.rows->cRows, 2u);
+    for (ULONG r = 0; r < 2; ++r) EXPECT_EQ(rows.rows->aRow[r].lpProps[1].Value.l & MSGFLAG_READ, MSGFLAG_READ);
+    CComPtr<IMessage> message = OpenRow(rows.rows->aRow[0]);
+    ASSERT_EQ(message->SetReadFlag(CLEAR_READ_FLAG), S_OK);
+    size_t unread = 0;
+    size_t inCur = 0;
+    for (const auto& entry : fs::directory_iterator(m_dir / "mail" / "cur")) {
+        const std::string name = entry.path().filename().string();
+        const size_t info = name.rfind(";2,");
+        ++inCur;
+        if (info != std::string::npos && name.find('S', info) == std::string::npos) ++unread;
+    }
+    EXPECT_EQ(inCur, 2u) << "a message leaves new/ when its flags change";
+    EXPECT_EQ(unread, 1u) << "the server's separator and other flags are kept";
+}
+
+}  // namespace
