@@ -26,7 +26,8 @@ protected:
     void SetUp() override {
         if (!fs::is_directory(kCorpora)) GTEST_SKIP() << "no corpora at " << kCorpora;
         ASSERT_EQ(MAPIInitialize(nullptr), S_OK);
-        velmar::test::WriteFile(m_dir / "profiles.ini", "[Corpus]\nstore1.name = Korpus\nstore1.path = mail\n");
+        velmar::test::WriteFile(m_dir / "profiles.ini",
+                                "[Corpus]\nstore1.name = Korpus\nstore1.path = mail\n");
         velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "profiles.ini").string());
         fs::create_directories(m_dir / "mail" / "cur");
         fs::create_directories(m_dir / "mail" / "new");
@@ -38,20 +39,23 @@ protected:
     // Copies a corpus message into the store's cur/ under a name of its own, and returns its number.
     int Add(const fs::path& source) {
         const int number = m_count++;
-        fs::copy_file(source, m_dir / "mail" / "cur" / ("1600000000.M" + std::to_string(number) + "P1.corpus:2,"));
+        fs::copy_file(source,
+                      m_dir / "mail" / "cur" / ("1600000000.M" + std::to_string(number) + "P1.corpus:2,"));
         return number;
     }
 
     void Open() {
-        ASSERT_EQ(MAPILogonEx(0, const_cast<LPTSTR>(L"Corpus"), nullptr, MAPI_UNICODE | MAPI_EXTENDED, m_session.Put()),
+        ASSERT_EQ(MAPILogonEx(0, const_cast<LPTSTR>(L"Corpus"), nullptr, MAPI_UNICODE | MAPI_EXTENDED,
+                              m_session.Put()),
                   S_OK);
         CComPtr<IMAPITable> stores;
         ASSERT_EQ(m_session->GetMsgStoresTable(0, stores.Put()), S_OK);
         CRowsHolder rows;
         ASSERT_EQ(HrQueryAllRows(stores.get(), nullptr, nullptr, nullptr, 0, &rows.rows), S_OK);
-        const SPropValue* id = PpropFindProp(rows.rows->aRow[0].lpProps, rows.rows->aRow[0].cValues, PR_ENTRYID);
-        ASSERT_EQ(m_session->OpenMsgStore(0, id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), nullptr,
-                                          MAPI_BEST_ACCESS, m_store.Put()),
+        const SPropValue* id =
+            PpropFindProp(rows.rows->aRow[0].lpProps, rows.rows->aRow[0].cValues, PR_ENTRYID);
+        ASSERT_EQ(m_session->OpenMsgStore(0, id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb),
+                                          nullptr, MAPI_BEST_ACCESS, m_store.Put()),
                   S_OK);
         ULONG type = 0;
         LPUNKNOWN inbox = nullptr;
@@ -63,8 +67,8 @@ protected:
         const SPropValue* id = PpropFindProp(row.lpProps, row.cValues, PR_ENTRYID);
         ULONG type = 0;
         LPUNKNOWN message = nullptr;
-        EXPECT_EQ(m_store->OpenEntry(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), nullptr, 0,
-                                     &type, &message),
+        EXPECT_EQ(m_store->OpenEntry(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb),
+                                     nullptr, 0, &type, &message),
                   S_OK);
         return CComPtr<IMessage>(static_cast<IMessage*>(message));
     }
@@ -92,19 +96,24 @@ protected:
         ASSERT_EQ(HrQueryAllRows(table.get(), nullptr, nullptr, nullptr, 0, &rows.rows), S_OK) << source;
         for (ULONG r = 0; r < rows.rows->cRows; ++r) {
             const SRow& row = rows.rows->aRow[r];
-            const ULONG number = static_cast<ULONG>(PpropFindProp(row.lpProps, row.cValues, PR_ATTACH_NUM)->Value.l);
+            const ULONG number =
+                static_cast<ULONG>(PpropFindProp(row.lpProps, row.cValues, PR_ATTACH_NUM)->Value.l);
             CComPtr<IAttach> attach;
             ASSERT_EQ(message->OpenAttach(number, nullptr, MAPI_BEST_ACCESS, attach.Put()), S_OK) << source;
             LPUNKNOWN data = nullptr;
             if (LongProp(attach.get(), PR_ATTACH_METHOD) == static_cast<LONG>(ATTACH_EMBEDDED_MSG)) {
-                ASSERT_EQ(attach->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, 0, &data), S_OK) << source;
+                ASSERT_EQ(attach->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, 0, &data), S_OK)
+                    << source;
                 CComPtr<IMessage> embedded(static_cast<IMessage*>(data));
                 CPropsHolder props;
-                EXPECT_TRUE(SUCCEEDED(embedded->GetProps(nullptr, MAPI_UNICODE, &props.count, &props.values)));
+                EXPECT_TRUE(
+                    SUCCEEDED(embedded->GetProps(nullptr, MAPI_UNICODE, &props.count, &props.values)));
             } else {
-                ASSERT_EQ(attach->OpenProperty(PR_ATTACH_DATA_BIN, &IID_IStream, 0, 0, &data), S_OK) << source;
+                ASSERT_EQ(attach->OpenProperty(PR_ATTACH_DATA_BIN, &IID_IStream, 0, 0, &data), S_OK)
+                    << source;
                 CComPtr<IStream> stream(static_cast<IStream*>(data));
-                EXPECT_EQ(ReadStream(stream.get()).size(), static_cast<size_t>(LongProp(attach.get(), PR_ATTACH_SIZE)))
+                EXPECT_EQ(ReadStream(stream.get()).size(),
+                          static_cast<size_t>(LongProp(attach.get(), PR_ATTACH_SIZE)))
                     << source;
             }
         }
@@ -139,7 +148,8 @@ TEST_F(MapiCorpus, EveryMessageOpensWithItsPropertiesRecipientsAndAttachments) {
         ASSERT_TRUE(message);
         const std::string source = "row " + std::to_string(r);
         CPropsHolder props;
-        EXPECT_TRUE(SUCCEEDED(message->GetProps(nullptr, MAPI_UNICODE, &props.count, &props.values))) << source;
+        EXPECT_TRUE(SUCCEEDED(message->GetProps(nullptr, MAPI_UNICODE, &props.count, &props.values)))
+            << source;
         CComPtr<IMAPITable> recipients;
         ASSERT_EQ(message->GetRecipientTable(MAPI_UNICODE, recipients.Put()), S_OK) << source;
         CRowsHolder recipientRows;
@@ -153,13 +163,15 @@ TEST_F(MapiCorpus, Utf7SubjectNamesAndBody) {
     Open();
     CComPtr<IMessage> message = ByMessageId("<NDBBIAKOPKHFGPLCODIGMEKCCHAA.doug@example.com>");
     ASSERT_TRUE(message);
-    EXPECT_EQ(WideProp(message.get(), PR_SUBJECT_W), L"Die Hasen und die Fr\u00f6sche (Microsoft Outlook 00)");
+    EXPECT_EQ(WideProp(message.get(), PR_SUBJECT_W),
+              L"Die Hasen und die Fr\u00f6sche (Microsoft Outlook 00)");
     EXPECT_EQ(WideProp(message.get(), PR_SENDER_NAME_W), L"Doug Sauder");
     EXPECT_EQ(WideProp(message.get(), PR_SENDER_EMAIL_ADDRESS_W), L"doug@example.com");
     EXPECT_EQ(WideProp(message.get(), PR_DISPLAY_TO_W), L"Joe Blow; J\u00fcrgen Schm\u00fcrgen");
     const std::wstring body = WideProp(message.get(), PR_BODY_W);
     EXPECT_EQ(body.rfind(L"Die Hasen und die Fr\u00f6sche", 0), 0u) << "the body starts with its title";
-    EXPECT_NE(body.find(L"Die Hasen klagten einst \u00fcber ihre mi\u00dfliche Lage; \"wir leben\""), std::wstring::npos);
+    EXPECT_NE(body.find(L"Die Hasen klagten einst \u00fcber ihre mi\u00dfliche Lage; \"wir leben\""),
+              std::wstring::npos);
 }
 
 TEST_F(MapiCorpus, Latin1HtmlOnlyMessage) {
@@ -173,10 +185,14 @@ TEST_F(MapiCorpus, Latin1HtmlOnlyMessage) {
     ASSERT_EQ(message->OpenProperty(PR_HTML, &IID_IStream, 0, 0, &unknown), S_OK);
     CComPtr<IStream> html(static_cast<IStream*>(unknown));
     const std::string text = ReadStream(html.get());
-    EXPECT_NE(text.find("Die Hasen klagten einst \xC3\xBC" "ber"), std::string::npos) << "Latin-1 arrives as UTF-8";
+    EXPECT_NE(text.find("Die Hasen klagten einst \xC3\xBC"
+                        "ber"),
+              std::string::npos)
+        << "Latin-1 arrives as UTF-8";
     EXPECT_NE(text.find("charset=utf-8"), std::string::npos);
     // No text part: the plain body is the HTML as text.
-    EXPECT_NE(WideProp(message.get(), PR_BODY_W).find(L"\"wir leben\", sprach ein Redner"), std::wstring::npos);
+    EXPECT_NE(WideProp(message.get(), PR_BODY_W).find(L"\"wir leben\", sprach ein Redner"),
+              std::wstring::npos);
 }
 
 TEST_F(MapiCorpus, RelatedHtmlWithInlineImages) {
@@ -191,9 +207,11 @@ TEST_F(MapiCorpus, RelatedHtmlWithInlineImages) {
 
     CComPtr<IMAPITable> table;
     ASSERT_EQ(message->GetAttachmentTable(MAPI_UNICODE, table.Put()), S_OK);
-    SizedSPropTagArray(3, columns) = {3, {PR_ATTACH_LONG_FILENAME_W, PR_ATTACH_CONTENT_ID_W, PR_ATTACH_MIME_TAG_W}};
+    SizedSPropTagArray(3, columns) = {
+        3, {PR_ATTACH_LONG_FILENAME_W, PR_ATTACH_CONTENT_ID_W, PR_ATTACH_MIME_TAG_W}};
     CRowsHolder rows;
-    ASSERT_EQ(HrQueryAllRows(table.get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0, &rows.rows),
+    ASSERT_EQ(HrQueryAllRows(table.get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0,
+                             &rows.rows),
               S_OK);
     ASSERT_EQ(rows.rows->cRows, 2u);
     EXPECT_STREQ(rows.rows->aRow[0].lpProps[0].Value.lpszW, L"blueball.png");
@@ -219,10 +237,12 @@ TEST_F(MapiCorpus, ForeignMaildirFlagsAndSeparators) {
     ASSERT_EQ(m_inbox->GetContentsTable(0, table.Put()), S_OK);
     SizedSPropTagArray(2, columns) = {2, {PR_ENTRYID, PR_MESSAGE_FLAGS}};
     CRowsHolder rows;
-    ASSERT_EQ(HrQueryAllRows(table.get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0, &rows.rows),
+    ASSERT_EQ(HrQueryAllRows(table.get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0,
+                             &rows.rows),
               S_OK);
     ASSERT_EQ(rows.rows->cRows, 2u);
-    for (ULONG r = 0; r < 2; ++r) EXPECT_EQ(rows.rows->aRow[r].lpProps[1].Value.l & MSGFLAG_READ, MSGFLAG_READ);
+    for (ULONG r = 0; r < 2; ++r)
+        EXPECT_EQ(rows.rows->aRow[r].lpProps[1].Value.l & MSGFLAG_READ, MSGFLAG_READ);
     CComPtr<IMessage> message = OpenRow(rows.rows->aRow[0]);
     ASSERT_EQ(message->SetReadFlag(CLEAR_READ_FLAG), S_OK);
     size_t unread = 0;

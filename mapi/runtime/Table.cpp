@@ -234,8 +234,9 @@ HRESULT CMapiTable::FindRow(LPSRestriction lpRestriction, BOOKMARK bkOrigin, ULO
 }
 
 HRESULT CMapiTable::Restrict(LPSRestriction lpRestriction, ULONG) {
-    if (lpRestriction)
+    if (lpRestriction) {
         if (const HRESULT hr = ValidateRestriction(lpRestriction); FAILED(hr)) return hr;
+    }
     try {
         // Always from the whole source: a new restriction replaces the old one rather than narrowing it.
         std::optional<std::vector<size_t>> view;
@@ -360,11 +361,7 @@ HRESULT CMapiTable::SetCollapseState(ULONG, ULONG, LPBYTE, BOOKMARK*) {
 
 CComPtr<IMAPITable> MakeTable(std::shared_ptr<const ITableRows> rows) {
     if (!rows) return {};
-    try {
-        return CComPtr<IMAPITable>(MakeObject<CMapiTable>(std::move(rows)).Detach());
-    } catch (const std::bad_alloc&) {
-        return {};
-    }
+    return CComPtr<IMAPITable>(MakeObject<CMapiTable>(std::move(rows)).Detach());
 }
 
 }  // namespace velmar::mapi

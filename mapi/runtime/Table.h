@@ -1,6 +1,13 @@
 // IMAPITable over a snapshot of rows (ITableRows): columns, restriction, sorting and a cursor. Each table
 // keeps its own view and cursor, so several tables may share one row source and be used from different
 // threads at once; one table is used from one thread at a time.
+//
+// QueryRows hands back a row set the caller frees with FreeProws: each row's values are one MAPI buffer, and
+// a column a row lacks reads PT_ERROR/MAPI_E_NOT_FOUND. QueryColumns and QuerySortOrder hand back one MAPI
+// buffer each. Restrict and FindRow take what ValidateRestriction accepts; Restrict and SortTable leave the
+// view as it was when they fail. Rows without a sort value sort first in either direction. Bookmarks,
+// notifications, expanding and collapsing, and backward FindRow answer MAPI_E_NO_SUPPORT; categories are
+// MAPI_E_TOO_COMPLEX.
 #pragma once
 
 #include <memory>
@@ -9,7 +16,7 @@
 
 #include "mapi/runtime/ComObject.h"
 #include "mapi/runtime/TableRows.h"
-#include "mapix.h"
+#include "mapidefs.h"
 
 namespace velmar::mapi {
 
@@ -71,7 +78,8 @@ private:
     size_t m_cursor = 0;
 };
 
-// A new table over rows with one reference owned by the caller; empty when rows is null or memory runs out.
+// A new table over rows with one reference owned by the caller; empty when rows is null. Throws
+// std::bad_alloc, which the MAPI method handing the table out turns into MAPI_E_NOT_ENOUGH_MEMORY.
 CComPtr<IMAPITable> MakeTable(std::shared_ptr<const ITableRows> rows);
 
 }  // namespace velmar::mapi
