@@ -130,11 +130,12 @@ template <class T>
 bool MatchesLevel(ULONG level, std::span<const T> text, std::span<const T> pattern) {
     switch (level) {
         case FL_FULLSTRING:
-            return std::ranges::equal(text, pattern);
+            return std::equal(text.begin(), text.end(), pattern.begin(), pattern.end());
         case FL_PREFIX:
-            return text.size() >= pattern.size() && std::ranges::equal(text.first(pattern.size()), pattern);
+            return text.size() >= pattern.size() && std::equal(pattern.begin(), pattern.end(), text.begin());
         default:
-            return pattern.empty() || !std::ranges::search(text, pattern).empty();
+            return pattern.empty() ||
+                   std::search(text.begin(), text.end(), pattern.begin(), pattern.end()) != text.end();
     }
 }
 
@@ -206,8 +207,8 @@ bool MatchContent(const SContentRestriction& restriction, const ITableRows& rows
                                                                      : Utf8ToWide(pattern.Value.lpszA);
     // We have no accent folding; ignoring non-spacing marks and loose matching at least ignore case.
     if (restriction.ulFuzzyLevel & kFuzzyFlags) {
-        std::ranges::transform(text, text.begin(), FoldCase);
-        std::ranges::transform(wanted, wanted.begin(), FoldCase);
+        std::transform(text.begin(), text.end(), text.begin(), FoldCase);
+        std::transform(wanted.begin(), wanted.end(), wanted.begin(), FoldCase);
     }
     return MatchesLevel(level, std::span<const wchar_t>(text), std::span<const wchar_t>(wanted));
 }
