@@ -62,8 +62,6 @@ HRESULT CMaildirFolder::GetContentsTable(ULONG ulFlags, LPMAPITABLE* lppTable) {
 }
 
 HRESULT CMaildirFolder::GetHierarchyTable(ULONG, LPMAPITABLE* lppTable) {
-    if (!lppTable) return MAPI_E_INVALID_PARAMETER;
-    *lppTable = nullptr;
     std::vector<std::vector<CPropValue>> rows;
     // Only the inbox, the root of a Maildir++ tree, has subfolders.
     if (m_folderName.empty()) {
@@ -79,15 +77,8 @@ HRESULT CMaildirFolder::GetHierarchyTable(ULONG, LPMAPITABLE* lppTable) {
             closedir(dir);
         }
     }
-    try {
-        *lppTable = MakeTable(std::make_shared<CRowList>(std::vector<ULONG>(std::begin(kHierarchyColumns),
-                                                                            std::end(kHierarchyColumns)),
-                                                         std::move(rows)))
-                        .Detach();
-        return S_OK;
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    return MakeRowListTable(std::vector<ULONG>(std::begin(kHierarchyColumns), std::end(kHierarchyColumns)),
+                            std::move(rows), lppTable);
 }
 
 HRESULT CMaildirFolder::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG,

@@ -53,6 +53,8 @@ CMaildirName SplitMaildirName(std::string_view fileName) {
     return {std::string(fileName.substr(0, info)), flags, fileName[info]};
 }
 
-std::string JoinMaildirName(const CMaildirName& name) { return name.key + name.separator + "2," + name.flags; }
+std::string JoinMaildirName(const CMaildirName& name) {
+    return name.key + name.separator + "2," + name.flags;
+}
 
 }  // namespace velmar::mapi

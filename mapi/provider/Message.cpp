@@ -24,28 +24,6 @@ constexpr ULONG kAttachmentColumns[] = {
     PR_ATTACH_METHOD, PR_ATTACH_CONTENT_ID_W,    PR_ATTACH_MIME_TAG_W, PR_ATTACH_SIZE,
     PR_INSTANCE_KEY};
 
-// Hands out an object as the interface the caller asked for.
-template <class T>
-HRESULT HandOut(CComPtr<T> object, LPCIID requested, LPUNKNOWN* out) {
-    if (!requested) {
-        *out = object.Detach();
-        return S_OK;
-    }
-    return object->QueryInterface(*requested, reinterpret_cast<LPVOID*>(out));
-}
-
-template <class Result>
-HRESULT MakeTableOut(std::vector<ULONG> columns, std::vector<std::vector<CPropValue>> rows, Result* out) {
-    if (!out) return MAPI_E_INVALID_PARAMETER;
-    try {
-        *out = MakeTable(std::make_shared<CRowList>(std::move(columns), std::move(rows))).Detach();
-        return S_OK;
-    } catch (const std::bad_alloc&) {
-        *out = nullptr;
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
-}
-
 void AddIfPresent(std::vector<CPropValue>& props, ULONG tag, const std::wstring& value) {
     if (!value.empty()) props.push_back({tag, value});
 }
@@ -151,16 +129,16 @@ HRESULT CMimeMessage::GetRecipientTable(ULONG, LPMAPITABLE* lppTable) {
                         {PR_ENTRYID, MakeOneOffEntryId(recipient.displayName, L"SMTP", recipient.address)},
                         {PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_MAILUSER)}});
     }
-    return MakeTableOut(std::vector<ULONG>(std::begin(kRecipientColumns), std::end(kRecipientColumns)),
-                        std::move(rows), lppTable);
+    return MakeRowListTable(std::vector<ULONG>(std::begin(kRecipientColumns), std::end(kRecipientColumns)),
+                            std::move(rows), lppTable);
 }
 
 HRESULT CMimeMessage::GetAttachmentTable(ULONG, LPMAPITABLE* lppTable) {
     std::vector<std::vector<CPropValue>> rows;
     for (const CAttachmentContent& attachment : m_content->attachments)
         rows.push_back(AttachmentProperties(attachment));
-    return MakeTableOut(std::vector<ULONG>(std::begin(kAttachmentColumns), std::end(kAttachmentColumns)),
-                        std::move(rows), lppTable);
+    return MakeRowListTable(std::vector<ULONG>(std::begin(kAttachmentColumns), std::end(kAttachmentColumns)),
+                            std::move(rows), lppTable);
 }
 
 HRESULT CMimeMessage::OpenAttach(ULONG ulAttachmentNum, LPCIID lpInterface, ULONG, LPATTACH* lppAttach) {

@@ -24,17 +24,6 @@ constexpr ULONG kStoreColumns[] = {PR_INSTANCE_KEY,       PR_ENTRYID,        PR_
                                    PR_PROVIDER_DISPLAY_W, PR_DISPLAY_NAME_W, PR_DEFAULT_STORE,
                                    PR_MDB_PROVIDER,       PR_RESOURCE_FLAGS};
 
-HRESULT TableOut(std::vector<ULONG> columns, std::vector<std::vector<CPropValue>> rows, LPMAPITABLE* out) {
-    if (!out) return MAPI_E_INVALID_PARAMETER;
-    try {
-        *out = MakeTable(std::make_shared<CRowList>(std::move(columns), std::move(rows))).Detach();
-        return S_OK;
-    } catch (const std::bad_alloc&) {
-        *out = nullptr;
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
-}
-
 // An address book with no containers: entries of messages carry one-off ids, which need no directory.
 class CAddrBook : public CMapiProp<IAddrBook> {
 public:
@@ -100,8 +89,8 @@ public:
                             {PR_RESOURCE_FLAGS, store.isDefault ? kStatusDefaultStore : 0},
                             {PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_STORE)}});
         }
-        return TableOut(std::vector<ULONG>(std::begin(kStoreColumns), std::end(kStoreColumns)),
-                        std::move(rows), lppTable);
+        return MakeRowListTable(std::vector<ULONG>(std::begin(kStoreColumns), std::end(kStoreColumns)),
+                                std::move(rows), lppTable);
     }
     HRESULT OpenMsgStore(ULONG_PTR, ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG,
                          LPMDB* lppMDB) override {
@@ -178,7 +167,7 @@ public:
             rows.push_back({{PR_DISPLAY_NAME_W, profile.name}});
             if (profile.isDefault) rows.back().push_back({PR_DEFAULT_PROFILE, true});
         }
-        return TableOut({PR_DISPLAY_NAME_W, PR_DEFAULT_PROFILE}, std::move(rows), lppTable);
+        return MakeRowListTable({PR_DISPLAY_NAME_W, PR_DEFAULT_PROFILE}, std::move(rows), lppTable);
     }
     HRESULT CreateProfile(LPTSTR, LPTSTR, ULONG_PTR, ULONG) override { return MAPI_E_NO_SUPPORT; }
     HRESULT DeleteProfile(LPTSTR, ULONG) override { return MAPI_E_NO_SUPPORT; }

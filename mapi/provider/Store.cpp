@@ -24,14 +24,11 @@ std::vector<BYTE> FolderId(const CStoreConfig& config, const char* folder) {
     return EncodeEntryId({EntryKind::Folder, config.id, folder, {}});
 }
 
+// Hands an object out as OpenEntry does, with its object type.
 template <class T>
-HRESULT HandOut(CComPtr<T> object, LPCIID requested, ULONG type, ULONG* lpulObjType, LPUNKNOWN* out) {
+HRESULT HandOutEntry(CComPtr<T> object, LPCIID requested, ULONG type, ULONG* lpulObjType, LPUNKNOWN* out) {
     if (lpulObjType) *lpulObjType = type;
-    if (!requested) {
-        *out = object.Detach();
-        return S_OK;
-    }
-    return object->QueryInterface(*requested, reinterpret_cast<LPVOID*>(out));
+    return HandOut(std::move(object), requested, out);
 }
 
 HRESULT OpenMessage(const CStoreConfig& config, const CEntryId& id, LPCIID lpInterface, ULONG* lpulObjType,
@@ -44,8 +41,8 @@ HRESULT OpenMessage(const CStoreConfig& config, const CEntryId& id, LPCIID lpInt
                               indexed->key,   indexed->fileName,  indexed->inNew,
                               indexed->flags, indexed->delivered, indexed->size};
     std::shared_ptr<CMessageContent> content = ReadMessageFile(snapshot->PathOf(id.message), indexed->values);
-    return HandOut(MakeObject<CMimeMessage>(std::move(content), std::move(location)), lpInterface,
-                   MAPI_MESSAGE, lpulObjType, lppUnk);
+    return HandOutEntry(MakeObject<CMimeMessage>(std::move(content), std::move(location)), lpInterface,
+                        MAPI_MESSAGE, lpulObjType, lppUnk);
 }
 
 }  // namespace
@@ -58,13 +55,13 @@ HRESULT OpenStoreEntry(const CStoreConfig& config, const CEntryId& id, LPCIID lp
     try {
         switch (id.kind) {
             case EntryKind::Store:
-                return HandOut(MakeObject<CMaildirStore>(config), lpInterface, MAPI_STORE, lpulObjType,
-                               lppUnk);
+                return HandOutEntry(MakeObject<CMaildirStore>(config), lpInterface, MAPI_STORE, lpulObjType,
+                                    lppUnk);
             case EntryKind::Folder: {
                 if (!IsValidFolderName(id.folder)) return MAPI_E_INVALID_ENTRYID;
                 if (!EnsureMaildir(FolderPath(config.path, id.folder))) return MAPI_E_NOT_FOUND;
-                return HandOut(MakeObject<CMaildirFolder>(config, id.folder), lpInterface, MAPI_FOLDER,
-                               lpulObjType, lppUnk);
+                return HandOutEntry(MakeObject<CMaildirFolder>(config, id.folder), lpInterface, MAPI_FOLDER,
+                                    lpulObjType, lppUnk);
             }
             case EntryKind::Message:
                 if (!IsValidFolderName(id.folder)) return MAPI_E_INVALID_ENTRYID;

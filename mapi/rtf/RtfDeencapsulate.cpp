@@ -1,5 +1,7 @@
 #include "mapi/rtf/RtfDeencapsulate.h"
 
+#include "support/Utf8.h"
+
 #include <iconv.h>
 
 #include <algorithm>
@@ -175,25 +177,6 @@ int CharsetCodePage(std::int32_t charset) {
     return 0;
 }
 
-void AppendUtf8(std::string& out, std::uint32_t cp) {
-    if (cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) cp = 0xFFFD;
-    if (cp < 0x80) {
-        out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        out += static_cast<char>(0xC0 | (cp >> 6));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-        out += static_cast<char>(0xE0 | (cp >> 12));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (cp >> 18));
-        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
-}
-
 // Collects output as UTF-8. Bytes are buffered per code page and converted in runs, because a
 // multi-byte character (Shift-JIS, GBK, ...) is often spread over several \'hh escapes.
 class Utf8Sink {
@@ -222,10 +205,10 @@ public:
         } else if (cp >= 0xDC00 && cp <= 0xDFFF) {
             const std::uint32_t high = m_highSurrogate;
             m_highSurrogate = 0;
-            AppendUtf8(m_out, high ? 0x10000 + ((high - 0xD800) << 10) + (cp - 0xDC00) : 0xFFFD);
+            velmar::AppendUtf8(m_out, high ? 0x10000 + ((high - 0xD800) << 10) + (cp - 0xDC00) : 0xFFFD);
         } else {
             FlushSurrogate();
-            if (cp != 0) AppendUtf8(m_out, cp);
+            if (cp != 0) velmar::AppendUtf8(m_out, cp);
         }
     }
 
@@ -243,7 +226,7 @@ private:
     static inline const iconv_t kInvalid = reinterpret_cast<iconv_t>(static_cast<std::intptr_t>(-1));
 
     void FlushSurrogate() {
-        if (m_highSurrogate != 0) AppendUtf8(m_out, 0xFFFD);  // a high surrogate with no low half
+        if (m_highSurrogate != 0) velmar::AppendUtf8(m_out, 0xFFFD);  // a high surrogate with no low half
         m_highSurrogate = 0;
     }
 
@@ -269,7 +252,8 @@ private:
         if (m_pending.empty()) return;
         const iconv_t cd = Converter(m_pendingCodePage);
         if (cd == kInvalid) {  // no converter at all: read the bytes as Latin-1
-            for (const char c : m_pending) AppendUtf8(m_out, static_cast<std::uint8_t>(c));
+            for (const char c : m_pending)
+                velmar::AppendUtf8(m_out, static_cast<char32_t>(static_cast<std::uint8_t>(c)));
             m_pending.clear();
             return;
         }
@@ -286,7 +270,7 @@ private:
             if (rc != static_cast<std::size_t>(-1)) continue;
             if (err == E2BIG && outPtr != buf.data()) continue;
             // Invalid or incomplete sequence: mark it and resynchronise on the next byte.
-            AppendUtf8(m_out, 0xFFFD);
+            velmar::AppendUtf8(m_out, 0xFFFD);
             ++in;
             --inLeft;
         }

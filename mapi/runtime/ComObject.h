@@ -54,4 +54,15 @@ CComPtr<T> MakeObject(Args&&... args) {
     return CComPtr<T>(new T(std::forward<Args>(args)...));
 }
 
+// Hands an object out through an out parameter: as it is when no interface was asked for, else through
+// QueryInterface (E_NOINTERFACE when the object does not offer it).
+template <class T>
+HRESULT HandOut(CComPtr<T> object, LPCIID requested, LPUNKNOWN* out) {
+    if (!requested) {
+        *out = object.Detach();
+        return S_OK;
+    }
+    return object->QueryInterface(*requested, reinterpret_cast<LPVOID*>(out));
+}
+
 }  // namespace velmar::mapi

@@ -364,4 +364,16 @@ CComPtr<IMAPITable> MakeTable(std::shared_ptr<const ITableRows> rows) {
     return CComPtr<IMAPITable>(MakeObject<CMapiTable>(std::move(rows)).Detach());
 }
 
+HRESULT MakeRowListTable(std::vector<ULONG> columns, std::vector<std::vector<CPropValue>> rows,
+                         LPMAPITABLE* out) {
+    if (!out) return MAPI_E_INVALID_PARAMETER;
+    *out = nullptr;
+    try {
+        *out = MakeTable(std::make_shared<CRowList>(std::move(columns), std::move(rows))).Detach();
+        return S_OK;
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+}
+
 }  // namespace velmar::mapi

@@ -82,4 +82,9 @@ private:
 // std::bad_alloc, which the MAPI method handing the table out turns into MAPI_E_NOT_ENOUGH_MEMORY.
 CComPtr<IMAPITable> MakeTable(std::shared_ptr<const ITableRows> rows);
 
+// A table over rows held in memory, handed to the caller's out parameter; MAPI_E_NOT_ENOUGH_MEMORY when it
+// cannot be made.
+HRESULT MakeRowListTable(std::vector<ULONG> columns, std::vector<std::vector<CPropValue>> rows,
+                         LPMAPITABLE* out);
+
 }  // namespace velmar::mapi
