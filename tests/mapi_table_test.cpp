@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "mapi/runtime/MapiBuffers.h"
 #include "mapi/runtime/Table.h"
 #include "mapiutil.h"
 
@@ -23,7 +24,9 @@ using velmar::mapi::CPropValue;
 using velmar::mapi::CRowList;
 using velmar::mapi::ITableRows;
 using velmar::mapi::MakeTable;
+using velmar::mapi::MapiBuffer;
 using velmar::mapi::PropData;
+using velmar::mapi::RowSetPtr;
 using Bytes = std::vector<BYTE>;
 
 constexpr ULONG kTagId = PROP_TAG(PT_LONG, 0x6700);  // which fixture row a table row is
@@ -31,16 +34,6 @@ constexpr ULONG kTagI8 = PROP_TAG(PT_I8, 0x6701);
 constexpr ULONG kTagDouble = PROP_TAG(PT_DOUBLE, 0x6702);
 constexpr ULONG kTagNobodyHas = PROP_TAG(PT_LONG, 0x6799);
 constexpr ULONG kDirBackward = 0x00000001;
-
-struct CBufferDeleter {
-    void operator()(void* buffer) const { MAPIFreeBuffer(buffer); }
-};
-template <class T>
-using MapiBuffer = std::unique_ptr<T, CBufferDeleter>;
-struct CRowSetDeleter {
-    void operator()(SRowSet* rows) const { FreeProws(rows); }
-};
-using RowSetPtr = std::unique_ptr<SRowSet, CRowSetDeleter>;
 
 SPropValue Long(ULONG tag, LONG value) {
     SPropValue v{};

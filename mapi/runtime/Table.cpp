@@ -1,4 +1,5 @@
 #include "mapi/runtime/Table.h"
+#include "mapi/runtime/MapiBuffers.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -13,17 +14,6 @@ namespace velmar::mapi {
 namespace {
 
 constexpr ULONG kDirBackward = 0x00000001;  // FindRow's flag; our headers do not name it
-
-struct CBufferDeleter {
-    void operator()(void* buffer) const { MAPIFreeBuffer(buffer); }
-};
-template <class T>
-using MapiBuffer = std::unique_ptr<T, CBufferDeleter>;
-
-struct CRowSetDeleter {
-    void operator()(SRowSet* rows) const { FreeProws(rows); }
-};
-using RowSetPtr = std::unique_ptr<SRowSet, CRowSetDeleter>;
 
 template <class T>
 HRESULT AllocateBuffer(size_t size, MapiBuffer<T>& out) {
