@@ -106,6 +106,8 @@ HRESULT CMimeMessage::OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG, ULONG u
             bytes.assign(utf8.begin(), utf8.end());
         } else if (ulPropTag == PR_HTML && !m_content->html.empty()) {
             bytes.assign(m_content->html.begin(), m_content->html.end());
+        } else if (ulPropTag == PR_RTF_COMPRESSED && !m_content->rtfCompressed.empty()) {
+            bytes = m_content->rtfCompressed;
         } else {
             return MAPI_E_NOT_FOUND;
         }

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cwctype>
 
+#include "mapi/provider/Tnef.h"
 #include "mapitags.h"
 #include "support/Utf8.h"
 
@@ -129,6 +130,12 @@ private:
         }
         attachment.part = RefObject(object);
         attachment.size = method == ATTACH_EMBEDDED_MSG ? 0 : DecodedSize(object);
+        // Outlook's TNEF carries the RTF body; the part itself stays an attachment with everything else in
+        // it.
+        if (m_content.rtfCompressed.empty() && attachment.mimeTag == L"application/ms-tnef") {
+            if (auto rtf = FindCompressedRtf(DecodedBytes(attachment)))
+                m_content.rtfCompressed = std::move(*rtf);
+        }
         m_content.attachments.push_back(std::move(attachment));
     }
 
@@ -213,6 +220,7 @@ void FinishContent(CMessageContent& content) {
     props.push_back({PR_BODY_W, content.body});
     if (!content.html.empty())
         props.push_back({PR_HTML, std::vector<BYTE>(content.html.begin(), content.html.end())});
+    if (!content.rtfCompressed.empty()) props.push_back({PR_RTF_COMPRESSED, content.rtfCompressed});
     props.push_back({PR_INTERNET_CPID, std::int32_t{65001}});
     props.push_back({PR_HASATTACH, !content.attachments.empty()});
 }

@@ -1,5 +1,6 @@
 // Arbitrary bytes as a mail file: parsed into MAPI content (bodies, recipients, attachments, embedded
-// messages), scanned as a header block, and taken as an entry id, which must encode back to itself.
+// messages), read as TNEF, scanned as a header block, and taken as an entry id, which must encode back
+// to itself.
 #include <cstdint>
 #include <cstdlib>
 #include <string>
@@ -7,6 +8,7 @@
 #include "mapi/provider/EntryId.h"
 #include "mapi/provider/MaildirIndex.h"
 #include "mapi/provider/MimeContent.h"
+#include "mapi/provider/Tnef.h"
 
 namespace {
 
@@ -34,6 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     GObjectPtr<GMimeMessage> message(g_mime_parser_construct_message(parser.get(), nullptr));
     if (message) ReadContent(*ReadMimeMessage(message.get()), 0);
 
+    FindCompressedRtf(std::span<const std::uint8_t>(data, size));
     const std::string text(reinterpret_cast<const char*>(data), size);
     DecodeHeaderText(HeaderValue(text, "Subject"));
     if (auto id = DecodeEntryId(data, size)) {
