@@ -1,19 +1,10 @@
 #include "app/Application.h"
 
-#include <cstdio>
-
+#include "app/ActivityList.h"
 #include "app/CommandLineInfo.h"
-#include "app/IniFile.h"
-#include "support/CodePage.h"
-
-namespace {
-
-void PrintLine(const std::wstring& line) {
-    std::fputs(velmar::WideToAnsi(line).c_str(), stdout);
-    std::fputc('\n', stdout);
-}
-
-}  // namespace
+#include "app/HeadlessWindow.h"
+#include "mail/VelmarMapi.h"
+#include "service/RequestService.h"
 
 int CVelmarTaskSchedulerApp::Run(const std::vector<std::wstring>& arguments) {
     CTaskSchedCCmdLineInfo cmdInfo;
@@ -21,10 +12,19 @@ int CVelmarTaskSchedulerApp::Run(const std::vector<std::wstring>& arguments) {
     m_nMemLimit = cmdInfo.m_nMemLimit;
     m_nVelmarSync = cmdInfo.m_nVelmarSync;
 
-    PrintLine(L"VelmarTaskScheduler");
-    PrintLine(L"MEM_LIMIT=" + std::to_wstring(m_nMemLimit) + L" VELMAR_SYNC=" +
-              std::to_wstring(m_nVelmarSync));
-    PrintLine(L"Velmar.ini: " + ProcessIniSettings().LocatedPath());
-    std::fflush(stdout);
-    return 0;
+    // Until the window is there, the activity list goes to standard output.
+    CHeadlessWindow window;
+    WatchStopSignals(window);
+    CActivityList activity(true);
+    activity.AddLine(L"VelmarTaskScheduler MEM_LIMIT=" + std::to_wstring(m_nMemLimit) + L" VELMAR_SYNC=" +
+                     std::to_wstring(m_nVelmarSync));
+    CVelmarMapi mapi(&activity);
+    bool served = false;
+    {
+        velmar::service::CRequestService service(mapi, activity, window, m_nMemLimit);
+        served = service.Start();
+        if (served) window.WaitForClose();
+        service.Stop();
+    }
+    return served ? 0 : 1;
 }

@@ -1,0 +1,73 @@
+// CVelmarMapi: the one object through which the service talks to Extended MAPI. It owns MAPI's
+// initialisation, the profile list, the session, the address book and the list of message stores, and
+// writes every step to the activity list as a trace line. Split by topic over VelmarMapi*.cpp.
+//
+// The object has no lock of its own: the service serialises the requests that use it.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mail/MapiHolders.h"
+
+class CActivityList;
+
+// One message store of the session.
+struct MsgStoreEntry {
+    std::wstring strDisplayName;
+    std::wstring strEMailAddress;                    // owner's SMTP address; empty when unknown
+    velmar::mail::MapiBufferPtr<SBinary> lpEntryID;  // the store's PR_ENTRYID, copied
+    velmar::CComPtr<IMsgStore> lpMsgStore;           // opened on demand by the lookup
+    velmar::CComPtr<IMAPIFolder> lpInboxFolder;      // opened on demand by the lookup
+};
+
+class CVelmarMapi {
+public:
+    // pActivityList may be null: the trace is then dropped.
+    explicit CVelmarMapi(CActivityList* pActivityList);
+    ~CVelmarMapi();
+    CVelmarMapi(const CVelmarMapi&) = delete;
+    CVelmarMapi& operator=(const CVelmarMapi&) = delete;
+
+    // Session and profiles.
+    void MAPIInitialize();
+    std::vector<std::wstring> GetProfileNames(int& nDefaultProfile);
+    void Logon(std::wstring strProfile, ULONG_PTR ulUIParam);
+    void Logoff();
+    void SetAddrBook();
+    void ReleaseSessionData();
+    void OutputError(const std::wstring& text);
+    void AddTrace(const std::wstring& text);
+
+    // Message stores.
+    void OpenMessageStoreTable();
+    bool SetMessageStore(std::wstring strDisplayName);
+
+    bool m_bMAPIInitialized = false;
+    velmar::CComPtr<IMAPISession> m_lpMAPISession;
+    velmar::CComPtr<IMsgStore> m_lpOutboxStore;
+    velmar::CComPtr<IMAPIFolder> m_lpOutboxFolder;
+    velmar::CComPtr<IAddrBook> m_lpAddrBook;
+    velmar::CComPtr<IProfAdmin> m_lpProfAdmin;
+    std::vector<std::wstring> m_ProfileNames;
+    std::vector<std::unique_ptr<MsgStoreEntry>> m_MsgStores;
+    int m_nDefaultStore = -1;
+    int m_nStoreIndex = -1;
+    bool m_bCacheMsgStore = true;
+    std::wstring m_strArchiveMsgStore;
+    bool m_bMapiExtern = false;
+    bool m_bOptimalMessageStore = false;
+    std::wstring m_strProfileName;
+
+private:
+    void AddStoreRow(const SRow& row, int rowIndex, std::map<std::wstring, std::wstring>& addresses);
+    // Display name to owner address, from the mail client (Windows) or our MAPI's profile file (POSIX).
+    std::map<std::wstring, std::wstring> StoreAddresses();
+
+    CActivityList* m_pActivityList;
+};
+
+// "0x%X" as the trace writes HRESULTs and pointers (a pointer shows its low 32 bits).
+std::wstring HexTrace(unsigned long long value);

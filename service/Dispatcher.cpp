@@ -1,0 +1,156 @@
+#include "service/Dispatcher.h"
+
+#include <cstring>
+
+#include "app/ActivityList.h"
+#include "json/CkJsonArray.h"
+#include "support/CodePage.h"
+
+namespace velmar::service {
+
+// Compared in this order. Rows of commands that are not served yet are added with their handlers.
+const CRequestDispatcher::CCommand CRequestDispatcher::kCommands[] = {
+    {"GetProfileNames", L"-> GetProfileNames", &CRequestDispatcher::GetProfileNames},
+    {"Logon", L"-> Logon", &CRequestDispatcher::Logon},
+    {"Logoff", L"-> Logoff", &CRequestDispatcher::Logoff},
+    {"OpenMessageStoreTable", L"-> OpenMessageStoreTable", &CRequestDispatcher::OpenMessageStoreTable},
+    {"SetMessageStore", L"-> SetMessageStore", &CRequestDispatcher::SetMessageStore},
+    {"IsInitialized", L"-> IsInitialized", &CRequestDispatcher::IsInitialized},
+    {"IsMAPIDllInitialized", L"-> IsMAPIDllInitialized", &CRequestDispatcher::IsMAPIDllInitialized},
+    {"CloseVelmarTaskScheduler", L"-> CloseVelmarTaskScheduler",
+     &CRequestDispatcher::CloseVelmarTaskScheduler},
+};
+
+HRESULT CRequestDispatcher::Dispatch(CkJsonObject& request, IPipeConnection& pipe,
+                                     std::atomic<bool>& stopFlag) {
+    const char* command = request.StringOf("command");
+    if (!command || !*command) return kNoReply;
+    for (const CCommand& row : kCommands) {
+        if (std::strcmp(command, row.name) != 0) continue;
+        m_activity.AddLine(row.activityLine);
+        std::lock_guard lock(m_mapiLock);
+        return (this->*row.handler)(request, pipe, stopFlag);
+    }
+    return kNoReply;
+}
+
+HRESULT CRequestDispatcher::WriteBackJson(IPipeConnection& pipe, bool success, CkJsonObject& reply) {
+    reply.AppendString("status", success ? "OK" : "FAILED");
+    reply.SetCompactOutput(false);
+    const char* emitted = reply.Emit();
+    const std::string text = emitted ? emitted : "";
+    m_activity.AddLine(L"Write Back Json");
+    m_activity.AddLine(AnsiToWide(text));
+    std::wstring error;
+    if (!pipe.WriteReply(text, error)) {
+        m_mapi.AddTrace(error);
+        return E_FAIL;
+    }
+    return kReplyWritten;
+}
+
+std::wstring CRequestDispatcher::RequestString(CkJsonObject& request, const char* name) {
+    const char* value = request.StringOf(name);
+    return value ? AnsiToWide(value) : std::wstring();
+}
+
+HRESULT CRequestDispatcher::GetProfileNames(CkJsonObject&, IPipeConnection& pipe, std::atomic<bool>&) {
+    if (m_mapi.m_bMAPIInitialized) {
+        int defaultProfile = -1;
+        m_mapi.GetProfileNames(defaultProfile);
+    }
+    const std::vector<std::wstring> names = m_mapi.m_ProfileNames;
+    const bool success = !names.empty();
+    CkJsonObject reply;
+    // "status" leads as well as ends this reply: the writer appends its own.
+    reply.AppendString("status", success ? "OK" : "FAILED");
+    reply.AddArrayAt(-1, "arraystrings");
+    if (std::unique_ptr<CkJsonArray> array = reply.ArrayAt(reply.Count() - 1)) {
+        for (const std::wstring& name : names) {
+            array->AddObjectAt(-1);
+            if (std::unique_ptr<CkJsonObject> element = array->ObjectAt(array->Count() - 1))
+                element->AddStringAt(-1, "element", WideToAnsi(name).c_str());
+        }
+    }
+    return WriteBackJson(pipe, success, reply);
+}
+
+HRESULT CRequestDispatcher::Logon(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>&) {
+    if (m_mapi.m_bMAPIInitialized) {
+        const std::wstring profile = RequestString(request, "data_string");
+        // The logon's own outcome is not reported: a client checks the session with IsInitialized.
+        if (!(m_mapi.m_lpMAPISession && profile == m_mapi.m_strProfileName)) {
+            m_mapi.m_strProfileName = profile;
+            m_mapi.Logon(profile, 0);
+        }
+    }
+    CkJsonObject reply;
+    return WriteBackJson(pipe, m_mapi.m_bMAPIInitialized, reply);
+}
+
+HRESULT CRequestDispatcher::Logoff(CkJsonObject&, IPipeConnection& pipe, std::atomic<bool>&) {
+    if (m_mapi.m_bMAPIInitialized) m_mapi.Logoff();
+    CkJsonObject reply;
+    return WriteBackJson(pipe, m_mapi.m_bMAPIInitialized, reply);
+}
+
+HRESULT CRequestDispatcher::OpenMessageStoreTable(CkJsonObject&, IPipeConnection& pipe, std::atomic<bool>&) {
+    m_mapi.OpenMessageStoreTable();
+    CkJsonObject reply;
+    reply.AddIntAt(-1, "storeIndex", m_mapi.m_nStoreIndex);
+    reply.AddArrayAt(-1, "messageStoreEntries");
+    if (std::unique_ptr<CkJsonArray> array = reply.ArrayAt(reply.Count() - 1)) {
+        for (const std::unique_ptr<MsgStoreEntry>& entry : m_mapi.m_MsgStores) {
+            if (!entry) continue;
+            array->AddObjectAt(-1);
+            if (std::unique_ptr<CkJsonObject> store = array->ObjectAt(array->Count() - 1)) {
+                store->AddStringAt(-1, "displayName", WideToAnsi(entry->strDisplayName).c_str());
+                store->AddStringAt(-1, "emailAddress", WideToAnsi(entry->strEMailAddress).c_str());
+            }
+        }
+    }
+    return WriteBackJson(pipe, true, reply);
+}
+
+HRESULT CRequestDispatcher::SetMessageStore(CkJsonObject& request, IPipeConnection& pipe,
+                                            std::atomic<bool>&) {
+    const std::wstring name = RequestString(request, "data_string");
+    CkJsonObject reply;
+    bool success = true;
+    if (!name.empty()) {
+        success = m_mapi.SetMessageStore(name);
+        reply.AddIntAt(-1, "foundIndex", m_mapi.m_nStoreIndex);
+    } else {
+        const int index = request.IntOf("data_int");
+        m_mapi.AddTrace(L"CVelmarMapi::SetMessageStore start");
+        const int oldIndex = m_mapi.m_nStoreIndex;
+        if (index >= 0 && static_cast<size_t>(index) < m_mapi.m_MsgStores.size())
+            m_mapi.m_nStoreIndex = index;
+        m_mapi.AddTrace(L"CVelmarMapi::SetMessageStore end");
+        reply.AddIntAt(-1, "oldIndex", oldIndex);
+        reply.AddIntAt(-1, "foundIndex", m_mapi.m_nStoreIndex);
+    }
+    return WriteBackJson(pipe, success, reply);
+}
+
+HRESULT CRequestDispatcher::IsInitialized(CkJsonObject&, IPipeConnection& pipe, std::atomic<bool>&) {
+    m_mapi.AddTrace(L"CVelmarMapi::IsInitialized");
+    CkJsonObject reply;
+    return WriteBackJson(pipe, m_mapi.m_lpMAPISession && m_mapi.m_nStoreIndex != -1, reply);
+}
+
+HRESULT CRequestDispatcher::IsMAPIDllInitialized(CkJsonObject&, IPipeConnection& pipe, std::atomic<bool>&) {
+    CkJsonObject reply;
+    return WriteBackJson(pipe, m_mapi.m_bMAPIInitialized, reply);
+}
+
+HRESULT CRequestDispatcher::CloseVelmarTaskScheduler(CkJsonObject&, IPipeConnection& pipe,
+                                                     std::atomic<bool>& stopFlag) {
+    stopFlag = true;
+    CkJsonObject reply;
+    const HRESULT hr = WriteBackJson(pipe, true, reply);
+    m_window.PostClose();
+    return hr;
+}
+
+}  // namespace velmar::service

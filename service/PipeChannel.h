@@ -1,0 +1,44 @@
+// The channel the request service listens on: on Windows the named pipe
+// "\\.\pipe\velmartaskschedulernamedpipe" (message mode, unlimited instances, 1,000,000-byte buffers); on
+// POSIX a Unix-domain socket of the same name where a request and a reply each end with a zero byte, since
+// a stream has no message boundaries.
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace velmar::service {
+
+// Requests larger than this end the connection.
+inline constexpr size_t kMaxMessageBytes = 1000000;
+
+class IPipeConnection {
+public:
+    virtual ~IPipeConnection() = default;
+    // The next request's text, up to its zero byte. False when the connection ended or failed; error is then
+    // the line to add to the activity list.
+    virtual bool ReadRequest(std::string& request, std::wstring& error) = 0;
+    // Writes one reply in one piece; false with error text when that fails.
+    virtual bool WriteReply(const std::string& reply, std::wstring& error) = 0;
+    // Ends a connection from another thread, so that its reader returns (used at shutdown).
+    virtual void Interrupt() = 0;
+};
+
+class IPipeListener {
+public:
+    virtual ~IPipeListener() = default;
+    // Offers an instance of the channel and waits for a client. Null when that failed; error is then the
+    // line to add (empty when the listener was closed).
+    virtual std::unique_ptr<IPipeConnection> Accept(std::wstring& error) = 0;
+    // Makes a waiting Accept return, so that a stopping service can end.
+    virtual void Close() = 0;
+};
+
+// The channel of this platform. Null with error text when it cannot be offered (on POSIX: another running
+// copy answers on the socket).
+std::unique_ptr<IPipeListener> CreatePipeListener(std::wstring& error);
+
+// The resident size of this process in bytes; false when it cannot be read.
+bool ProcessWorkingSet(unsigned long long& bytes);
+
+}  // namespace velmar::service

@@ -1,0 +1,198 @@
+// The POSIX channel: a Unix-domain stream socket at $VELMAR_PIPE, else
+// $XDG_RUNTIME_DIR/velmartaskschedulernamedpipe, else the same name in a private folder under /tmp.
+// The socket is for its owner only (mode 0600, and peers of another user id are refused).
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <mutex>
+
+#include "mail/MapiLibrary.h"
+#include "service/PipeChannel.h"
+#include "support/Utf8.h"
+
+namespace velmar::service {
+namespace {
+
+constexpr const char* kSocketName = "velmartaskschedulernamedpipe";
+
+std::wstring ErrnoLine(const wchar_t* operation, int error) {
+    errno = error;
+    return velmar::mail::FormatLastErrorText(operation);
+}
+
+class CSocketConnection : public IPipeConnection {
+public:
+    explicit CSocketConnection(int fd) : m_fd(fd) {}
+    ~CSocketConnection() override { close(m_fd); }
+
+    bool ReadRequest(std::string& request, std::wstring& error) override {
+        for (;;) {
+            const size_t end = m_pending.find('\0');
+            if (end != std::string::npos) {
+                request = m_pending.substr(0, end);
+                m_pending.erase(0, end + 1);
+                return true;
+            }
+            if (m_pending.size() > kMaxMessageBytes) {
+                error = ErrnoLine(L"ReadFile", EMSGSIZE);
+                return false;
+            }
+            char buffer[64 * 1024];
+            const ssize_t got = read(m_fd, buffer, sizeof buffer);
+            if (got < 0 && errno == EINTR) continue;
+            if (got <= 0) {
+                // A peer that closed its end reads as the broken pipe it is on Windows.
+                error = ErrnoLine(L"ReadFile", got == 0 ? EPIPE : errno);
+                return false;
+            }
+            m_pending.append(buffer, static_cast<size_t>(got));
+        }
+    }
+
+    bool WriteReply(const std::string& reply, std::wstring& error) override {
+        std::string message = reply;
+        message.push_back('\0');
+        size_t done = 0;
+        while (done < message.size()) {
+            const ssize_t put = send(m_fd, message.data() + done, message.size() - done, MSG_NOSIGNAL);
+            if (put < 0 && errno == EINTR) continue;
+            if (put <= 0) {
+                error = ErrnoLine(L"WriteFile", errno);
+                return false;
+            }
+            done += static_cast<size_t>(put);
+        }
+        return true;
+    }
+
+    void Interrupt() override { shutdown(m_fd, SHUT_RDWR); }
+
+private:
+    int m_fd;
+    std::string m_pending;  // bytes read past the last request's zero byte
+};
+
+std::string SocketPath() {
+    if (const char* named = std::getenv("VELMAR_PIPE"); named && *named) return named;
+    if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime && *runtime)
+        return std::string(runtime) + "/" + kSocketName;
+    // A private folder of our own: made with mode 0700, and used only if it is ours and no link.
+    const std::string folder = "/tmp/velmar-" + std::to_string(getuid());
+    mkdir(folder.c_str(), 0700);
+    struct stat info {};
+    if (lstat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode) || info.st_uid != getuid() ||
+        (info.st_mode & 0077) != 0)
+        return {};
+    return folder + "/" + kSocketName;
+}
+
+// True when a running copy answers on the socket.
+bool SomeoneListens(const sockaddr_un& address) {
+    const int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (probe < 0) return false;
+    const bool answered = connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    close(probe);
+    return answered;
+}
+
+class CSocketListener : public IPipeListener {
+public:
+    CSocketListener(int fd, std::string path) : m_fd(fd), m_path(std::move(path)) {}
+    ~CSocketListener() override {
+        Close();
+        unlink(m_path.c_str());
+    }
+
+    std::unique_ptr<IPipeConnection> Accept(std::wstring& error) override {
+        for (;;) {
+            int listenFd = -1;
+            {
+                std::lock_guard lock(m_lock);
+                listenFd = m_fd;
+            }
+            if (listenFd < 0) {
+                error.clear();
+                return nullptr;
+            }
+            const int fd = accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC);
+            if (fd < 0) {
+                if (errno == EINTR) continue;
+                std::lock_guard lock(m_lock);
+                error = m_fd < 0 ? std::wstring() : ErrnoLine(L"ConnectNamedPipe", errno);
+                return nullptr;
+            }
+            ucred peer{};
+            socklen_t size = sizeof peer;
+            if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.uid != getuid()) {
+                close(fd);
+                error =
+                    L"Verbindung eines anderen Benutzers abgelehnt (uid " + std::to_wstring(peer.uid) + L")";
+                return nullptr;
+            }
+            return std::make_unique<CSocketConnection>(fd);
+        }
+    }
+
+    void Close() override {
+        std::lock_guard lock(m_lock);
+        if (m_fd < 0) return;
+        shutdown(m_fd, SHUT_RDWR);  // wakes a thread waiting in accept
+        close(m_fd);
+        m_fd = -1;
+    }
+
+private:
+    std::mutex m_lock;
+    int m_fd;
+    std::string m_path;
+};
+
+}  // namespace
+
+std::unique_ptr<IPipeListener> CreatePipeListener(std::wstring& error) {
+    const std::string path = SocketPath();
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.empty() || path.size() >= sizeof address.sun_path) {
+        error = L"Kein Ort für den Socket: " + Utf8ToWide(path);
+        return nullptr;
+    }
+    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    if (SomeoneListens(address)) {
+        error = L"Ein anderer VelmarTaskScheduler bedient bereits " + Utf8ToWide(path);
+        return nullptr;
+    }
+    unlink(path.c_str());  // a socket file left by a crashed run
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        error = ErrnoLine(L"CreateNamedPipe", errno);
+        return nullptr;
+    }
+    const mode_t previous = umask(0177);  // the socket file is made with mode 0600
+    const int bound = bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    umask(previous);
+    if (bound != 0 || listen(fd, SOMAXCONN) != 0) {
+        error = ErrnoLine(L"CreateNamedPipe", errno);
+        close(fd);
+        return nullptr;
+    }
+    return std::make_unique<CSocketListener>(fd, path);
+}
+
+bool ProcessWorkingSet(unsigned long long& bytes) {
+    std::ifstream statm("/proc/self/statm");
+    unsigned long long pages = 0;
+    unsigned long long resident = 0;
+    if (!(statm >> pages >> resident)) return false;
+    bytes = resident * static_cast<unsigned long long>(sysconf(_SC_PAGESIZE));
+    return true;
+}
+
+}  // namespace velmar::service

@@ -1,0 +1,152 @@
+#include "service/RequestService.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+
+#include "app/ActivityList.h"
+#include "support/CodePage.h"
+
+namespace velmar::service {
+namespace {
+
+constexpr auto kLockWait = std::chrono::milliseconds(10000);
+constexpr auto kThreadWait = std::chrono::milliseconds(60000);
+const wchar_t kConnectionError[] = L"Fehler bei Abarbeitung der Verbindungsanforderungen";
+const wchar_t kThreadError[] = L"Kommunikationsthread konnte nicht gestartet werden.";
+
+}  // namespace
+
+CRequestService::CRequestService(CVelmarMapi& mapi, CActivityList& activity, IMainWindow& window,
+                                 int memoryLimit)
+    : m_activity(activity),
+      m_window(window),
+      m_dispatcher(mapi, activity, window),
+      m_nMemoryLimit(memoryLimit) {}
+
+CRequestService::~CRequestService() {
+    Stop();
+}
+
+bool CRequestService::Start() {
+    std::wstring error;
+    m_listener = CreatePipeListener(error);
+    if (!m_listener) {
+        m_activity.AddLine(error);
+        return false;
+    }
+    try {
+        m_listenerThread = std::thread(&CRequestService::ListenerLoop, this);
+    } catch (const std::system_error&) {
+        m_activity.AddLine(kThreadError);
+        return false;
+    }
+    return true;
+}
+
+void CRequestService::Stop() {
+    m_bStop = true;
+    if (m_listener) m_listener->Close();
+    if (m_listenerThread.joinable()) m_listenerThread.join();
+    {
+        std::lock_guard lock(m_activeLock);
+        for (IPipeConnection* connection : m_active) connection->Interrupt();
+    }
+    std::vector<CRequestThread> threads;
+    {
+        std::lock_guard lock(m_connectionLock);
+        threads.swap(m_threads);
+        m_pending.clear();
+    }
+    for (CRequestThread& request : threads)
+        if (request.thread.joinable()) request.thread.join();
+    m_listener.reset();
+}
+
+void CRequestService::ListenerLoop() {
+    while (!m_bStop) {
+        std::wstring error;
+        std::unique_ptr<IPipeConnection> connection = m_listener->Accept(error);
+        if (connection) {
+            if (!m_connectionLock.try_lock_for(kLockWait)) {
+                m_activity.AddLine(kConnectionError);
+            } else {
+                m_pending.push_back(std::move(connection));
+                auto done = std::make_shared<std::atomic<bool>>(false);
+                try {
+                    m_threads.push_back({std::thread(&CRequestService::ServeConnection, this, done), done});
+                } catch (const std::system_error&) {
+                    m_activity.AddLine(kThreadError);
+                }
+                m_connectionLock.unlock();
+            }
+        } else if (!error.empty()) {
+            m_activity.AddLine(error);
+        }
+        GuardMemory();
+    }
+    // The program ends with the listener, as when it closes the window.
+    m_window.PostClose();
+}
+
+void CRequestService::GuardMemory() {
+    unsigned long long bytes = 0;
+    if (m_nMemoryLimit <= 0 || !ProcessWorkingSet(bytes) ||
+        static_cast<long long>(bytes >> 20) <= m_nMemoryLimit)
+        return;
+    std::vector<std::shared_ptr<std::atomic<bool>>> running;
+    {
+        std::lock_guard lock(m_connectionLock);
+        for (const CRequestThread& request : m_threads) running.push_back(request.done);
+    }
+    for (const auto& done : running) {
+        const auto deadline = std::chrono::steady_clock::now() + kThreadWait;
+        while (!*done && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    if (!m_bStopSuppress) m_bStop = true;
+}
+
+void CRequestService::ServeConnection(const std::shared_ptr<std::atomic<bool>>& done) {
+    std::unique_ptr<IPipeConnection> connection;
+    if (m_connectionLock.try_lock_for(kLockWait)) {
+        if (!m_pending.empty()) {
+            connection = std::move(m_pending.front());
+            m_pending.pop_front();
+        }
+        m_connectionLock.unlock();
+    }
+    if (!connection) {
+        m_activity.AddLine(kConnectionError);
+        *done = true;
+        return;
+    }
+    {
+        std::lock_guard lock(m_activeLock);
+        m_active.push_back(connection.get());
+    }
+    std::string text;
+    std::wstring error;
+    while (!m_bStop) {
+        if (!connection->ReadRequest(text, error)) {
+            m_activity.AddLine(error);
+            break;
+        }
+        m_activity.AddLine(L"HandlePipeRequest");
+        m_activity.AddLine(AnsiToWide(text));
+        CkJsonObject request;
+        request.Load(text);
+        const char* target = request.StringOf("command-target");
+        if (target && std::strcmp(target, "MAPI") == 0) {
+            m_activity.AddLine(L"Mapi handling");
+            m_dispatcher.Dispatch(request, *connection, m_bStop);
+        }
+    }
+    {
+        std::lock_guard lock(m_activeLock);
+        m_active.erase(std::find(m_active.begin(), m_active.end(), connection.get()));
+    }
+    *done = true;
+}
+
+}  // namespace velmar::service

@@ -1,0 +1,59 @@
+// The request service: a listener thread offers the channel, and every accepted connection is served by a
+// request thread of its own, which reads requests one after another and hands those addressed to "MAPI" to
+// the dispatcher. A memory guard stops the service when the process grows past "MEM_LIMIT=".
+#pragma once
+
+#include <atomic>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "service/Dispatcher.h"
+
+namespace velmar::service {
+
+class CRequestService {
+public:
+    // memoryLimit: megabytes; 0 or less switches the guard off.
+    CRequestService(CVelmarMapi& mapi, CActivityList& activity, IMainWindow& window, int memoryLimit);
+    ~CRequestService();
+    CRequestService(const CRequestService&) = delete;
+    CRequestService& operator=(const CRequestService&) = delete;
+
+    // Offers the channel and starts the listener; false (with an activity line) when that is not possible.
+    bool Start();
+    // Sets the stop flag, ends the listener and every connection, and waits for their threads.
+    void Stop();
+
+private:
+    struct CRequestThread {
+        std::thread thread;
+        std::shared_ptr<std::atomic<bool>> done;
+    };
+
+    void ListenerLoop();
+    void ServeConnection(const std::shared_ptr<std::atomic<bool>>& done);
+    void GuardMemory();
+
+    CActivityList& m_activity;
+    IMainWindow& m_window;
+    CRequestDispatcher m_dispatcher;
+    int m_nMemoryLimit;
+    std::unique_ptr<IPipeListener> m_listener;
+    std::thread m_listenerThread;
+
+    // The connection lock: guards the pending connections and the thread list, with 10 s waits.
+    std::timed_mutex m_connectionLock;
+    std::deque<std::unique_ptr<IPipeConnection>> m_pending;
+    std::vector<CRequestThread> m_threads;
+
+    std::mutex m_activeLock;
+    std::vector<IPipeConnection*> m_active;  // connections being served, for Stop
+
+    std::atomic<bool> m_bStop{false};
+    std::atomic<bool> m_bStopSuppress{false};  // nothing sets it; the memory guard honours it
+};
+
+}  // namespace velmar::service
