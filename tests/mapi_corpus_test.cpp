@@ -243,8 +243,7 @@ TEST_F(MapiCorpus, ForeignMaildirFlagsAndSeparators) {
     ASSERT_EQ(rows.rows->cRows, 2u);
     for (ULONG r = 0; r < 2; ++r)
         EXPECT_EQ(rows.rows->aRow[r].lpProps[1].Value.l & MSGFLAG_READ, MSGFLAG_READ);
-    CComPtr<IMessage> message = OpenRow(rows.rows->aRow[0]);
-    ASSERT_EQ(message->SetReadFlag(CLEAR_READ_FLAG), S_OK);
+    for (ULONG r = 0; r < 2; ++r) ASSERT_EQ(OpenRow(rows.rows->aRow[r])->SetReadFlag(CLEAR_READ_FLAG), S_OK);
     size_t unread = 0;
     size_t inCur = 0;
     for (const auto& entry : fs::directory_iterator(m_dir / "mail" / "cur")) {
@@ -254,7 +253,7 @@ TEST_F(MapiCorpus, ForeignMaildirFlagsAndSeparators) {
         if (info != std::string::npos && name.find('S', info) == std::string::npos) ++unread;
     }
     EXPECT_EQ(inCur, 2u) << "a message leaves new/ when its flags change";
-    EXPECT_EQ(unread, 1u) << "the server's separator and other flags are kept";
+    EXPECT_EQ(unread, 2u) << "the server's separator and other flags are kept";
 }
 
 }  // namespace
