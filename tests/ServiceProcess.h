@@ -1,0 +1,28 @@
+// The real service, started as its own process for end-to-end tests, with its activity list captured.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace velmar::test {
+
+class CServiceProcess {
+public:
+    // Starts the program with the arguments; its standard output goes to logFile.
+    CServiceProcess(const std::string& program, const std::vector<std::string>& arguments, const std::string& logFile);
+    // Ends the process if it still runs.
+    ~CServiceProcess();
+    CServiceProcess(const CServiceProcess&) = delete;
+    CServiceProcess& operator=(const CServiceProcess&) = delete;
+
+    bool Started() const;
+    // The exit code once the process has ended, or nullopt when it still runs after timeoutMilliseconds.
+    std::optional<int> WaitForExit(int timeoutMilliseconds);
+
+private:
+    long long m_process = 0;  // pid, or the process handle on Windows
+    bool m_bExited = false;
+};
+
+}  // namespace velmar::test

@@ -1,0 +1,52 @@
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "tests/ServiceProcess.h"
+
+namespace velmar::test {
+
+CServiceProcess::CServiceProcess(const std::string& program, const std::vector<std::string>& arguments,
+                                 const std::string& logFile) {
+    std::vector<std::string> words{program};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (std::string& word : words) argv.push_back(word.data());
+    argv.push_back(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const int log = open(logFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        if (log >= 0) dup2(log, STDOUT_FILENO);
+        execv(program.c_str(), argv.data());
+        _exit(127);
+    }
+    m_process = pid;
+}
+
+CServiceProcess::~CServiceProcess() {
+    if (m_process > 0 && !m_bExited) {
+        kill(static_cast<pid_t>(m_process), SIGKILL);
+        waitpid(static_cast<pid_t>(m_process), nullptr, 0);
+    }
+}
+
+bool CServiceProcess::Started() const { return m_process > 0; }
+
+std::optional<int> CServiceProcess::WaitForExit(int timeoutMilliseconds) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMilliseconds);
+    while (std::chrono::steady_clock::now() < deadline) {
+        int status = 0;
+        if (waitpid(static_cast<pid_t>(m_process), &status, WNOHANG) == static_cast<pid_t>(m_process)) {
+            m_bExited = true;
+            return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return std::nullopt;
+}
+
+}  // namespace velmar::test

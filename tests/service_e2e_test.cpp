@@ -1,0 +1,187 @@
+// The real service process, asked through its real channel (socket on POSIX, named pipe under Wine), as
+// the product family's programs ask it.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <thread>
+
+#include "tests/ServiceProcess.h"
+#include "tests/TestFiles.h"
+#include "tools/ClientChannel.h"
+
+namespace {
+
+using velmar::tools::IClientChannel;
+namespace fs = std::filesystem;
+
+#ifdef _WIN32
+// Under Wine the service finds Wine's own mapi32, which does not initialise.
+constexpr bool kMapiWorks = false;
+constexpr int kClients = 8;
+constexpr int kRequestsPerClient = 50;
+#else
+constexpr bool kMapiWorks = true;
+constexpr int kClients = 64;
+constexpr int kRequestsPerClient = 1000;
+#endif
+
+std::string Reply(const char* status) { return std::string("{\r\n  \"status\": \"") + status + "\"\r\n}"; }
+
+const std::string kAskMapi = R"({"command-target":"MAPI","command":"IsMAPIDllInitialized"})";
+
+class ServiceEndToEnd : public ::testing::Test {
+protected:
+    void SetUp() override {
+        velmar::test::WriteFile(m_dir / "profiles.ini",
+                                "[Velmar]\n"
+                                "store1.name = Postfach\n"
+                                "store1.path = main\n"
+                                "store1.address = me@example.org\n"
+                                "store2.name = Archiv\n"
+                                "store2.path = archive\n"
+                                "store2.address = archiv@example.org\n"
+                                "store2.default = yes\n");
+        velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "profiles.ini").string());
+        velmar::test::SetEnvironment("VELMAR_PIPE", (m_dir / "service.sock").string());
+        m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{}, (m_dir / "activity.log").string());
+        ASSERT_TRUE(m_service->Started());
+        for (int attempt = 0; attempt < 200 && !m_channel; ++attempt) {
+            std::string error;
+            m_channel = velmar::tools::ConnectToService(error);
+            if (!m_channel) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        ASSERT_TRUE(m_channel) << "the service does not answer";
+    }
+    void TearDown() override {
+        m_channel.reset();
+        if (m_service) {
+            std::string error;
+            if (auto closer = velmar::tools::ConnectToService(error))
+                closer->Send(R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})");
+            m_service->WaitForExit(10000);
+        }
+    }
+
+    std::optional<std::string> Ask(const std::string& request, int timeoutMilliseconds = 10000) {
+        std::string reply;
+        if (!m_channel->Send(request) || !m_channel->Receive(reply, timeoutMilliseconds)) return std::nullopt;
+        return reply;
+    }
+
+    std::string Activity() {
+        std::ifstream in(m_dir / "activity.log", std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    }
+
+    velmar::test::CTempDir m_dir;
+    std::optional<velmar::test::CServiceProcess> m_service;
+    std::unique_ptr<IClientChannel> m_channel;
+};
+
+TEST_F(ServiceEndToEnd, TwoRequestsOnOneConnectionAreAnsweredInOrder) {
+    ASSERT_TRUE(m_channel->Send(kAskMapi));
+    ASSERT_TRUE(m_channel->Send(R"({"command-target":"MAPI","command":"Logoff"})"));
+    std::string first, second;
+    ASSERT_TRUE(m_channel->Receive(first, 10000));
+    ASSERT_TRUE(m_channel->Receive(second, 10000));
+    EXPECT_EQ(first, Reply(kMapiWorks ? "OK" : "FAILED"));
+    EXPECT_EQ(second, Reply(kMapiWorks ? "OK" : "FAILED"));
+}
+
+TEST_F(ServiceEndToEnd, OnlyKnownCommandsForMapiAreAnswered) {
+    for (const char* ignored :
+         {R"({"command":"IsMAPIDllInitialized"})", R"({"command-target":"","command":"IsMAPIDllInitialized"})",
+          R"({"command-target":"mapi","command":"IsMAPIDllInitialized"})", R"({"command-target":"MAPI","command":"Bogus"})",
+          R"({"command-target":"MAPI","command":""})", R"({"command-target":"MAPI"})",
+          R"({"command-target":"MAPI","command":"closevelmartaskscheduler"})", "not json at all"}) {
+        EXPECT_FALSE(Ask(ignored, 300).has_value()) << ignored;
+    }
+    EXPECT_EQ(Ask(kAskMapi), Reply(kMapiWorks ? "OK" : "FAILED")) << "the connection is still served";
+    const std::string activity = Activity();
+    EXPECT_NE(activity.find("-> IsMAPIDllInitialized"), std::string::npos);
+    EXPECT_EQ(activity.find("-> closevelmartaskscheduler"), std::string::npos);
+}
+
+TEST_F(ServiceEndToEnd, SessionAndStoreCommands) {
+    const std::string noProfiles = "{\r\n  \"status\": \"FAILED\",\r\n  \"arraystrings\": [],\r\n  \"status\": \"FAILED\"\r\n}";
+    const std::string profiles = "{\r\n  \"status\": \"OK\",\r\n  \"arraystrings\": [\r\n    {\r\n      \"element\": "
+                                 "\"Velmar\"\r\n    }\r\n  ],\r\n  \"status\": \"OK\"\r\n}";
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"GetProfileNames"})"), kMapiWorks ? profiles : noProfiles);
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"Logon","data_string":"Velmar"})"),
+              Reply(kMapiWorks ? "OK" : "FAILED"));
+    if (!kMapiWorks) return;
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"IsInitialized"})"), Reply("FAILED")) << "no store yet";
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})"),
+              "{\r\n  \"storeIndex\": 1,\r\n  \"messageStoreEntries\": [\r\n    {\r\n      \"displayName\": "
+              "\"Postfach\",\r\n      \"emailAddress\": \"me@example.org\"\r\n    },\r\n    {\r\n      \"displayName\": "
+              "\"Archiv\",\r\n      \"emailAddress\": \"archiv@example.org\"\r\n    }\r\n  ],\r\n  \"status\": \"OK\"\r\n}");
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"IsInitialized"})"), Reply("OK"));
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"SetMessageStore","data_string":"Postfach"})"),
+              "{\r\n  \"foundIndex\": 0,\r\n  \"status\": \"OK\"\r\n}");
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"SetMessageStore","data_string":"postfach"})"),
+              "{\r\n  \"foundIndex\": 0,\r\n  \"status\": \"FAILED\"\r\n}");
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"SetMessageStore","data_string":"","data_int":1})"),
+              "{\r\n  \"oldIndex\": 0,\r\n  \"foundIndex\": 1,\r\n  \"status\": \"OK\"\r\n}");
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"SetMessageStore","data_int":2})"),
+              "{\r\n  \"oldIndex\": 1,\r\n  \"foundIndex\": 1,\r\n  \"status\": \"OK\"\r\n}");
+    // The same profile again keeps the session: one logon only.
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"Logon","data_string":"Velmar"})"), Reply("OK"));
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"Logoff"})"), Reply("OK"));
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"IsInitialized"})"), Reply("FAILED"));
+
+    const std::string activity = Activity();
+    size_t logons = 0;
+    for (size_t at = activity.find("CVelmarMapi::Logon MAPILogonEx start"); at != std::string::npos;
+         at = activity.find("CVelmarMapi::Logon MAPILogonEx start", at + 1))
+        ++logons;
+    EXPECT_EQ(logons, 1u);
+    const std::string logonTrace =
+        "CVelmarMapi::Logon start\nCVelmarMapi::Logon Logoff\nCVelmarMapi::Logoff start\n"
+        "CVelmarMapi::Logoff SetAddrBook\nCVelmarMapi::SetAddrBook start\nCVelmarMapi::SetAddrBook end\n"
+        "CVelmarMapi::Logoff ReleaseSessionData start\nCVelmarMapi::ReleaseSessionData start\n"
+        "CVelmarMapi::ReleaseSessionData end\nCVelmarMapi::Logoff ReleaseSessionData end\nCVelmarMapi::Logoff end\n"
+        "CVelmarMapi::Logon MAPIInitialize start\nCVelmarMapi::MAPIInitialize start\nCVelmarMapi::MAPIInitialize end\n"
+        "CVelmarMapi::Logon MAPIInitialize end\nCVelmarMapi::Logon MAPILogonEx start\n"
+        "CVelmarMapi::Logon MAPILogonEx end\n::MAPILogonEx returns 0x0 m_lpMAPISession = 0x";
+    EXPECT_NE(activity.find(logonTrace), std::string::npos) << activity;
+    EXPECT_NE(activity.find("Write Back Json\n{\r\n  \"foundIndex\": 0,"), std::string::npos);
+}
+
+TEST_F(ServiceEndToEnd, ManyClientsAtOnce) {
+    std::atomic<int> answered{0};
+    std::vector<std::thread> clients;
+    for (int c = 0; c < kClients; ++c) {
+        clients.emplace_back([&] {
+            std::string error;
+            std::unique_ptr<IClientChannel> channel = velmar::tools::ConnectToService(error);
+            for (int attempt = 0; attempt < 100 && !channel; ++attempt) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                channel = velmar::tools::ConnectToService(error);
+            }
+            if (!channel) return;
+            std::string reply;
+            for (int r = 0; r < kRequestsPerClient; ++r)
+                if (channel->Send(kAskMapi) && channel->Receive(reply, 30000) &&
+                    reply == Reply(kMapiWorks ? "OK" : "FAILED"))
+                    ++answered;
+        });
+    }
+    for (std::thread& client : clients) client.join();
+    EXPECT_EQ(answered.load(), kClients * kRequestsPerClient);
+}
+
+TEST_F(ServiceEndToEnd, CloseAnswersAndEndsTheProcess) {
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})"), Reply("OK"));
+    EXPECT_EQ(m_service->WaitForExit(10000), 0);
+    EXPECT_FALSE(fs::exists(m_dir / "service.sock")) << "the socket file goes with the service";
+    const std::string activity = Activity();
+    EXPECT_NE(activity.find("-> CloseVelmarTaskScheduler"), std::string::npos);
+    EXPECT_NE(activity.find("CVelmarMapi::~CVelmarMapi end"), std::string::npos);
+    m_service.reset();
+}
+
+}  // namespace
