@@ -1,6 +1,6 @@
+#include <windows.h>
 #include <shlobj.h>
 #include <shlwapi.h>
-#include <windows.h>
 
 #include <cstdio>
 

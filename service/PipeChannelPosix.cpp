@@ -2,10 +2,10 @@
 // $XDG_RUNTIME_DIR/velmartaskschedulernamedpipe, else the same name in a private folder under /tmp.
 // The socket is for its owner only (mode 0600, and peers of another user id are refused).
 #include <fcntl.h>
+#include <unistd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>

@@ -1,6 +1,6 @@
 // The Windows channel: the named pipe, in message mode with unlimited instances.
-#include <psapi.h>
 #include <windows.h>
+#include <psapi.h>
 
 #include <atomic>
 #include <cstring>

@@ -10,13 +10,16 @@ namespace velmar::test {
 class CServiceProcess {
 public:
     // Starts the program with the arguments; its standard output goes to logFile.
-    CServiceProcess(const std::string& program, const std::vector<std::string>& arguments, const std::string& logFile);
+    CServiceProcess(const std::string& program, const std::vector<std::string>& arguments,
+                    const std::string& logFile);
     // Ends the process if it still runs.
     ~CServiceProcess();
     CServiceProcess(const CServiceProcess&) = delete;
     CServiceProcess& operator=(const CServiceProcess&) = delete;
 
     bool Started() const;
+    // Sends a POSIX signal (SIGTERM, SIGINT); false where there are none.
+    bool Signal(int number);
     // The exit code once the process has ended, or nullopt when it still runs after timeoutMilliseconds.
     std::optional<int> WaitForExit(int timeoutMilliseconds);
 

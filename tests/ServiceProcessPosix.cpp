@@ -1,7 +1,7 @@
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
+#include <sys/wait.h>
 
 #include <chrono>
 #include <thread>
@@ -34,7 +34,13 @@ CServiceProcess::~CServiceProcess() {
     }
 }
 
-bool CServiceProcess::Started() const { return m_process > 0; }
+bool CServiceProcess::Started() const {
+    return m_process > 0;
+}
+
+bool CServiceProcess::Signal(int number) {
+    return kill(static_cast<pid_t>(m_process), number) == 0;
+}
 
 std::optional<int> CServiceProcess::WaitForExit(int timeoutMilliseconds) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMilliseconds);

@@ -29,7 +29,9 @@ constexpr int kClients = 64;
 constexpr int kRequestsPerClient = 1000;
 #endif
 
-std::string Reply(const char* status) { return std::string("{\r\n  \"status\": \"") + status + "\"\r\n}"; }
+std::string Reply(const char* status) {
+    return std::string("{\r\n  \"status\": \"") + status + "\"\r\n}";
+}
 
 const std::string kAskMapi = R"({"command-target":"MAPI","command":"IsMAPIDllInitialized"})";
 
@@ -47,7 +49,8 @@ protected:
                                 "store2.default = yes\n");
         velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "profiles.ini").string());
         velmar::test::SetEnvironment("VELMAR_PIPE", (m_dir / "service.sock").string());
-        m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{}, (m_dir / "activity.log").string());
+        m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{},
+                          (m_dir / "activity.log").string());
         ASSERT_TRUE(m_service->Started());
         for (int attempt = 0; attempt < 200 && !m_channel; ++attempt) {
             std::string error;
@@ -94,10 +97,12 @@ TEST_F(ServiceEndToEnd, TwoRequestsOnOneConnectionAreAnsweredInOrder) {
 
 TEST_F(ServiceEndToEnd, OnlyKnownCommandsForMapiAreAnswered) {
     for (const char* ignored :
-         {R"({"command":"IsMAPIDllInitialized"})", R"({"command-target":"","command":"IsMAPIDllInitialized"})",
-          R"({"command-target":"mapi","command":"IsMAPIDllInitialized"})", R"({"command-target":"MAPI","command":"Bogus"})",
-          R"({"command-target":"MAPI","command":""})", R"({"command-target":"MAPI"})",
-          R"({"command-target":"MAPI","command":"closevelmartaskscheduler"})", "not json at all"}) {
+         {R"({"command":"IsMAPIDllInitialized"})",
+          R"({"command-target":"","command":"IsMAPIDllInitialized"})",
+          R"({"command-target":"mapi","command":"IsMAPIDllInitialized"})",
+          R"({"command-target":"MAPI","command":"Bogus"})", R"({"command-target":"MAPI","command":""})",
+          R"({"command-target":"MAPI"})", R"({"command-target":"MAPI","command":"closevelmartaskscheduler"})",
+          "not json at all"}) {
         EXPECT_FALSE(Ask(ignored, 300).has_value()) << ignored;
     }
     EXPECT_EQ(Ask(kAskMapi), Reply(kMapiWorks ? "OK" : "FAILED")) << "the connection is still served";
@@ -107,18 +112,24 @@ TEST_F(ServiceEndToEnd, OnlyKnownCommandsForMapiAreAnswered) {
 }
 
 TEST_F(ServiceEndToEnd, SessionAndStoreCommands) {
-    const std::string noProfiles = "{\r\n  \"status\": \"FAILED\",\r\n  \"arraystrings\": [],\r\n  \"status\": \"FAILED\"\r\n}";
-    const std::string profiles = "{\r\n  \"status\": \"OK\",\r\n  \"arraystrings\": [\r\n    {\r\n      \"element\": "
-                                 "\"Velmar\"\r\n    }\r\n  ],\r\n  \"status\": \"OK\"\r\n}";
-    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"GetProfileNames"})"), kMapiWorks ? profiles : noProfiles);
+    const std::string noProfiles =
+        "{\r\n  \"status\": \"FAILED\",\r\n  \"arraystrings\": [],\r\n  \"status\": \"FAILED\"\r\n}";
+    const std::string profiles =
+        "{\r\n  \"status\": \"OK\",\r\n  \"arraystrings\": [\r\n    {\r\n      \"element\": "
+        "\"Velmar\"\r\n    }\r\n  ],\r\n  \"status\": \"OK\"\r\n}";
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"GetProfileNames"})"),
+              kMapiWorks ? profiles : noProfiles);
     EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"Logon","data_string":"Velmar"})"),
               Reply(kMapiWorks ? "OK" : "FAILED"));
     if (!kMapiWorks) return;
-    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"IsInitialized"})"), Reply("FAILED")) << "no store yet";
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"IsInitialized"})"), Reply("FAILED"))
+        << "no store yet";
     EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})"),
               "{\r\n  \"storeIndex\": 1,\r\n  \"messageStoreEntries\": [\r\n    {\r\n      \"displayName\": "
-              "\"Postfach\",\r\n      \"emailAddress\": \"me@example.org\"\r\n    },\r\n    {\r\n      \"displayName\": "
-              "\"Archiv\",\r\n      \"emailAddress\": \"archiv@example.org\"\r\n    }\r\n  ],\r\n  \"status\": \"OK\"\r\n}");
+              "\"Postfach\",\r\n      \"emailAddress\": \"me@example.org\"\r\n    },\r\n    {\r\n      "
+              "\"displayName\": "
+              "\"Archiv\",\r\n      \"emailAddress\": \"archiv@example.org\"\r\n    }\r\n  ],\r\n  "
+              "\"status\": \"OK\"\r\n}");
     EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"IsInitialized"})"), Reply("OK"));
     EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"SetMessageStore","data_string":"Postfach"})"),
               "{\r\n  \"foundIndex\": 0,\r\n  \"status\": \"OK\"\r\n}");
@@ -143,8 +154,10 @@ TEST_F(ServiceEndToEnd, SessionAndStoreCommands) {
         "CVelmarMapi::Logon start\nCVelmarMapi::Logon Logoff\nCVelmarMapi::Logoff start\n"
         "CVelmarMapi::Logoff SetAddrBook\nCVelmarMapi::SetAddrBook start\nCVelmarMapi::SetAddrBook end\n"
         "CVelmarMapi::Logoff ReleaseSessionData start\nCVelmarMapi::ReleaseSessionData start\n"
-        "CVelmarMapi::ReleaseSessionData end\nCVelmarMapi::Logoff ReleaseSessionData end\nCVelmarMapi::Logoff end\n"
-        "CVelmarMapi::Logon MAPIInitialize start\nCVelmarMapi::MAPIInitialize start\nCVelmarMapi::MAPIInitialize end\n"
+        "CVelmarMapi::ReleaseSessionData end\nCVelmarMapi::Logoff ReleaseSessionData "
+        "end\nCVelmarMapi::Logoff end\n"
+        "CVelmarMapi::Logon MAPIInitialize start\nCVelmarMapi::MAPIInitialize "
+        "start\nCVelmarMapi::MAPIInitialize end\n"
         "CVelmarMapi::Logon MAPIInitialize end\nCVelmarMapi::Logon MAPILogonEx start\n"
         "CVelmarMapi::Logon MAPILogonEx end\n::MAPILogonEx returns 0x0 m_lpMAPISession = 0x";
     EXPECT_NE(activity.find(logonTrace), std::string::npos) << activity;

@@ -135,18 +135,54 @@ typedef union tagCY {
     LONGLONG int64;
 } CY, CURRENCY;
 
-typedef struct _SShortArray { ULONG cValues; short* lpi; } SShortArray;
-typedef struct _SLongArray { ULONG cValues; LONG* lpl; } SLongArray;
-typedef struct _SRealArray { ULONG cValues; float* lpflt; } SRealArray;
-typedef struct _SDoubleArray { ULONG cValues; double* lpdbl; } SDoubleArray;
-typedef struct _SCurrencyArray { ULONG cValues; CURRENCY* lpcur; } SCurrencyArray;
-typedef struct _SAppTimeArray { ULONG cValues; double* lpat; } SAppTimeArray;
-typedef struct _SDateTimeArray { ULONG cValues; FILETIME* lpft; } SDateTimeArray;
-typedef struct _SBinaryArray { ULONG cValues; SBinary* lpbin; } SBinaryArray;
-typedef struct _SLPSTRArray { ULONG cValues; LPSTR* lppszA; } SLPSTRArray;
-typedef struct _SWStringArray { ULONG cValues; LPWSTR* lppszW; } SWStringArray;
-typedef struct _SGuidArray { ULONG cValues; GUID* lpguid; } SGuidArray;
-typedef struct _SLargeIntegerArray { ULONG cValues; LARGE_INTEGER* lpli; } SLargeIntegerArray;
+typedef struct _SShortArray {
+    ULONG cValues;
+    short* lpi;
+} SShortArray;
+typedef struct _SLongArray {
+    ULONG cValues;
+    LONG* lpl;
+} SLongArray;
+typedef struct _SRealArray {
+    ULONG cValues;
+    float* lpflt;
+} SRealArray;
+typedef struct _SDoubleArray {
+    ULONG cValues;
+    double* lpdbl;
+} SDoubleArray;
+typedef struct _SCurrencyArray {
+    ULONG cValues;
+    CURRENCY* lpcur;
+} SCurrencyArray;
+typedef struct _SAppTimeArray {
+    ULONG cValues;
+    double* lpat;
+} SAppTimeArray;
+typedef struct _SDateTimeArray {
+    ULONG cValues;
+    FILETIME* lpft;
+} SDateTimeArray;
+typedef struct _SBinaryArray {
+    ULONG cValues;
+    SBinary* lpbin;
+} SBinaryArray;
+typedef struct _SLPSTRArray {
+    ULONG cValues;
+    LPSTR* lppszA;
+} SLPSTRArray;
+typedef struct _SWStringArray {
+    ULONG cValues;
+    LPWSTR* lppszW;
+} SWStringArray;
+typedef struct _SGuidArray {
+    ULONG cValues;
+    GUID* lpguid;
+} SGuidArray;
+typedef struct _SLargeIntegerArray {
+    ULONG cValues;
+    LARGE_INTEGER* lpli;
+} SLargeIntegerArray;
 typedef SBinaryArray ENTRYLIST, *LPENTRYLIST;
 
 typedef union _PV {
@@ -273,9 +309,18 @@ typedef struct _ADRLIST {
 #define BMR_NEZ ((ULONG)1)
 
 struct _SRestriction;
-typedef struct _SAndRestriction { ULONG cRes; struct _SRestriction* lpRes; } SAndRestriction;
-typedef struct _SOrRestriction { ULONG cRes; struct _SRestriction* lpRes; } SOrRestriction;
-typedef struct _SNotRestriction { ULONG ulReserved; struct _SRestriction* lpRes; } SNotRestriction;
+typedef struct _SAndRestriction {
+    ULONG cRes;
+    struct _SRestriction* lpRes;
+} SAndRestriction;
+typedef struct _SOrRestriction {
+    ULONG cRes;
+    struct _SRestriction* lpRes;
+} SOrRestriction;
+typedef struct _SNotRestriction {
+    ULONG ulReserved;
+    struct _SRestriction* lpRes;
+} SNotRestriction;
 typedef struct _SContentRestriction {
     ULONG ulFuzzyLevel;
     ULONG ulPropTag;
@@ -291,14 +336,25 @@ typedef struct _SComparePropsRestriction {
     ULONG ulPropTag1;
     ULONG ulPropTag2;
 } SComparePropsRestriction;
-typedef struct _SBitMaskRestriction { ULONG relBMR; ULONG ulPropTag; ULONG ulMask; } SBitMaskRestriction;
-typedef struct _SSizeRestriction { ULONG relop; ULONG ulPropTag; ULONG cb; } SSizeRestriction;
+typedef struct _SBitMaskRestriction {
+    ULONG relBMR;
+    ULONG ulPropTag;
+    ULONG ulMask;
+} SBitMaskRestriction;
+typedef struct _SSizeRestriction {
+    ULONG relop;
+    ULONG ulPropTag;
+    ULONG cb;
+} SSizeRestriction;
 typedef struct _SExistRestriction {
     ULONG ulReserved1;
     ULONG ulPropTag;
     ULONG ulReserved2;
 } SExistRestriction;
-typedef struct _SSubRestriction { ULONG ulSubObject; struct _SRestriction* lpRes; } SSubRestriction;
+typedef struct _SSubRestriction {
+    ULONG ulSubObject;
+    struct _SRestriction* lpRes;
+} SSubRestriction;
 typedef struct _SCommentRestriction {
     ULONG cValues;
     struct _SRestriction* lpRes;
@@ -407,8 +463,8 @@ struct IMAPIProp : public IUnknown {
     virtual HRESULT SetProps(ULONG cValues, LPSPropValue lpPropArray, LPSPropProblemArray* lppProblems) = 0;
     virtual HRESULT DeleteProps(LPSPropTagArray lpPropTagArray, LPSPropProblemArray* lppProblems) = 0;
     virtual HRESULT CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray lpExcludeProps,
-                           ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, LPCIID lpInterface, LPVOID lpDestObj,
-                           ULONG ulFlags, LPSPropProblemArray* lppProblems) = 0;
+                           ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, LPCIID lpInterface,
+                           LPVOID lpDestObj, ULONG ulFlags, LPSPropProblemArray* lppProblems) = 0;
     virtual HRESULT CopyProps(LPSPropTagArray lpIncludeProps, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
                               LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
                               LPSPropProblemArray* lppProblems) = 0;
@@ -535,7 +591,8 @@ typedef IMsgStore* LPMDB;
 
 struct IMessage : public IMAPIProp {
     virtual HRESULT GetAttachmentTable(ULONG ulFlags, LPMAPITABLE* lppTable) = 0;
-    virtual HRESULT OpenAttach(ULONG ulAttachmentNum, LPCIID lpInterface, ULONG ulFlags, LPATTACH* lppAttach) = 0;
+    virtual HRESULT OpenAttach(ULONG ulAttachmentNum, LPCIID lpInterface, ULONG ulFlags,
+                               LPATTACH* lppAttach) = 0;
     virtual HRESULT CreateAttach(LPCIID lpInterface, ULONG ulFlags, ULONG* lpulAttachmentNum,
                                  LPATTACH* lppAttach) = 0;
     virtual HRESULT DeleteAttach(ULONG ulAttachmentNum, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,

@@ -10,10 +10,12 @@ STDAPI_(void) FreeProws(LPSRowSet lpRows);
 STDAPI_(void) FreePadrlist(LPADRLIST lpAdrlist);
 STDAPI_(SCODE) ScCountProps(int cValues, LPSPropValue lpPropArray, ULONG* lpcb);
 STDAPI_(SCODE) ScCopyProps(int cValues, LPSPropValue lpPropArray, LPVOID lpvDst, ULONG* lpcb);
-STDAPI_(SCODE) ScDupPropset(int cValues, LPSPropValue lpPropArray, LPALLOCATEBUFFER lpAllocateBuffer,
-                            LPSPropValue* lppPropArray);
-STDAPI_(SCODE) PropCopyMore(LPSPropValue lpSPropValueDest, LPSPropValue lpSPropValueSrc,
-                            ALLOCATEMORE* lpfAllocMore, LPVOID lpvObject);
+STDAPI_(SCODE)
+ScDupPropset(int cValues, LPSPropValue lpPropArray, LPALLOCATEBUFFER lpAllocateBuffer,
+             LPSPropValue* lppPropArray);
+STDAPI_(SCODE)
+PropCopyMore(LPSPropValue lpSPropValueDest, LPSPropValue lpSPropValueSrc, ALLOCATEMORE* lpfAllocMore,
+             LPVOID lpvObject);
 STDAPI HrQueryAllRows(LPMAPITABLE lpTable, LPSPropTagArray lpPropTags, LPSRestriction lpRestriction,
                       LPSSortOrderSet lpSortOrderSet, LONG crowsMax, LPSRowSet* lppRows);
 STDAPI_(LPMALLOC) MAPIGetDefaultMalloc(void);
@@ -45,7 +47,8 @@ typedef struct {
     ULONG ulStreamFlags;
 } RTF_WCSRETINFO;
 
-STDAPI WrapCompressedRTFStream(LPSTREAM lpCompressedRTFStream, ULONG ulFlags, LPSTREAM* lpUncompressedRTFStream);
+STDAPI WrapCompressedRTFStream(LPSTREAM lpCompressedRTFStream, ULONG ulFlags,
+                               LPSTREAM* lpUncompressedRTFStream);
 STDAPI WrapCompressedRTFStreamEx(LPSTREAM lpCompressedRTFStream, const RTF_WCSINFO* pWCSInfo,
                                  LPSTREAM* lppUncompressedRTFStream, RTF_WCSRETINFO* pRetInfo);
 STDAPI RTFSync(LPMESSAGE lpMessage, ULONG ulFlags, BOOL* lpfMessageUpdated);
@@ -53,11 +56,13 @@ STDAPI RTFSync(LPMESSAGE lpMessage, ULONG ulFlags, BOOL* lpfMessageUpdated);
 /* Entry points kept for the loader's table that this MAPI does not support. */
 STDAPI WrapStoreEntryID(ULONG ulFlags, LPTSTR lpszDLLName, ULONG cbOrigEntry, LPENTRYID lpOrigEntry,
                         ULONG* lpcbWrappedEntry, LPENTRYID* lppWrappedEntry);
-STDAPI_(SCODE) CreateIProp(LPCIID lpInterface, ALLOCATEBUFFER* lpAllocateBuffer, ALLOCATEMORE* lpAllocateMore,
-                           FREEBUFFER* lpFreeBuffer, LPVOID lpvReserved, LPVOID* lppPropData);
-STDAPI_(SCODE) CreateTable(LPCIID lpInterface, ALLOCATEBUFFER* lpAllocateBuffer, ALLOCATEMORE* lpAllocateMore,
-                           FREEBUFFER* lpFreeBuffer, LPVOID lpvReserved, ULONG ulTableType, ULONG ulPropTagIndexColumn,
-                           LPSPropTagArray lpSPropTagArrayColumns, LPVOID* lppTableData);
+STDAPI_(SCODE)
+CreateIProp(LPCIID lpInterface, ALLOCATEBUFFER* lpAllocateBuffer, ALLOCATEMORE* lpAllocateMore,
+            FREEBUFFER* lpFreeBuffer, LPVOID lpvReserved, LPVOID* lppPropData);
+STDAPI_(SCODE)
+CreateTable(LPCIID lpInterface, ALLOCATEBUFFER* lpAllocateBuffer, ALLOCATEMORE* lpAllocateMore,
+            FREEBUFFER* lpFreeBuffer, LPVOID lpvReserved, ULONG ulTableType, ULONG ulPropTagIndexColumn,
+            LPSPropTagArray lpSPropTagArrayColumns, LPVOID* lppTableData);
 STDAPI HrValidateParameters(int eMethod, LPVOID* ppFirstArg);
 STDAPI BuildDisplayTable(LPALLOCATEBUFFER lpAllocateBuffer, LPALLOCATEMORE lpAllocateMore,
                          LPFREEBUFFER lpFreeBuffer, LPMALLOC lpMalloc, HANDLE hInstance, unsigned int cPages,

@@ -214,7 +214,8 @@ struct IStream : public ISequentialStream {
                                              ULARGE_INTEGER* pcbWritten) = 0;
     virtual HRESULT STDMETHODCALLTYPE Commit(DWORD grfCommitFlags) = 0;
     virtual HRESULT STDMETHODCALLTYPE Revert() = 0;
-    virtual HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER libOffset, ULARGE_INTEGER cb, DWORD dwLockType) = 0;
+    virtual HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER libOffset, ULARGE_INTEGER cb,
+                                                 DWORD dwLockType) = 0;
     virtual HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER libOffset, ULARGE_INTEGER cb,
                                                    DWORD dwLockType) = 0;
     virtual HRESULT STDMETHODCALLTYPE Stat(STATSTG* pstatstg, DWORD grfStatFlag) = 0;
@@ -232,8 +233,9 @@ struct IStorage : public IUnknown {
                                                  DWORD reserved2, IStream** ppstm) = 0;
     virtual HRESULT STDMETHODCALLTYPE CreateStorage(const OLECHAR* pwcsName, DWORD grfMode, DWORD reserved1,
                                                     DWORD reserved2, IStorage** ppstg) = 0;
-    virtual HRESULT STDMETHODCALLTYPE OpenStorage(const OLECHAR* pwcsName, IStorage* pstgPriority, DWORD grfMode,
-                                                  SNB snbExclude, DWORD reserved, IStorage** ppstg) = 0;
+    virtual HRESULT STDMETHODCALLTYPE OpenStorage(const OLECHAR* pwcsName, IStorage* pstgPriority,
+                                                  DWORD grfMode, SNB snbExclude, DWORD reserved,
+                                                  IStorage** ppstg) = 0;
     virtual HRESULT STDMETHODCALLTYPE CopyTo(DWORD ciidExclude, const IID* rgiidExclude, SNB snbExclude,
                                              IStorage* pstgDest) = 0;
     virtual HRESULT STDMETHODCALLTYPE MoveElementTo(const OLECHAR* pwcsName, IStorage* pstgDest,
@@ -243,7 +245,8 @@ struct IStorage : public IUnknown {
     virtual HRESULT STDMETHODCALLTYPE EnumElements(DWORD reserved1, void* reserved2, DWORD reserved3,
                                                    IEnumSTATSTG** ppenum) = 0;
     virtual HRESULT STDMETHODCALLTYPE DestroyElement(const OLECHAR* pwcsName) = 0;
-    virtual HRESULT STDMETHODCALLTYPE RenameElement(const OLECHAR* pwcsOldName, const OLECHAR* pwcsNewName) = 0;
+    virtual HRESULT STDMETHODCALLTYPE RenameElement(const OLECHAR* pwcsOldName,
+                                                    const OLECHAR* pwcsNewName) = 0;
     virtual HRESULT STDMETHODCALLTYPE SetElementTimes(const OLECHAR* pwcsName, const FILETIME* pctime,
                                                       const FILETIME* patime, const FILETIME* pmtime) = 0;
     virtual HRESULT STDMETHODCALLTYPE SetClass(REFCLSID clsid) = 0;

@@ -52,7 +52,7 @@ typedef struct _ADRPARM* LPADRPARM;
 typedef void(STDMETHODCALLTYPE DISMISSMODELESS)(ULONG_PTR ulUIParam, LPVOID lpvContext);
 typedef DISMISSMODELESS* LPFNDISMISS;
 typedef SCODE(STDMETHODCALLTYPE* LPFNBUTTON)(ULONG_PTR ulUIParam, LPVOID lpvContext, ULONG cbEntryID,
-                                              LPENTRYID lpSelection, ULONG ulFlags);
+                                             LPENTRYID lpSelection, ULONG ulFlags);
 
 struct IAddrBook : public IMAPIProp {
     virtual HRESULT OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags,
@@ -64,9 +64,9 @@ struct IAddrBook : public IMAPIProp {
     virtual HRESULT Unadvise(ULONG ulConnection) = 0;
     virtual HRESULT CreateOneOff(LPTSTR lpszName, LPTSTR lpszAdrType, LPTSTR lpszAddress, ULONG ulFlags,
                                  ULONG* lpcbEntryID, LPENTRYID* lppEntryID) = 0;
-    virtual HRESULT NewEntry(ULONG_PTR ulUIParam, ULONG ulFlags, ULONG cbEIDContainer, LPENTRYID lpEIDContainer,
-                             ULONG cbEIDNewEntryTpl, LPENTRYID lpEIDNewEntryTpl, ULONG* lpcbEIDNewEntry,
-                             LPENTRYID* lppEIDNewEntry) = 0;
+    virtual HRESULT NewEntry(ULONG_PTR ulUIParam, ULONG ulFlags, ULONG cbEIDContainer,
+                             LPENTRYID lpEIDContainer, ULONG cbEIDNewEntryTpl, LPENTRYID lpEIDNewEntryTpl,
+                             ULONG* lpcbEIDNewEntry, LPENTRYID* lppEIDNewEntry) = 0;
     virtual HRESULT ResolveName(ULONG_PTR ulUIParam, ULONG ulFlags, LPTSTR lpszNewEntryTitle,
                                 LPADRLIST lpAdrList) = 0;
     virtual HRESULT Address(ULONG_PTR* lpulUIParam, LPADRPARM lpAdrParms, LPADRLIST* lppAdrList) = 0;
@@ -89,8 +89,8 @@ typedef IAddrBook* LPADRBOOK;
 struct IMAPISession : public IUnknown {
     virtual HRESULT GetLastError(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError) = 0;
     virtual HRESULT GetMsgStoresTable(ULONG ulFlags, LPMAPITABLE* lppTable) = 0;
-    virtual HRESULT OpenMsgStore(ULONG_PTR ulUIParam, ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface,
-                                 ULONG ulFlags, LPMDB* lppMDB) = 0;
+    virtual HRESULT OpenMsgStore(ULONG_PTR ulUIParam, ULONG cbEntryID, LPENTRYID lpEntryID,
+                                 LPCIID lpInterface, ULONG ulFlags, LPMDB* lppMDB) = 0;
     virtual HRESULT OpenAddressBook(ULONG_PTR ulUIParam, LPCIID lpInterface, ULONG ulFlags,
                                     LPADRBOOK* lppAdrBook) = 0;
     virtual HRESULT OpenProfileSection(LPMAPIUID lpUID, LPCIID lpInterface, ULONG ulFlags,
@@ -112,9 +112,10 @@ struct IMAPISession : public IUnknown {
     virtual HRESULT Logoff(ULONG_PTR ulUIParam, ULONG ulFlags, ULONG ulReserved) = 0;
     virtual HRESULT SetDefaultStore(ULONG ulFlags, ULONG cbEntryID, LPENTRYID lpEntryID) = 0;
     virtual HRESULT AdminServices(ULONG ulFlags, LPSERVICEADMIN* lppServiceAdmin) = 0;
-    virtual HRESULT ShowForm(ULONG_PTR ulUIParam, LPMDB lpMsgStore, LPMAPIFOLDER lpParentFolder, LPCIID lpInterface,
-                             ULONG ulMessageToken, LPMESSAGE lpMessageSent, ULONG ulFlags, ULONG ulMessageStatus,
-                             ULONG ulMessageFlags, ULONG ulAccess, LPTSTR lpszMessageClass) = 0;
+    virtual HRESULT ShowForm(ULONG_PTR ulUIParam, LPMDB lpMsgStore, LPMAPIFOLDER lpParentFolder,
+                             LPCIID lpInterface, ULONG ulMessageToken, LPMESSAGE lpMessageSent, ULONG ulFlags,
+                             ULONG ulMessageStatus, ULONG ulMessageFlags, ULONG ulAccess,
+                             LPTSTR lpszMessageClass) = 0;
     virtual HRESULT PrepareForm(LPCIID lpInterface, LPMESSAGE lpMessage, ULONG* lpulMessageToken) = 0;
 };
 typedef IMAPISession* LPMAPISESSION;
@@ -125,15 +126,15 @@ struct IProfAdmin : public IUnknown {
     virtual HRESULT CreateProfile(LPTSTR lpszProfileName, LPTSTR lpszPassword, ULONG_PTR ulUIParam,
                                   ULONG ulFlags) = 0;
     virtual HRESULT DeleteProfile(LPTSTR lpszProfileName, ULONG ulFlags) = 0;
-    virtual HRESULT ChangeProfilePassword(LPTSTR lpszProfileName, LPTSTR lpszOldPassword, LPTSTR lpszNewPassword,
-                                          ULONG ulFlags) = 0;
+    virtual HRESULT ChangeProfilePassword(LPTSTR lpszProfileName, LPTSTR lpszOldPassword,
+                                          LPTSTR lpszNewPassword, ULONG ulFlags) = 0;
     virtual HRESULT CopyProfile(LPTSTR lpszOldProfileName, LPTSTR lpszOldPassword, LPTSTR lpszNewProfileName,
                                 ULONG_PTR ulUIParam, ULONG ulFlags) = 0;
-    virtual HRESULT RenameProfile(LPTSTR lpszOldProfileName, LPTSTR lpszOldPassword, LPTSTR lpszNewProfileName,
-                                  ULONG_PTR ulUIParam, ULONG ulFlags) = 0;
+    virtual HRESULT RenameProfile(LPTSTR lpszOldProfileName, LPTSTR lpszOldPassword,
+                                  LPTSTR lpszNewProfileName, ULONG_PTR ulUIParam, ULONG ulFlags) = 0;
     virtual HRESULT SetDefaultProfile(LPTSTR lpszProfileName, ULONG ulFlags) = 0;
-    virtual HRESULT AdminServices(LPTSTR lpszProfileName, LPTSTR lpszPassword, ULONG_PTR ulUIParam, ULONG ulFlags,
-                                  LPSERVICEADMIN* lppServiceAdmin) = 0;
+    virtual HRESULT AdminServices(LPTSTR lpszProfileName, LPTSTR lpszPassword, ULONG_PTR ulUIParam,
+                                  ULONG ulFlags, LPSERVICEADMIN* lppServiceAdmin) = 0;
 };
 typedef IProfAdmin* LPPROFADMIN;
 

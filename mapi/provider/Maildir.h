@@ -23,8 +23,8 @@ bool EnsureMaildir(const std::string& folderPath);
 std::wstring FolderDisplayName(std::string_view folderName);
 
 struct CMaildirName {
-    std::string key;    // unique part, the same in new/ and cur/
-    std::string flags;  // the letters after ":2,", sorted
+    std::string key;       // unique part, the same in new/ and cur/
+    std::string flags;     // the letters after ":2,", sorted
     char separator = ':';  // some servers write ";2," where ':' is not allowed in file names
 };
 CMaildirName SplitMaildirName(std::string_view fileName);

@@ -35,7 +35,7 @@ struct CMessageContent {
     std::vector<CAttachmentContent> attachments;
     std::wstring body;                 // PR_BODY_W
     std::string html;                  // PR_HTML, UTF-8, declaring charset=utf-8; empty when none
-    std::vector<BYTE> rtfCompressed;  // PR_RTF_COMPRESSED from a TNEF part; empty when none
+    std::vector<BYTE> rtfCompressed;   // PR_RTF_COMPRESSED from a TNEF part; empty when none
     GObjectPtr<GMimeMessage> message;  // keeps the parts alive
 };
 

@@ -1,8 +1,8 @@
 // OpenStreamOnFile: IStream over a file. A file the stream creates is never reached through a symbolic
 // link in its last path element, so nobody can redirect a write to a file of their choosing.
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <climits>

@@ -1,7 +1,7 @@
 // The owners of the stores, on Windows: asked of a running Outlook through its automation interface, by
 // display name of each top-level folder's store.
-#include <oleauto.h>
 #include <windows.h>
+#include <oleauto.h>
 
 #include "mail/VelmarMapi.h"
 

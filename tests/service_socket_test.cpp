@@ -1,0 +1,179 @@
+// The POSIX channel at the byte level: framing, oversized and broken requests, clients that vanish, a
+// second copy of the service, and a socket file left by a crashed run.
+#include <gtest/gtest.h>
+
+#include <poll.h>
+#include <unistd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+#include <thread>
+
+#include "tests/ServiceProcess.h"
+#include "tests/TestFiles.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kAsk = std::string(R"({"command-target":"MAPI","command":"IsMAPIDllInitialized"})") + '\0';
+const std::string kOk = std::string("{\r\n  \"status\": \"OK\"\r\n}") + '\0';
+
+class CRawSocket {
+public:
+    explicit CRawSocket(const fs::path& path) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+        m_fd = socket(AF_UNIX, SOCK_STREAM, 0);
+        if (connect(m_fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+            close(m_fd);
+            m_fd = -1;
+        }
+    }
+    ~CRawSocket() {
+        if (m_fd >= 0) close(m_fd);
+    }
+    bool Connected() const { return m_fd >= 0; }
+    bool Send(const std::string& bytes) {
+        size_t done = 0;
+        while (done < bytes.size()) {
+            const ssize_t put = send(m_fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
+            if (put <= 0) return false;
+            done += static_cast<size_t>(put);
+        }
+        return true;
+    }
+    // Everything that arrives until count bytes are there, the peer closes, or the time is up.
+    std::string Receive(size_t count, int timeoutMilliseconds) {
+        std::string bytes;
+        const auto deadline =
+            std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMilliseconds);
+        while (bytes.size() < count && std::chrono::steady_clock::now() < deadline) {
+            pollfd ready{m_fd, POLLIN, 0};
+            if (poll(&ready, 1, 50) <= 0) continue;
+            char buffer[4096];
+            const ssize_t got = read(m_fd, buffer, sizeof buffer);
+            if (got <= 0) break;
+            bytes.append(buffer, static_cast<size_t>(got));
+        }
+        return bytes;
+    }
+    // True when the service has ended the connection.
+    bool Closed(int timeoutMilliseconds) {
+        pollfd ready{m_fd, POLLIN, 0};
+        if (poll(&ready, 1, timeoutMilliseconds) <= 0) return false;
+        char byte = 0;
+        return read(m_fd, &byte, 1) == 0;
+    }
+
+private:
+    int m_fd = -1;
+};
+
+class ServiceSocket : public ::testing::Test {
+protected:
+    void SetUp() override {
+        velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "none.ini").string());
+        velmar::test::SetEnvironment("XDG_DATA_HOME", (m_dir / "data").string());
+        velmar::test::SetEnvironment("VELMAR_PIPE", Socket().string());
+    }
+    fs::path Socket() const { return m_dir / "service.sock"; }
+
+    void Start() {
+        m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{},
+                          (m_dir / "activity.log").string());
+        for (int attempt = 0; attempt < 200; ++attempt) {
+            if (CRawSocket(Socket()).Connected()) return;
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        FAIL() << "the service does not answer";
+    }
+    void Close() {
+        CRawSocket closer(Socket());
+        closer.Send(std::string(R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})") + '\0');
+        EXPECT_EQ(m_service->WaitForExit(10000), 0);
+    }
+
+    velmar::test::CTempDir m_dir;
+    std::optional<velmar::test::CServiceProcess> m_service;
+};
+
+TEST_F(ServiceSocket, FramingAndBrokenRequests) {
+    Start();
+    struct stat info {};
+    ASSERT_EQ(stat(Socket().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u) << "the socket is its owner's only";
+
+    // Two requests in one write, and one split over several writes, are each answered.
+    CRawSocket pipelined(Socket());
+    ASSERT_TRUE(pipelined.Send(kAsk + kAsk));
+    EXPECT_EQ(pipelined.Receive(2 * kOk.size(), 5000), kOk + kOk);
+    for (size_t cut = 1; cut < kAsk.size(); cut += 17) {
+        ASSERT_TRUE(pipelined.Send(kAsk.substr(0, cut)));
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        ASSERT_TRUE(pipelined.Send(kAsk.substr(cut)));
+        EXPECT_EQ(pipelined.Receive(kOk.size(), 5000), kOk);
+    }
+
+    // Requests that never end, or end too late, cost their connection and nothing else.
+    CRawSocket endless(Socket());
+    ASSERT_TRUE(endless.Send(std::string(1000100, '{')));
+    EXPECT_TRUE(endless.Closed(10000)) << "past 1,000,000 bytes without a zero byte the connection ends";
+    {
+        CRawSocket vanishing(Socket());
+        ASSERT_TRUE(vanishing.Send(R"({"command-target":"MAPI","comm)"));
+    }
+    CRawSocket garbage(Socket());
+    ASSERT_TRUE(garbage.Send(std::string("\xFF\xFE\x01garbage\x7F{{{[[[", 15) + '\0' + "\x80\x81" + '\0'));
+    EXPECT_EQ(garbage.Receive(1, 300), "") << "garbage gets no reply";
+    ASSERT_TRUE(garbage.Send(kAsk));
+    EXPECT_EQ(garbage.Receive(kOk.size(), 5000), kOk) << "and the connection goes on";
+    CRawSocket fresh(Socket());
+    ASSERT_TRUE(fresh.Send(kAsk));
+    EXPECT_EQ(fresh.Receive(kOk.size(), 5000), kOk);
+    Close();
+    EXPECT_FALSE(fs::exists(Socket()));
+}
+
+TEST_F(ServiceSocket, SecondCopyIsRefusedAndStaleSocketsReplaced) {
+    Start();
+    velmar::test::CServiceProcess second(VELMAR_SERVICE_PROGRAM, {}, (m_dir / "second.log").string());
+    EXPECT_EQ(second.WaitForExit(10000), 1) << "a running copy keeps its socket";
+    CRawSocket stillServed(Socket());
+    ASSERT_TRUE(stillServed.Send(kAsk));
+    EXPECT_EQ(stillServed.Receive(kOk.size(), 5000), kOk);
+    Close();
+
+    // A socket file nobody answers on, as a crashed run leaves it, is replaced.
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, Socket().c_str(), sizeof address.sun_path - 1);
+        const int stale = socket(AF_UNIX, SOCK_STREAM, 0);
+        ASSERT_EQ(bind(stale, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        close(stale);
+    }
+    ASSERT_TRUE(fs::exists(Socket()));
+    Start();
+    CRawSocket served(Socket());
+    ASSERT_TRUE(served.Send(kAsk));
+    EXPECT_EQ(served.Receive(kOk.size(), 5000), kOk);
+    Close();
+}
+
+TEST_F(ServiceSocket, StopSignalEndsTheServiceCleanly) {
+    Start();
+    CRawSocket idle(Socket());  // a connection waiting for its next request must not hold the service
+    ASSERT_TRUE(idle.Connected());
+    ASSERT_EQ(m_service->Signal(SIGTERM), true);
+    EXPECT_EQ(m_service->WaitForExit(10000), 0);
+    EXPECT_FALSE(fs::exists(Socket()));
+}
+
+}  // namespace
