@@ -4,5 +4,5 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh run
 cmake --preset release >/dev/null
-cmake --build --preset release --target VelmarTaskScheduler
+cmake --build --preset release --target VelmarTaskScheduler velmar-client
 exec build/release/app/VelmarTaskScheduler "$@"
