@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "app/ActivityList.h"
+#include "service/RequestThreadContext.h"
 #include "support/CodePage.h"
 
 namespace velmar::service {
@@ -125,6 +126,7 @@ void CRequestService::ServeConnection(const std::shared_ptr<std::atomic<bool>>& 
         std::lock_guard lock(m_activeLock);
         m_active.push_back(connection.get());
     }
+    const CRequestThreadContext threadContext;
     std::string text;
     std::wstring error;
     while (!m_bStop) {

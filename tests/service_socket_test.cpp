@@ -167,6 +167,21 @@ TEST_F(ServiceSocket, SecondCopyIsRefusedAndStaleSocketsReplaced) {
     Close();
 }
 
+TEST_F(ServiceSocket, MemoryGuardStopsTheServiceAfterItsConnections) {
+    m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{"MEM_LIMIT=1"},
+                      (m_dir / "activity.log").string());
+    for (int attempt = 0; attempt < 200 && !fs::exists(Socket()); ++attempt)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    {
+        CRawSocket client(Socket());
+        ASSERT_TRUE(client.Send(kAsk));
+        EXPECT_EQ(client.Receive(kOk.size(), 5000), kOk)
+            << "the connection that trips the guard is still served";
+    }
+    EXPECT_EQ(m_service->WaitForExit(20000), 0) << "more than 1 MB in use: the service stops";
+    EXPECT_FALSE(fs::exists(Socket()));
+}
+
 TEST_F(ServiceSocket, StopSignalEndsTheServiceCleanly) {
     Start();
     CRawSocket idle(Socket());  // a connection waiting for its next request must not hold the service

@@ -1,0 +1,44 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "app/ActivityList.h"
+
+namespace {
+
+TEST(ActivityList, TraceKeepsTheListShortServiceLinesDoNot) {
+    CActivityList list;
+    for (int i = 0; i < 3005; ++i) list.AddLine(L"service " + std::to_wstring(i));
+    EXPECT_EQ(list.Count(), 3005u) << "service lines have no limit";
+    list.AddTraceLine(L"trace");
+    EXPECT_EQ(list.Count(), 3001u) << "the oldest lines go until 3000 remain, then the trace line is added";
+    const std::vector<std::wstring> lines = list.Lines();
+    EXPECT_EQ(lines.front(), L"service 5");
+    EXPECT_EQ(lines.back(), L"trace");
+    list.AddTraceLine(L"again");
+    EXPECT_EQ(list.Count(), 3001u);
+    EXPECT_EQ(list.Lines().front(), L"service 6");
+}
+
+TEST(ActivityList, TextAndClear) {
+    CActivityList list;
+    EXPECT_EQ(list.Text(), L"");
+    list.AddLine(L"-> Logon");
+    list.AddTraceLine(L"CVelmarMapi::Logon start");
+    EXPECT_EQ(list.Text(), L"-> Logon\r\nCVelmarMapi::Logon start\r\n");
+    list.Clear();
+    EXPECT_EQ(list.Count(), 0u);
+}
+
+TEST(ActivityList, LinesFromManyThreads) {
+    CActivityList list;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t)
+        threads.emplace_back([&list, t] {
+            for (int i = 0; i < 1000; ++i) list.AddLine(std::to_wstring(t) + L":" + std::to_wstring(i));
+        });
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(list.Count(), 8000u);
+}
+
+}  // namespace
