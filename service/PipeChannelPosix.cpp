@@ -15,6 +15,7 @@
 
 #include "mail/MapiLibrary.h"
 #include "service/PipeChannel.h"
+#include "support/FramedSocket.h"
 #include "support/Utf8.h"
 
 namespace velmar::service {
@@ -29,54 +30,35 @@ std::wstring ErrnoLine(const wchar_t* operation, int error) {
 
 class CSocketConnection : public IPipeConnection {
 public:
-    explicit CSocketConnection(int fd) : m_fd(fd) {}
-    ~CSocketConnection() override { close(m_fd); }
+    explicit CSocketConnection(int fd) : m_socket(fd) {}
 
     bool ReadRequest(std::string& request, std::wstring& error) override {
-        for (;;) {
-            const size_t end = m_pending.find('\0');
-            if (end != std::string::npos) {
-                request = m_pending.substr(0, end);
-                m_pending.erase(0, end + 1);
+        switch (m_socket.Receive(request, kMaxMessageBytes, -1)) {
+            case CFramedSocket::Received::Message:
                 return true;
-            }
-            if (m_pending.size() > kMaxMessageBytes) {
+            case CFramedSocket::Received::TooLong:
                 error = ErrnoLine(L"ReadFile", EMSGSIZE);
                 return false;
-            }
-            char buffer[64 * 1024];
-            const ssize_t got = read(m_fd, buffer, sizeof buffer);
-            if (got < 0 && errno == EINTR) continue;
-            if (got <= 0) {
-                // A peer that closed its end reads as the broken pipe it is on Windows.
-                error = ErrnoLine(L"ReadFile", got == 0 ? EPIPE : errno);
+            // A peer that closed its end reads as the broken pipe it is on Windows.
+            case CFramedSocket::Received::Closed:
+                error = ErrnoLine(L"ReadFile", EPIPE);
                 return false;
-            }
-            m_pending.append(buffer, static_cast<size_t>(got));
+            default:
+                error = ErrnoLine(L"ReadFile", errno);
+                return false;
         }
     }
 
     bool WriteReply(const std::string& reply, std::wstring& error) override {
-        std::string message = reply;
-        message.push_back('\0');
-        size_t done = 0;
-        while (done < message.size()) {
-            const ssize_t put = send(m_fd, message.data() + done, message.size() - done, MSG_NOSIGNAL);
-            if (put < 0 && errno == EINTR) continue;
-            if (put <= 0) {
-                error = ErrnoLine(L"WriteFile", errno);
-                return false;
-            }
-            done += static_cast<size_t>(put);
-        }
-        return true;
+        if (m_socket.Send(reply)) return true;
+        error = ErrnoLine(L"WriteFile", errno);
+        return false;
     }
 
-    void Interrupt() override { shutdown(m_fd, SHUT_RDWR); }
+    void Interrupt() override { shutdown(m_socket.Descriptor(), SHUT_RDWR); }
 
 private:
-    int m_fd;
-    std::string m_pending;  // bytes read past the last request's zero byte
+    CFramedSocket m_socket;
 };
 
 std::string SocketPath() {

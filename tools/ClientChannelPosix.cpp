@@ -1,4 +1,3 @@
-#include <poll.h>
 #include <unistd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -7,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "support/FramedSocket.h"
 #include "tools/ClientChannel.h"
 
 namespace velmar::tools {
@@ -22,43 +22,17 @@ std::string SocketPath() {
 
 class CSocketChannel : public IClientChannel {
 public:
-    explicit CSocketChannel(int fd) : m_fd(fd) {}
-    ~CSocketChannel() override { close(m_fd); }
+    explicit CSocketChannel(int fd) : m_socket(fd) {}
 
-    bool Send(const std::string& request) override {
-        const std::string message = request + '\0';
-        size_t done = 0;
-        while (done < message.size()) {
-            const ssize_t put = send(m_fd, message.data() + done, message.size() - done, MSG_NOSIGNAL);
-            if (put < 0 && errno == EINTR) continue;
-            if (put <= 0) return false;
-            done += static_cast<size_t>(put);
-        }
-        return true;
-    }
-
+    bool Send(const std::string& request) override { return m_socket.Send(request); }
     bool Receive(std::string& reply, int timeoutMilliseconds) override {
-        for (;;) {
-            const size_t end = m_pending.find('\0');
-            if (end != std::string::npos) {
-                reply = m_pending.substr(0, end);
-                m_pending.erase(0, end + 1);
-                return true;
-            }
-            pollfd ready{m_fd, POLLIN, 0};
-            const int polled = poll(&ready, 1, timeoutMilliseconds);
-            if (polled < 0 && errno == EINTR) continue;
-            if (polled <= 0) return false;
-            char buffer[64 * 1024];
-            const ssize_t got = read(m_fd, buffer, sizeof buffer);
-            if (got <= 0) return false;
-            m_pending.append(buffer, static_cast<size_t>(got));
-        }
+        // A reply is never larger than a request may be; anything longer is no reply of the service.
+        return m_socket.Receive(reply, 1000000, timeoutMilliseconds) ==
+               velmar::CFramedSocket::Received::Message;
     }
 
 private:
-    int m_fd;
-    std::string m_pending;
+    velmar::CFramedSocket m_socket;
 };
 
 }  // namespace

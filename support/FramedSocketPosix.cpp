@@ -1,0 +1,54 @@
+#include <poll.h>
+#include <unistd.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+
+#include "support/FramedSocket.h"
+
+namespace velmar {
+
+CFramedSocket::~CFramedSocket() {
+    close(m_fd);
+}
+
+bool CFramedSocket::Send(std::string_view text) {
+    std::string message(text);
+    message.push_back('\0');
+    size_t done = 0;
+    while (done < message.size()) {
+        const ssize_t put = send(m_fd, message.data() + done, message.size() - done, MSG_NOSIGNAL);
+        if (put < 0 && errno == EINTR) continue;
+        if (put <= 0) return false;
+        done += static_cast<size_t>(put);
+    }
+    return true;
+}
+
+CFramedSocket::Received CFramedSocket::Receive(std::string& message, size_t maxBytes,
+                                               int timeoutMilliseconds) {
+    for (;;) {
+        const size_t end = m_pending.find('\0');
+        if (end != std::string::npos) {
+            message = m_pending.substr(0, end);
+            m_pending.erase(0, end + 1);
+            return Received::Message;
+        }
+        if (m_pending.size() > maxBytes) return Received::TooLong;
+        if (timeoutMilliseconds >= 0) {
+            pollfd ready{m_fd, POLLIN, 0};
+            const int polled = poll(&ready, 1, timeoutMilliseconds);
+            if (polled < 0 && errno == EINTR) continue;
+            if (polled == 0) return Received::TimedOut;
+            if (polled < 0) return Received::Failed;
+        }
+        char buffer[64 * 1024];
+        const ssize_t got = read(m_fd, buffer, sizeof buffer);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return Received::Failed;
+        if (got == 0) return Received::Closed;
+        m_pending.append(buffer, static_cast<size_t>(got));
+    }
+}
+
+}  // namespace velmar
