@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "mail/EMailData.h"
 #include "mail/MapiHolders.h"
 
 class CActivityList;
@@ -45,6 +46,38 @@ public:
     void OpenMessageStoreTable();
     bool SetMessageStore(std::wstring strDisplayName);
 
+    // Message lookup. On success every returned interface carries a reference the caller releases.
+    bool SearchMessageInMessageStore(unsigned nStore, LPSRestriction lpRestriction, LPMDB* lppMsgStore,
+                                     LPMAPIFOLDER* lppFolder, LPMAPITABLE* lppTable, LPMESSAGE* lppMessage);
+    bool GetpMessage(const std::wstring& strMessageId, const std::wstring& strToEmailAddress,
+                     LPMDB* lppMsgStore, LPMAPIFOLDER* lppFolder, LPMAPITABLE* lppTable,
+                     LPMESSAGE* lppMessage, bool* pbFoundInChosenStore = nullptr);
+    bool FindMessage(const std::wstring& strMessageId, const std::wstring& strToEmailAddress,
+                     ULONG_PTR ulParentWindow, bool bSetRead, EMailData* pEmailData);
+
+    // Message data.
+    void GetMessageData(EMailData& emailData, const std::wstring& strMessageId,
+                        const std::wstring& strToEmailAddress, bool bSetRead);
+    void MapiFillMessage(LPMESSAGE lpMessage, EMailData* pEmailData);
+    void FetchProps(LPMESSAGE lpMessage, EMailData* pEmailData);
+    void FetchRecipients(LPMESSAGE lpMessage, EMailData* pEmailData);
+    void FetchAttachments(LPMESSAGE lpMessage, EMailData* pEmailData);
+    void FetchBody(LPMESSAGE lpMessage, EMailData* pEmailData);
+    void PrepareEmbeddedImages(LPMESSAGE lpMessage, EMailData* pEmailData);
+
+    // Attachment export.
+    std::wstring OpenAttachment2(const std::wstring& strMessageId, const std::wstring& strMailbox,
+                                 ULONG ulAttachmentNum);
+    std::wstring OpenAttachment1(LPMESSAGE lpMessage, ULONG ulAttachmentNum);
+    std::wstring WriteAttachmentToFile(LPATTACH lpAttach);
+    std::wstring SanitizeFileName(const std::wstring& strFileName);
+    HRESULT WriteAttachStreamToFile(LPATTACH lpAttach, const std::wstring& strPath);
+    HRESULT WriteEmbeddedMSGToFile(LPATTACH lpAttach, const std::wstring& strPath);
+    HRESULT WriteOleToFile(LPATTACH lpAttach, const std::wstring& strPath);
+    void SaveToMSG(LPMESSAGE lpMessage, const std::wstring& strPath);
+    void CreateNewMSG(const std::wstring& strPath);
+    void MyStgCreateStorageEx(const std::wstring& strPath);
+
     bool m_bMAPIInitialized = false;
     velmar::CComPtr<IMAPISession> m_lpMAPISession;
     velmar::CComPtr<IMsgStore> m_lpOutboxStore;
@@ -62,6 +95,7 @@ public:
     std::wstring m_strProfileName;
 
 private:
+    void CopyStreamToFile(const wchar_t* traceName, IStream* source, const std::wstring& strPath);
     void AddStoreRow(const SRow& row, int rowIndex, std::map<std::wstring, std::wstring>& addresses);
     // Display name to owner address, from the mail client (Windows) or our MAPI's profile file (POSIX).
     std::map<std::wstring, std::wstring> StoreAddresses();

@@ -15,10 +15,15 @@ const CRequestDispatcher::CCommand CRequestDispatcher::kCommands[] = {
     {"Logoff", L"-> Logoff", &CRequestDispatcher::Logoff},
     {"OpenMessageStoreTable", L"-> OpenMessageStoreTable", &CRequestDispatcher::OpenMessageStoreTable},
     {"SetMessageStore", L"-> SetMessageStore", &CRequestDispatcher::SetMessageStore},
+    {"GetMessageData", L"-> GetMessageData", &CRequestDispatcher::GetMessageData},
+    {"OpenAttachment", L"-> OpenAttachment", &CRequestDispatcher::OpenAttachment},
+    // FindMessage writes the line of SendEmail: it has none of its own.
+    {"FindMessage", L"-> SendEmail", &CRequestDispatcher::FindMessage},
     {"IsInitialized", L"-> IsInitialized", &CRequestDispatcher::IsInitialized},
     {"IsMAPIDllInitialized", L"-> IsMAPIDllInitialized", &CRequestDispatcher::IsMAPIDllInitialized},
     {"CloseVelmarTaskScheduler", L"-> CloseVelmarTaskScheduler",
      &CRequestDispatcher::CloseVelmarTaskScheduler},
+    {"SaveToMsg", L"-> SaveToMsg", &CRequestDispatcher::SaveToMsg},
 };
 
 HRESULT CRequestDispatcher::Dispatch(CkJsonObject& request, IPipeConnection& pipe,

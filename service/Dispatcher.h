@@ -53,6 +53,10 @@ private:
     HRESULT Logoff(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
     HRESULT OpenMessageStoreTable(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
     HRESULT SetMessageStore(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
+    HRESULT GetMessageData(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
+    HRESULT OpenAttachment(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
+    HRESULT FindMessage(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
+    HRESULT SaveToMsg(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
     HRESULT IsInitialized(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
     HRESULT IsMAPIDllInitialized(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
     HRESULT CloseVelmarTaskScheduler(CkJsonObject& request, IPipeConnection& pipe,

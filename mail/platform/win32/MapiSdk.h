@@ -27,3 +27,19 @@ typedef struct {
     ULONG ulStreamFlags;
 } RTF_WCSRETINFO;
 #endif
+
+// Property tags newer than mingw-w64's mapitags.h.
+#ifndef PR_HTML
+#define PR_HTML PROP_TAG(PT_BINARY, 0x1013)
+#endif
+#ifndef PR_INTERNET_CPID
+#define PR_INTERNET_CPID PROP_TAG(PT_LONG, 0x3FDE)
+#endif
+#ifndef PR_INTERNET_MESSAGE_ID_A
+#define PR_INTERNET_MESSAGE_ID_A PROP_TAG(PT_STRING8, 0x1035)
+#define PR_INTERNET_MESSAGE_ID_W PROP_TAG(PT_UNICODE, 0x1035)
+#endif
+#ifndef PR_ATTACH_CONTENT_ID_W
+#define PR_ATTACH_CONTENT_ID_A PROP_TAG(PT_STRING8, 0x3712)
+#define PR_ATTACH_CONTENT_ID_W PROP_TAG(PT_UNICODE, 0x3712)
+#endif

@@ -1,0 +1,7 @@
+// The MAPI interface identifiers the mail layer uses, defined once here (the SDK only declares them).
+#define INITGUID
+#define USES_IID_IMessage
+#define USES_IID_IStreamDocfile
+#include <windows.h>
+#include <initguid.h>
+#include <mapiguid.h>

@@ -1,0 +1,110 @@
+// The message commands: a message named by its message id, its data as JSON, its attachments as files.
+#include "app/ActivityList.h"
+#include "json/CkJsonArray.h"
+#include "service/Dispatcher.h"
+#include "support/CodePage.h"
+
+namespace velmar::service {
+namespace {
+
+std::string Joined(const std::vector<std::wstring>& names) {
+    std::wstring joined;
+    for (const std::wstring& name : names) {
+        if (!joined.empty()) joined += L"; ";
+        joined += name;
+    }
+    return WideToAnsi(joined);
+}
+
+void AddText(CkJsonObject& reply, const char* name, const std::wstring& text) {
+    reply.AddStringAt(-1, name, WideToAnsi(text).c_str());
+}
+
+}  // namespace
+
+HRESULT CRequestDispatcher::GetMessageData(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>&) {
+    const std::wstring messageId = RequestString(request, "messageId");
+    const std::wstring address = RequestString(request, "toEMailAddress");
+    m_mapi.m_strProfileName = RequestString(request, "profileName");
+    m_mapi.m_nStoreIndex = request.IntOf("storeIndex");  // checked where it is used
+    const bool setRead = request.BoolOf("setReadIfMainMessageStore");
+    if (request.HasMember("parameterStoreKestaEMailOptimalMessageStore"))
+        m_mapi.m_bOptimalMessageStore = request.BoolOf("parameterStoreKestaEMailOptimalMessageStore");
+    EMailData data;
+    m_mapi.GetMessageData(data, messageId, address, setRead);
+
+    CkJsonObject reply;
+    AddText(reply, "emailConnection", data.emailConnection);
+    AddText(reply, "mailbox", data.mailbox);
+    AddText(reply, "messageId", data.messageId);
+    AddText(reply, "from", data.from);
+    AddText(reply, "fromAddress", data.fromAddress);
+    reply.AddStringAt(-1, "to", Joined(data.to).c_str());
+    reply.AddStringAt(-1, "cc", Joined(data.cc).c_str());
+    reply.AddStringAt(-1, "bcc", Joined(data.bcc).c_str());
+    AddText(reply, "sent", data.sent);
+    AddText(reply, "subject", data.subject);
+    AddText(reply, "body", data.body);
+    AddText(reply, "rtfBody", data.rtfBody);
+    AddText(reply, "htmlBody", data.htmlBody);
+    AddText(reply, "sentDate", data.sentDate);
+    AddText(reply, "LotusNotesUrl", data.LotusNotesUrl);
+    reply.AddArrayAt(-1, "strEmbeddedAttachments");
+    if (std::unique_ptr<CkJsonArray> paths = reply.ArrayAt(reply.Count() - 1)) {
+        for (const std::wstring& path : data.strEmbeddedAttachments)
+            if (!path.empty()) paths->AddStringAt(-1, WideToAnsi(path).c_str());
+    }
+    reply.AddArrayAt(-1, "attachments");
+    if (std::unique_ptr<CkJsonArray> attachments = reply.ArrayAt(reply.Count() - 1)) {
+        for (const EMailAttachment& attachment : data.attachments) {
+            attachments->AddObjectAt(-1);
+            if (std::unique_ptr<CkJsonObject> element = attachments->ObjectAt(attachments->Count() - 1)) {
+                AddText(*element, "fileName", attachment.fileName);
+                element->AddIntAt(-1, "attachmentIndex", attachment.attachmentIndex);
+                AddText(*element, "contentId", attachment.contentId);
+            }
+        }
+    }
+    return WriteBackJson(pipe, !data.messageId.empty(), reply);
+}
+
+HRESULT CRequestDispatcher::OpenAttachment(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>&) {
+    const std::wstring messageId = RequestString(request, "messageId");
+    const std::wstring mailbox = RequestString(request, "mailBox");
+    const int index = request.IntOf("attachmentIndex");
+    const std::wstring file = m_mapi.OpenAttachment2(messageId, mailbox, static_cast<ULONG>(index));
+    CkJsonObject reply;
+    AddText(reply, "fileName", file);
+    return WriteBackJson(pipe, true, reply);
+}
+
+HRESULT CRequestDispatcher::FindMessage(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>&) {
+    const std::wstring messageId = RequestString(request, "messageId");
+    const std::wstring address = RequestString(request, "toEmailAddress");
+    const bool setRead = request.BoolOf("setReadIfMainMessageStore");
+    request.BoolOf("fetchEMailData");  // read and not used
+    // Without a window there is no parent for a form: the message is only looked up (and marked read).
+    m_mapi.FindMessage(messageId, address, 0, setRead, nullptr);
+    CkJsonObject reply;
+    return WriteBackJson(pipe, true, reply);
+}
+
+HRESULT CRequestDispatcher::SaveToMsg(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>&) {
+    const std::wstring messageId = RequestString(request, "messageId");
+    const std::wstring mailbox = RequestString(request, "mailBox");
+    const std::wstring file = RequestString(request, "filename");
+    LPMDB rawStore = nullptr;
+    LPMAPIFOLDER rawFolder = nullptr;
+    LPMAPITABLE rawTable = nullptr;
+    LPMESSAGE rawMessage = nullptr;
+    const bool found = m_mapi.GetpMessage(messageId, mailbox, &rawStore, &rawFolder, &rawTable, &rawMessage);
+    CComPtr<IMsgStore> store(rawStore);
+    CComPtr<IMAPIFolder> folder(rawFolder);
+    CComPtr<IMAPITable> table(rawTable);
+    CComPtr<IMessage> message(rawMessage);
+    if (found) m_mapi.SaveToMSG(message.get(), file);
+    CkJsonObject reply;
+    return WriteBackJson(pipe, found && message, reply);
+}
+
+}  // namespace velmar::service
