@@ -1,0 +1,269 @@
+// The message commands of the real service on Maildir stores: lookup in both search orders and the
+// archive store, the read flag, message data as JSON, inline images and attachments exported to files.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <thread>
+
+#include "json/CkJsonArray.h"
+#include "json/CkJsonObject.h"
+#include "tests/ServiceProcess.h"
+#include "tests/TestFiles.h"
+#include "tools/ClientChannel.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string Message(const std::string& id, const std::string& subject, const std::string& extraHeaders = "",
+                    const std::string& body = "Hallo\n") {
+    return "From: Absender <from@example.org>\nTo: A <a@x>, B <b@x>, C <c@x>\nMessage-ID: " + id +
+           "\nSubject: " + subject + "\n" + extraHeaders + "\n" + body;
+}
+
+std::string WithAttachment(const std::string& id, const std::string& fileName, const std::string& base64,
+                           const std::string& type = "application/octet-stream") {
+    return "From: x@y\nMessage-ID: " + id +
+           "\nSubject: attachment\nMIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=b\n\n--b\n"
+           "Content-Type: text/plain\n\ntext\n--b\nContent-Type: " +
+           type + "\nContent-Disposition: attachment; filename=\"" + fileName +
+           "\"\nContent-Transfer-Encoding: base64\n\n" + base64 + "\n--b--\n";
+}
+
+class MessageCommands : public ::testing::Test {
+protected:
+    void SetUp() override {
+        velmar::test::WriteFile(m_dir / "profiles.ini",
+                                "[Velmar]\n"
+                                "store1.name = Eins\nstore1.path = one\nstore1.address = one@x\n"
+                                "store2.name = Zwei\nstore2.path = two\nstore2.address = two@x\n"
+                                "store3.name = Archiv\nstore3.path = archive\nstore3.address = archive@x\n");
+        velmar::test::WriteFile(m_dir / "xdg" / "Velmar" / "Velmar.ini",
+                                "[KESTA]\nARCHIVE_MSGSTORE=Archiv\n");
+        fs::create_directories(m_dir / "tmp");
+        velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "profiles.ini").string());
+        velmar::test::SetEnvironment("VELMAR_PIPE", (m_dir / "service.sock").string());
+        velmar::test::SetEnvironment("XDG_CONFIG_DIRS", (m_dir / "xdg").string());
+        // The service's export folder; the tests' own temporary folder comes back in TearDown.
+        const char* previous = std::getenv("TMPDIR");
+        m_previousTmpdir = previous ? previous : fs::temp_directory_path().string();
+        velmar::test::SetEnvironment("TMPDIR", (m_dir / "tmp").string());
+    }
+    void TearDown() override {
+        if (m_channel) m_channel->Send(R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})");
+        if (m_service) m_service->WaitForExit(10000);
+        velmar::test::SetEnvironment("TMPDIR", m_previousTmpdir);
+    }
+
+    void Deliver(const char* store, const std::string& name, const std::string& text) {
+        velmar::test::WriteFile(m_dir / store / "new" / name, text);
+    }
+
+    void Start() {
+        m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{},
+                          (m_dir / "activity.log").string());
+        std::string error;
+        for (int attempt = 0; attempt < 200 && !m_channel; ++attempt) {
+            m_channel = velmar::tools::ConnectToService(error);
+            if (!m_channel) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        ASSERT_TRUE(m_channel);
+        ASSERT_TRUE(Ask(R"({"command-target":"MAPI","command":"Logon","data_string":"Velmar"})"));
+        ASSERT_TRUE(Ask(R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})"));
+    }
+
+    // The reply, parsed; null when none came.
+    std::unique_ptr<CkJsonObject> Ask(const std::string& request) {
+        std::string reply;
+        if (!m_channel->Send(request) || !m_channel->Receive(reply, 60000)) return nullptr;
+        auto json = std::make_unique<CkJsonObject>();
+        return json->Load(reply) ? std::move(json) : nullptr;
+    }
+
+    std::unique_ptr<CkJsonObject> MessageData(const std::string& id, const std::string& address, int store,
+                                              bool setRead,
+                                              std::optional<bool> receivingOnly = std::nullopt) {
+        CkJsonObject request;
+        request.AppendString("command-target", "MAPI");
+        request.AppendString("command", "GetMessageData");
+        request.AppendString("messageId", id.c_str());
+        request.AppendString("toEMailAddress", address.c_str());
+        request.AppendString("profileName", "Velmar");
+        request.AddIntAt(-1, "storeIndex", store);
+        request.AppendString("setReadIfMainMessageStore", setRead ? "true" : "false");
+        if (receivingOnly)
+            request.AppendString("parameterStoreKestaEMailOptimalMessageStore",
+                                 *receivingOnly ? "true" : "false");
+        return Ask(request.Emit());
+    }
+
+    std::string Activity() {
+        std::ifstream in(m_dir / "activity.log", std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    }
+
+    velmar::test::CTempDir m_dir;
+    std::string m_previousTmpdir;
+    std::optional<velmar::test::CServiceProcess> m_service;
+    std::unique_ptr<velmar::tools::IClientChannel> m_channel;
+};
+
+TEST_F(MessageCommands, FoundAndNotFound) {
+    Deliver("one", "1.M1.h", Message("<m1@x>", "Betreff eins"));
+    Start();
+    auto found = MessageData("<m1@x>", "", 0, false);
+    ASSERT_TRUE(found);
+    EXPECT_STREQ(found->StringOf("status"), "OK");
+    EXPECT_STREQ(found->StringOf("emailConnection"), "MAPI");
+    EXPECT_STREQ(found->StringOf("messageId"), "<m1@x>");
+    EXPECT_STREQ(found->StringOf("subject"), "Betreff eins");
+    EXPECT_STREQ(found->StringOf("from"), "Absender");
+    EXPECT_STREQ(found->StringOf("fromAddress"), "from@example.org");
+    EXPECT_STREQ(found->StringOf("to"), "A; B; C");
+    EXPECT_STREQ(found->StringOf("body"), "Hallo\n");
+    EXPECT_STREQ(found->StringOf("htmlBody"), "Hallo\n") << "without HTML the plain body stands in";
+
+    auto missing = MessageData("<unknown@x>", "", 0, false);
+    ASSERT_TRUE(missing);
+    EXPECT_STREQ(missing->StringOf("status"), "FAILED");
+    EXPECT_STREQ(missing->StringOf("messageId"), "");
+    EXPECT_EQ(missing->Count(), 18) << "every member is there";
+    EXPECT_STREQ(Ask(R"({"command-target":"MAPI","command":"FindMessage","messageId":"<unknown@x>"})")
+                     ->StringOf("status"),
+                 "OK");
+    EXPECT_NE(Activity().find("-> SendEmail"), std::string::npos);
+}
+
+TEST_F(MessageCommands, SearchOrdersArchiveStoreAndReadFlag) {
+    Deliver("two", "2.M1.h", Message("<shared@x>", "in zwei"));
+    Deliver("archive", "3.M1.h", Message("<shared@x>", "im Archiv"));
+    Deliver("one", "4.M1.h", Message("<only-one@x>", "in eins"));
+    Start();
+    // All stores, the chosen one first: found in store 1 (Zwei) when it is chosen...
+    auto chosen = MessageData("<shared@x>", "", 1, true);
+    EXPECT_STREQ(chosen->StringOf("subject"), "in zwei");
+    EXPECT_TRUE(fs::exists(m_dir / "two" / "cur" / "2.M1.h:2,S")) << "read: it is in the chosen store";
+    // ...and in the first store that has it when another is chosen; no read flag then.
+    auto other = MessageData("<only-one@x>", "", 2, true);
+    EXPECT_STREQ(other->StringOf("subject"), "in eins");
+    EXPECT_TRUE(fs::exists(m_dir / "one" / "new" / "4.M1.h")) << "found elsewhere: left unread";
+
+    // Receiving mailbox only: the archive store first, then the stores of the addresses.
+    auto archive = MessageData("<shared@x>", "two@x", 0, true, true);
+    EXPECT_STREQ(archive->StringOf("subject"), "im Archiv");
+    EXPECT_TRUE(fs::exists(m_dir / "archive" / "new" / "3.M1.h")) << "never marked read on this path";
+    auto byAddress = MessageData("<only-one@x>", " nobody@x , one@x,", 2, false);
+    EXPECT_STREQ(byAddress->StringOf("subject"), "in eins") << "the flag stays from the last request";
+    auto noMatch = MessageData("<only-one@x>", "two@x", 2, false, true);
+    EXPECT_STREQ(noMatch->StringOf("status"), "FAILED") << "no store of these addresses has it";
+    const std::string activity = Activity();
+    EXPECT_NE(activity.find("searching in defined Archive Store: Archiv"), std::string::npos);
+    EXPECT_NE(activity.find("CVelmarMapi::GetpMessage DeTokonized: \nnobody@x\none@x\n\n"),
+              std::string::npos);
+}
+
+TEST_F(MessageCommands, InlineImagesAndAttachmentFiles) {
+    const std::string related =
+        "From: x@y\nMessage-ID: <rel@x>\nSubject: Bilder\nMIME-Version: 1.0\n"
+        "Content-Type: multipart/related; boundary=r\n\n--r\nContent-Type: text/html; charset=utf-8\n\n"
+        "<html><body><img src=\"cid:pic@x\"><img src=\"cid:pic@x\"><img src=\"cid:none@x\"></body></html>\n"
+        "--r\nContent-Type: image/png; name=\"pic.png\"\nContent-ID: <pic@x>\nContent-Transfer-Encoding: "
+        "base64\n\n"
+        "iVBORw0KGgo=\n--r\nContent-Type: application/pdf; name=\"a-b+c.pdf\"\nContent-Disposition: "
+        "attachment\n"
+        "Content-Transfer-Encoding: base64\n\nJVBERi0xLjQK\n--r--\n";
+    Deliver("one", "5.M1.h", related);
+    Deliver("one", "6.M1.h", WithAttachment("<long@x>", std::string(300, 'n') + ".txt", "aGVsbG8="));
+    Deliver("one", "7.M1.h", WithAttachment("<odd@x>", "?*:<>|", "aGVsbG8="));
+    Start();
+    auto data = MessageData("<rel@x>", "", 0, false);
+    ASSERT_TRUE(data);
+    const std::string exported = (m_dir / "tmp" / "Velmar" / "pic.png").string();
+    std::unique_ptr<CkJsonArray> embedded = data->ArrayOf("strEmbeddedAttachments");
+    ASSERT_EQ(embedded->Count(), 1) << "one entry per distinct file";
+    EXPECT_EQ(std::string(embedded->StringAt(0)), exported);
+    const std::string html = data->StringOf("htmlBody");
+    EXPECT_NE(html.find("<img src=\"" + exported + "\"><img src=\"" + exported + "\">"), std::string::npos)
+        << html;
+    EXPECT_NE(html.find("cid:none@x"), std::string::npos) << "an unknown content id stays";
+    std::unique_ptr<CkJsonArray> attachments = data->ArrayOf("attachments");
+    ASSERT_EQ(attachments->Count(), 1) << "inline images are not listed as attachments";
+    EXPECT_STREQ(attachments->ObjectAt(0)->StringOf("fileName"), "a-b+c.pdf");
+
+    auto opened = Ask(
+        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<rel@x>","attachmentIndex":1})");
+    const fs::path pdf = m_dir / "tmp" / "Velmar" / "a_b_c.pdf";
+    EXPECT_EQ(std::string(opened->StringOf("fileName")), pdf.string());
+    std::ifstream in(pdf, std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "%PDF-1.4\n");
+    velmar::test::WriteFile(pdf, "an older file of the same name, longer than the new one");
+    Ask(R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<rel@x>","attachmentIndex":1})");
+    EXPECT_EQ(fs::file_size(pdf), 9u) << "an existing file is overwritten";
+
+    auto cut = Ask(
+        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<long@x>","attachmentIndex":0})");
+    EXPECT_EQ(fs::path(cut->StringOf("fileName")).filename().string(), std::string(259, 'n'));
+    auto odd = Ask(
+        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<odd@x>","attachmentIndex":0})");
+    EXPECT_EQ(fs::path(odd->StringOf("fileName")).filename().string(), "______");
+    auto none = Ask(
+        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<gone@x>","attachmentIndex":1})");
+    EXPECT_STREQ(none->StringOf("fileName"), "");
+    EXPECT_STREQ(none->StringOf("status"), "OK");
+    for (const auto& entry : fs::recursive_directory_iterator(m_dir / "tmp"))
+        EXPECT_EQ(entry.path().parent_path().filename(), entry.is_directory() ? "tmp" : "Velmar")
+            << entry.path();
+}
+
+TEST_F(MessageCommands, EmbeddedMessagesBrokenMailAndBigAttachments) {
+    Deliver("one", "8.M1.h",
+            "From: x@y\nMessage-ID: <outer@x>\nSubject: s\nMIME-Version: 1.0\nContent-Type: multipart/mixed; "
+            "boundary=b\n\n--b\nContent-Type: text/plain\n\nsee\n--b\nContent-Type: message/rfc822\n"
+            "Content-Disposition: attachment; filename=\"inner.eml\"\n\nSubject: inner\nMessage-ID: "
+            "<in@x>\n\nbody\n--b--\n");
+    Deliver("one", "9.M1.h",
+            "Message-ID: <broken@x>\nContent-Type: multipart/mixed; boundary=z\n\n--z\nContent-Type: te");
+    Deliver("one", "10.M1.h", "Message-ID: <nobody@x>\nSubject: leer\n\n");
+    std::string big;
+    const std::string chunk = "QUJDREVGR0hJSktMTU5PUFFSU1RVVldY\n";  // "ABCDEFGHIJKLMNOPQRSTUVWX"
+    for (size_t size = 0; size < 50u * 1024 * 1024; size += 24) big += chunk;
+    Deliver("one", "11.M1.h", WithAttachment("<big@x>", "big.bin", big));
+    Start();
+    auto embedded = Ask(
+        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<outer@x>","attachmentIndex":0})");
+    const std::string path = embedded->StringOf("fileName");
+    EXPECT_EQ(fs::path(path).filename(), "inner.eml");
+    EXPECT_FALSE(fs::exists(path)) << "an embedded message answers with a path and writes no file";
+    EXPECT_STREQ(MessageData("<broken@x>", "", 0, false)->StringOf("status"), "OK");
+    auto empty = MessageData("<nobody@x>", "", 0, false);
+    EXPECT_STREQ(empty->StringOf("subject"), "leer");
+    EXPECT_STREQ(empty->StringOf("body"), "");
+    auto bigFile = Ask(
+        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<big@x>","attachmentIndex":0})");
+    EXPECT_GE(fs::file_size(bigFile->StringOf("fileName")), 50u * 1024 * 1024);
+
+    // Several connections asking for the same message at once.
+    std::vector<std::thread> clients;
+    std::atomic<int> answered{0};
+    for (int c = 0; c < 4; ++c)
+        clients.emplace_back([&] {
+            std::string error;
+            auto channel = velmar::tools::ConnectToService(error);
+            std::string reply;
+            for (int i = 0; channel && i < 10; ++i)
+                if (channel->Send(
+                        R"({"command-target":"MAPI","command":"GetMessageData","messageId":"<outer@x>","storeIndex":0})") &&
+                    channel->Receive(reply, 60000) && reply.find("\"status\": \"OK\"") != std::string::npos)
+                    ++answered;
+        });
+    for (std::thread& client : clients) client.join();
+    EXPECT_EQ(answered.load(), 40);
+    EXPECT_STREQ(Ask(R"({"command-target":"MAPI","command":"IsMAPIDllInitialized"})")->StringOf("status"),
+                 "OK");
+}
+
+}  // namespace
