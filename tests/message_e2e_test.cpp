@@ -266,4 +266,49 @@ TEST_F(MessageCommands, EmbeddedMessagesBrokenMailAndBigAttachments) {
                  "OK");
 }
 
+TEST_F(MessageCommands, NothingIsWrittenThroughALinkInPlaceOfTheExportFolder) {
+    Deliver("one", "12.M1.h", WithAttachment("<linked@x>", "payload.txt", "aGVsbG8="));
+    fs::create_directories(m_dir / "elsewhere");
+    fs::create_directory_symlink(m_dir / "elsewhere", m_dir / "tmp" / "Velmar");
+    Start();
+    auto reply = Ask(
+        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<linked@x>","attachmentIndex":0})");
+    ASSERT_TRUE(reply);
+    EXPECT_FALSE(fs::exists(m_dir / "elsewhere" / "payload.txt"));
+    EXPECT_NE(Activity().find("ERROR: Cannot Create: " + (m_dir / "tmp" / "Velmar").string() + "/"),
+              std::string::npos);
+}
+
+// Real-world mail from the corpora, read as its author meant it.
+TEST_F(MessageCommands, CorpusMessagesAsTheirReadersSeeThem) {
+    const fs::path legacy = fs::path(VELMAR_CORPORA_DIR) / "mail-parser/resources/eml/legacy";
+    if (!fs::is_directory(legacy)) GTEST_SKIP() << "no corpora";
+    fs::create_directories(m_dir / "one" / "new");
+    fs::copy_file(legacy / "001.eml", m_dir / "one" / "new" / "20.M1.h");
+    fs::copy_file(legacy / "028.eml", m_dir / "one" / "new" / "21.M1.h");
+    Start();
+    auto hares = MessageData("<NDBBIAKOPKHFGPLCODIGMEKCCHAA.doug@example.com>", "", 0, false);
+    EXPECT_STREQ(hares->StringOf("subject"), "Die Hasen und die Fr\xC3\xB6sche (Microsoft Outlook 00)");
+    EXPECT_STREQ(hares->StringOf("to"), "Joe Blow; J\xC3\xBCrgen Schm\xC3\xBCrgen");
+    EXPECT_STREQ(hares->StringOf("from"), "Doug Sauder");
+    EXPECT_NE(std::string(hares->StringOf("body"))
+                  .find("Die Hasen klagten einst \xC3\xBC"
+                        "ber ihre mi\xC3\x9F"
+                        "liche Lage"),
+              std::string::npos);
+
+    auto balls = MessageData("<NDBBIAKOPKHFGPLCODIGKEKFCHAA.doug@example.com>", "", 0, false);
+    const std::string folder = (m_dir / "tmp" / "Velmar").string() + "/";
+    std::unique_ptr<CkJsonArray> images = balls->ArrayOf("strEmbeddedAttachments");
+    ASSERT_EQ(images->Count(), 2);
+    EXPECT_EQ(std::string(images->StringAt(0)), folder + "blueball.png");
+    EXPECT_EQ(std::string(images->StringAt(1)), folder + "redball.png");
+    EXPECT_EQ(balls->ArrayOf("attachments")->Count(), 0) << "both images are inline";
+    const std::string html = balls->StringOf("htmlBody");
+    EXPECT_NE(html.find("src=\"" + folder + "blueball.png\""), std::string::npos);
+    EXPECT_EQ(html.find("cid:"), std::string::npos);
+    EXPECT_EQ(fs::file_size(folder + "blueball.png"), 1325u);
+    EXPECT_EQ(fs::file_size(folder + "redball.png"), 1453u);
+}
+
 }  // namespace

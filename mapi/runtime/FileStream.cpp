@@ -120,7 +120,17 @@ HRESULT OpenFileStream(ULONG ulFlags, const std::string& path, const std::string
         std::string pattern = path + "/" + (prefix.empty() ? std::string("SOF") : prefix) + "XXXXXX";
         fd = mkostemp(pattern.data(), O_CLOEXEC);
     } else if (mode & STGM_CREATE) {
-        fd = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
+        // Neither the file nor the folder it is made in may be a symbolic link.
+        const size_t slash = path.rfind('/');
+        const std::string folder =
+            slash == std::string::npos ? "." : (slash == 0 ? "/" : path.substr(0, slash));
+        const int folderFd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        if (folderFd < 0) return ErrnoToStorageError(errno == ENOTDIR ? ELOOP : errno);
+        fd = openat(folderFd, path.substr(slash == std::string::npos ? 0 : slash + 1).c_str(),
+                    O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
+        const int error = errno;
+        close(folderFd);
+        errno = error;
     } else {
         const int access = (mode & (STGM_WRITE | STGM_READWRITE)) ? O_RDWR : O_RDONLY;
         fd = open(path.c_str(), access | O_CLOEXEC);
