@@ -1,9 +1,9 @@
 // Round trip of "IsMAPIDllInitialized" through the real service against a raw echo over the same kind of
 // socket, measured in one run; prints both and their ratio.
 //   service_roundtrip_bench [requests=20000]
+#include <unistd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
@@ -38,7 +38,8 @@ void EchoServer(int listener) {
     close(fd);
 }
 
-double MicrosecondsPerRoundTrip(velmar::tools::IClientChannel& channel, const std::string& request, int count) {
+double MicrosecondsPerRoundTrip(velmar::tools::IClientChannel& channel, const std::string& request,
+                                int count) {
     std::string reply;
     const auto start = Clock::now();
     for (int i = 0; i < count; ++i)
@@ -60,7 +61,8 @@ int main(int argc, char** argv) {
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, echoPath.c_str(), sizeof address.sun_path - 1);
     const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
-    if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 || listen(listener, 1) != 0) {
+    if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        listen(listener, 1) != 0) {
         std::perror("echo socket");
         return 1;
     }
