@@ -2,6 +2,10 @@
 // each session step, line by line, and the state the commands read.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
 #include "app/ActivityList.h"
 #include "mail/VelmarMapi.h"
 #include "tests/TestFiles.h"
@@ -117,6 +121,135 @@ TEST_F(MailSession, WithoutAnActivityListTheTraceIsDropped) {
     mapi.Logon(L"Beta", 0);
     EXPECT_TRUE(mapi.m_lpMAPISession);
     EXPECT_EQ(m_activity.Count(), 0u);
+}
+
+TEST_F(MailSession, MessageDataAndExportTraceEveryStepInOrder) {
+    velmar::test::WriteFile(m_dir / "one" / "new" / "1.M1.h",
+                            "From: A <a@x>\nTo: B <b@x>\nMessage-ID: <m@x>\nSubject: s\n\nHallo\n");
+    velmar::test::WriteFile(
+        m_dir / "one" / "new" / "2.M1.h",
+        "From: a@x\nMessage-ID: <att@x>\nMIME-Version: 1.0\nContent-Type: multipart/mixed; "
+        "boundary=b\n\n--b\nContent-Type: text/plain\n\nx\n--b\nContent-Type: text/plain\n"
+        "Content-Disposition: attachment; filename=\"n-1.txt\"\n\nDaten\n--b--\n");
+    const char* previousTmp = std::getenv("TMPDIR");
+    const std::string restoreTmp =
+        previousTmp ? previousTmp : std::filesystem::temp_directory_path().string();
+    velmar::test::SetEnvironment("TMPDIR", (m_dir / "export").string());
+    std::filesystem::create_directories(m_dir / "export");
+    CVelmarMapi mapi(&m_activity);
+    mapi.Logon(L"Alpha", 0);
+    mapi.OpenMessageStoreTable();
+    mapi.m_nStoreIndex = 0;
+    Take();
+
+    EMailData data;
+    mapi.GetMessageData(data, L"<m@x>", L"", false);
+    EXPECT_EQ(data.messageId, L"<m@x>");
+    EXPECT_EQ(data.to, Lines{L"B"});
+    const Lines search = {L"CVelmarMapi::GetpMessage start",
+                          L"CVelmarMapi::GetpMessage strToEmailAddress = ",
+                          L"CVelmarMapi::GetpMessage DeTokonized: ",
+                          L"CVelmarMapi::GetpMessage All Message Boxes",
+                          L"CVelmarMapi::GetpMessage nStoreIndex = 0",
+                          L"searching in Eins",
+                          L"CVelmarMapi::SearchMessageInMessageStore start",
+                          L"CVelmarMapi::SearchMessageInMessageStore OpenMsgStore",
+                          L"CVelmarMapi::SearchMessageInMessageStore GetReceiveFolder",
+                          L"CVelmarMapi::SearchMessageInMessageStore OpenEntry",
+                          L"CVelmarMapi::SearchMessageInMessageStore GetContentsTable",
+                          L"CVelmarMapi::SearchMessageInMessageStore GetRowCount",
+                          L"CVelmarMapi::SearchMessageInMessageStore Restrict",
+                          L"CVelmarMapi::SearchMessageInMessageStore GetRowCount",
+                          L"CVelmarMapi::SearchMessageInMessageStore QueryRows",
+                          L"CVelmarMapi::SearchMessageInMessageStore OpenEntry",
+                          L"CVelmarMapi::SearchMessageInMessageStore FreeRows",
+                          L"CVelmarMapi::SearchMessageInMessageStore end",
+                          L"CVelmarMapi::GetpMessage end"};
+    Lines expected = {L"CVelmarMapi::GetMessageData start", L"CVelmarMapi::GetMessageData FindMessage",
+                      L"CVelmarMapi::FindMessage start", L"CVelmarMapi::FindMessage GetpMessage"};
+    expected.insert(expected.end(), search.begin(), search.end());
+    const Lines fill = {L"CVelmarMapi::FindMessage MapiFillMessage start",
+                        L"CVelmarMapi::MapiFillMessage start",
+                        L"CVelmarMapi::MapiFillMessage FetchProps",
+                        L"CVelmarMapi::FetchProps start",
+                        L"CVelmarMapi::FetchProps GetProps start",
+                        L"CVelmarMapi::FetchProps GetProps end",
+                        L"CVelmarMapi::FetchProps set pEmailData",
+                        L"CVelmarMapi::FetchProps end",
+                        L"CVelmarMapi::MapiFillMessage FetchRecipients",
+                        L"CVelmarMapi::FetchRecipients start",
+                        L"CVelmarMapi::FetchRecipients GetRecipientTable",
+                        L"CVelmarMapi::FetchRecipients QueryRows start",
+                        L"CVelmarMapi::FetchRecipients QueryRows end",
+                        L"CVelmarMapi::FetchRecipients set pEmailData",
+                        L"CVelmarMapi::FetchRecipients FreeProws",
+                        L"CVelmarMapi::FetchRecipients end",
+                        L"CVelmarMapi::MapiFillMessage FetchAttachments",
+                        L"CVelmarMapi::FetchAttachments start",
+                        L"CVelmarMapi::FetchAttachments GetAttachmentTable",
+                        L"CVelmarMapi::FetchAttachments GetRowCount",
+                        L"CVelmarMapi::FetchAttachments SetColumns",
+                        L"CVelmarMapi::FetchAttachments HrQueryAllRows start",
+                        L"CVelmarMapi::FetchAttachments HrQueryAllRows end",
+                        L"CVelmarMapi::FetchAttachments FreeProws",
+                        L"CVelmarMapi::FetchAttachments end",
+                        L"CVelmarMapi::MapiFillMessage FetchBody",
+                        L"CVelmarMapi::FetchBody start",
+                        L"CVelmarMapi::FetchBody OpenProperty 1",
+                        L"CVelmarMapi::FetchBody Stat",
+                        L"CVelmarMapi::FetchBody OpenProperty 2 (PR_HTML)",
+                        L"CVelmarMapi::FetchBody HrGetOneProp",
+                        L"CVelmarMapi::FetchBody OpenProperty 3",
+                        L"CVelmarMapi::FetchBody pfnWrapEx failed",
+                        L"CVelmarMapi::FetchBody MapiFreeBuffer",
+                        L"CVelmarMapi::FetchBody end",
+                        L"CVelmarMapi::MapiFillMessage PrepareEmbeddedImages",
+                        L"CVelmarMapi::PrepareEmbeddedImages",
+                        L"CVelmarMapi::MapiFillMessage end",
+                        L"CVelmarMapi::FindMessage MapiFillMessage end",
+                        L"CVelmarMapi::FindMessage cleanup",
+                        L"CVelmarMapi::FindMessage end",
+                        L"CVelmarMapi::GetMessageData end"};
+    expected.insert(expected.end(), fill.begin(), fill.end());
+    EXPECT_EQ(Take(), expected);
+
+    const std::wstring path = mapi.OpenAttachment2(L"<att@x>", L"", 0);
+    EXPECT_EQ(path, (m_dir / "export" / "Velmar" / "n_1.txt").wstring());
+    Lines exportTrace = {L"CVelmarMapi::OpenAttachment2 start", L"CVelmarMapi::OpenAttachment2 GetpMessage"};
+    // The store and its inbox stay open from the first search (MAPI_CACHE_MSGSTORE is on by default).
+    Lines cachedSearch = search;
+    std::erase(cachedSearch, L"CVelmarMapi::SearchMessageInMessageStore GetReceiveFolder");
+    cachedSearch.erase(std::find(cachedSearch.begin(), cachedSearch.end(),
+                                 L"CVelmarMapi::SearchMessageInMessageStore OpenEntry"));
+    exportTrace.insert(exportTrace.end(), cachedSearch.begin(), cachedSearch.end());
+    const Lines write = {L"CVelmarMapi::OpenAttachment2 OpenAttachment",
+                         L"CVelmarMapi::OpenAttachment1 start",
+                         L"CVelmarMapi::OpenAttachment1 OpenAttach",
+                         L"CVelmarMapi::OpenAttachment1 WriteAttachmentToFile",
+                         L"CVelmarMapi::WriteAttachmentToFile start",
+                         L"CVelmarMapi::WriteAttachmentToFile GetProps",
+                         L"CVelmarMapi::WriteAttachmentToFile CheckStringProp",
+                         L"CVelmarMapi::WriteAttachmentToFile SanitizeFileName",
+                         L"CVelmarMapi::SanitizeFileName start",
+                         L"CVelmarMapi::SanitizeFileName end",
+                         L"CVelmarMapi::WriteAttachmentToFile GetStatus",
+                         L"CVelmarMapi::WriteAttachmentToFile WriteAttachStreamToFile",
+                         L"CVelmarMapi::WriteAttachStreamToFile start",
+                         L"CVelmarMapi::WriteAttachStreamToFile OpenProperty",
+                         L"CVelmarMapi::WriteAttachStreamToFile MyOpenStreamOnFile",
+                         L"CVelmarMapi::WriteAttachStreamToFile Stat",
+                         L"CVelmarMapi::WriteAttachStreamToFile CopyTo",
+                         L"CVelmarMapi::WriteAttachStreamToFile Commit",
+                         L"CVelmarMapi::WriteAttachStreamToFile Release",
+                         L"CVelmarMapi::WriteAttachStreamToFile end",
+                         L"CVelmarMapi::WriteAttachmentToFile MAPIFreeBuffer",
+                         L"CVelmarMapi::WriteAttachmentToFile end",
+                         L"CVelmarMapi::OpenAttachment1 Release",
+                         L"CVelmarMapi::OpenAttachment2 release",
+                         L"CVelmarMapi::OpenAttachment2 end"};
+    exportTrace.insert(exportTrace.end(), write.begin(), write.end());
+    EXPECT_EQ(Take(), exportTrace);
+    velmar::test::SetEnvironment("TMPDIR", restoreTmp);
 }
 
 }  // namespace
