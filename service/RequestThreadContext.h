@@ -1,4 +1,4 @@
-// What a request thread sets up for itself before it dispatches: on Windows COM and MAPI must be
+// What a request thread sets up for itself before it dispatches (one context a thread): on Windows COM and MAPI must be
 // initialised on every thread that uses them; on POSIX there is nothing to do.
 #pragma once
 
@@ -10,10 +10,6 @@ public:
     ~CRequestThreadContext();
     CRequestThreadContext(const CRequestThreadContext&) = delete;
     CRequestThreadContext& operator=(const CRequestThreadContext&) = delete;
-
-private:
-    bool m_bCom = false;
-    bool m_bMapi = false;
 };
 
 }  // namespace velmar::service

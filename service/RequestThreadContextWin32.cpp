@@ -9,22 +9,30 @@ namespace velmar::service {
 using velmar::mail::BoundMapiFunction;
 using velmar::mail::MapiSlot;
 
+namespace {
+
+// What this thread's context initialised, and so has to uninitialise.
+thread_local bool t_bCom = false;
+thread_local bool t_bMapi = false;
+
+}  // namespace
+
 CRequestThreadContext::CRequestThreadContext() {
-    m_bCom = SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
+    t_bCom = SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
     if (const auto initialize =
             BoundMapiFunction<velmar::mail::PFN_MAPIInitialize>(MapiSlot::MAPIInitialize)) {
         MAPIINIT_0 init{MAPI_INIT_VERSION, 0};
-        m_bMapi = SUCCEEDED(initialize(&init));
+        t_bMapi = SUCCEEDED(initialize(&init));
     }
 }
 
 CRequestThreadContext::~CRequestThreadContext() {
-    if (m_bMapi) {
+    if (t_bMapi) {
         if (const auto uninitialize =
                 BoundMapiFunction<velmar::mail::PFN_MAPIUninitialize>(MapiSlot::MAPIUninitialize))
             uninitialize();
     }
-    if (m_bCom) CoUninitialize();
+    if (t_bCom) CoUninitialize();
 }
 
 }  // namespace velmar::service
