@@ -15,6 +15,15 @@
 
 class CActivityList;
 
+// A message that the lookup found, with the store, folder and contents table it came from; each holds a
+// reference of its own.
+struct CFoundMessage {
+    velmar::CComPtr<IMsgStore> store;
+    velmar::CComPtr<IMAPIFolder> folder;
+    velmar::CComPtr<IMAPITable> table;
+    velmar::CComPtr<IMessage> message;
+};
+
 // One message store of the session.
 struct MsgStoreEntry {
     std::wstring strDisplayName;
@@ -52,6 +61,9 @@ public:
     bool GetpMessage(const std::wstring& strMessageId, const std::wstring& strToEmailAddress,
                      LPMDB* lppMsgStore, LPMAPIFOLDER* lppFolder, LPMAPITABLE* lppTable,
                      LPMESSAGE* lppMessage, bool* pbFoundInChosenStore = nullptr);
+    // The same, with the results held by found.
+    bool GetpMessage(const std::wstring& strMessageId, const std::wstring& strToEmailAddress,
+                     CFoundMessage& found, bool* pbFoundInChosenStore = nullptr);
     bool FindMessage(const std::wstring& strMessageId, const std::wstring& strToEmailAddress,
                      ULONG_PTR ulParentWindow, bool bSetRead, EMailData* pEmailData);
 

@@ -21,26 +21,16 @@ std::wstring CVelmarMapi::OpenAttachment2(const std::wstring& strMessageId, cons
     AddTrace(L"CVelmarMapi::OpenAttachment2 start");
     std::wstring result;
     AddTrace(L"CVelmarMapi::OpenAttachment2 GetpMessage");
-    LPMDB rawStore = nullptr;
-    LPMAPIFOLDER rawFolder = nullptr;
-    LPMAPITABLE rawTable = nullptr;
-    LPMESSAGE rawMessage = nullptr;
-    const bool found = GetpMessage(strMessageId, strMailbox, &rawStore, &rawFolder, &rawTable, &rawMessage);
-    CComPtr<IMsgStore> store(rawStore);
-    CComPtr<IMAPIFolder> folder(rawFolder);
-    CComPtr<IMAPITable> table(rawTable);
-    CComPtr<IMessage> message(rawMessage);
-    if (!found || !message) {
+    CFoundMessage lookup;
+    const bool found = GetpMessage(strMessageId, strMailbox, lookup);
+    if (!found) {
         AddTrace(L"CVelmarMapi::OpenAttachment2 end");
         return result;
     }
     AddTrace(L"CVelmarMapi::OpenAttachment2 OpenAttachment");
-    result = OpenAttachment1(message.get(), ulAttachmentNum);
+    result = OpenAttachment1(lookup.message.get(), ulAttachmentNum);
     AddTrace(L"CVelmarMapi::OpenAttachment2 release");
-    message.Reset();
-    store.Reset();
-    folder.Reset();
-    table.Reset();
+    lookup = CFoundMessage{};
     AddTrace(L"CVelmarMapi::OpenAttachment2 end");
     return result;
 }

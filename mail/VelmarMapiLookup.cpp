@@ -192,21 +192,22 @@ bool CVelmarMapi::GetpMessage(const std::wstring& strMessageId, const std::wstri
     return found;
 }
 
+bool CVelmarMapi::GetpMessage(const std::wstring& strMessageId, const std::wstring& strToEmailAddress,
+                              CFoundMessage& found, bool* pbFoundInChosenStore) {
+    found = CFoundMessage{};
+    return GetpMessage(strMessageId, strToEmailAddress, found.store.Put(), found.folder.Put(),
+                       found.table.Put(), found.message.Put(), pbFoundInChosenStore) &&
+           found.message;
+}
+
 bool CVelmarMapi::FindMessage(const std::wstring& strMessageId, const std::wstring& strToEmailAddress,
                               ULONG_PTR ulParentWindow, bool bSetRead, EMailData* pEmailData) {
     AddTrace(L"CVelmarMapi::FindMessage start");
     AddTrace(L"CVelmarMapi::FindMessage GetpMessage");
     bool foundInChosenStore = false;
-    LPMDB rawStore = nullptr;
-    LPMAPIFOLDER rawFolder = nullptr;
-    LPMAPITABLE rawTable = nullptr;
-    LPMESSAGE rawMessage = nullptr;
-    const bool found = GetpMessage(strMessageId, strToEmailAddress, &rawStore, &rawFolder, &rawTable,
-                                   &rawMessage, &foundInChosenStore);
-    CComPtr<IMsgStore> store(rawStore);
-    CComPtr<IMAPIFolder> folder(rawFolder);
-    CComPtr<IMAPITable> table(rawTable);
-    CComPtr<IMessage> message(rawMessage);
+    CFoundMessage lookup;
+    const bool found = GetpMessage(strMessageId, strToEmailAddress, lookup, &foundInChosenStore);
+    CComPtr<IMessage>& message = lookup.message;
     if (!found || !message) {
         AddTrace(L"CVelmarMapi::FindMessage end");
         return false;
@@ -225,10 +226,7 @@ bool CVelmarMapi::FindMessage(const std::wstring& strMessageId, const std::wstri
         message->SetReadFlag(0);
     }
     AddTrace(L"CVelmarMapi::FindMessage cleanup");
-    message.Reset();
-    table.Reset();
-    folder.Reset();
-    store.Reset();
+    lookup = CFoundMessage{};
     AddTrace(L"CVelmarMapi::FindMessage end");
     return true;
 }

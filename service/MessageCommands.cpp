@@ -93,18 +93,11 @@ HRESULT CRequestDispatcher::SaveToMsg(CkJsonObject& request, IPipeConnection& pi
     const std::wstring messageId = RequestString(request, "messageId");
     const std::wstring mailbox = RequestString(request, "mailBox");
     const std::wstring file = RequestString(request, "filename");
-    LPMDB rawStore = nullptr;
-    LPMAPIFOLDER rawFolder = nullptr;
-    LPMAPITABLE rawTable = nullptr;
-    LPMESSAGE rawMessage = nullptr;
-    const bool found = m_mapi.GetpMessage(messageId, mailbox, &rawStore, &rawFolder, &rawTable, &rawMessage);
-    CComPtr<IMsgStore> store(rawStore);
-    CComPtr<IMAPIFolder> folder(rawFolder);
-    CComPtr<IMAPITable> table(rawTable);
-    CComPtr<IMessage> message(rawMessage);
-    if (found) m_mapi.SaveToMSG(message.get(), file);
+    CFoundMessage lookup;
+    const bool found = m_mapi.GetpMessage(messageId, mailbox, lookup);
+    if (found) m_mapi.SaveToMSG(lookup.message.get(), file);
     CkJsonObject reply;
-    return WriteBackJson(pipe, found && message, reply);
+    return WriteBackJson(pipe, found, reply);
 }
 
 }  // namespace velmar::service
