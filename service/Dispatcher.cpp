@@ -100,6 +100,8 @@ HRESULT CRequestDispatcher::Logoff(CkJsonObject&, IPipeConnection& pipe, std::at
 }
 
 HRESULT CRequestDispatcher::OpenMessageStoreTable(CkJsonObject&, IPipeConnection& pipe, std::atomic<bool>&) {
+    // The store table appends to the list, so a second request starts from an empty one.
+    if (!m_mapi.m_MsgStores.empty()) m_mapi.ReleaseSessionData();
     m_mapi.OpenMessageStoreTable();
     CkJsonObject reply;
     reply.AddIntAt(-1, "storeIndex", m_mapi.m_nStoreIndex);

@@ -9,9 +9,9 @@ namespace {
 
 std::string Joined(const std::vector<std::wstring>& names) {
     std::wstring joined;
-    for (const std::wstring& name : names) {
-        if (!joined.empty()) joined += L"; ";
-        joined += name;
+    for (size_t i = 0; i < names.size(); ++i) {
+        if (i > 0) joined += L"; ";
+        joined += names[i];
     }
     return WideToAnsi(joined);
 }

@@ -27,8 +27,9 @@ public:
 class IPipeListener {
 public:
     virtual ~IPipeListener() = default;
-    // Offers an instance of the channel and waits for a client. Null when that failed; error is then the
-    // line to add (empty when the listener was closed).
+    // Offers an instance of the channel and waits for a client. Null when none was accepted; error is then
+    // the line to add for a client that was refused, else empty (failures of the channel itself are not
+    // reported, and a closed listener returns at once).
     virtual std::unique_ptr<IPipeConnection> Accept(std::wstring& error) = 0;
     // Makes a waiting Accept return, so that a stopping service can end.
     virtual void Close() = 0;

@@ -8,10 +8,12 @@
 #include <sys/un.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <mutex>
+#include <thread>
 
 #include "mail/MapiLibrary.h"
 #include "service/PipeChannel.h"
@@ -105,9 +107,12 @@ public:
             }
             const int fd = accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC);
             if (fd < 0) {
+                // A failed accept is not reported, as a failed connection of the pipe is not. Out of
+                // descriptors or memory it would fail again at once, so give the others time to end.
                 if (errno == EINTR) continue;
-                std::lock_guard lock(m_lock);
-                error = m_fd < 0 ? std::wstring() : ErrnoLine(L"ConnectNamedPipe", errno);
+                if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM)
+                    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                error.clear();
                 return nullptr;
             }
             ucred peer{};

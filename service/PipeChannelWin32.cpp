@@ -22,13 +22,26 @@ public:
         FlushFileBuffers(m_pipe);
         DisconnectNamedPipe(m_pipe);
         CloseHandle(m_pipe);
+        if (m_reader) CloseHandle(m_reader);
     }
 
     // One message is one request; its text ends at the first zero byte.
     bool ReadRequest(std::string& request, std::wstring& error) override {
+        if (!m_reader)
+            DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &m_reader, 0, FALSE,
+                            DUPLICATE_SAME_ACCESS);
+        // Announce the read before looking at the interrupt, so that Interrupt either sees the read and
+        // cancels it or the read sees the interrupt and never starts.
+        m_bReading = true;
         DWORD got = 0;
-        if (!ReadFile(m_pipe, m_buffer.data(), static_cast<DWORD>(m_buffer.size()), &got, nullptr) ||
-            got == 0) {
+        bool read = false;
+        if (m_bInterrupted)
+            SetLastError(ERROR_OPERATION_ABORTED);
+        else
+            read = ReadFile(m_pipe, m_buffer.data(), static_cast<DWORD>(m_buffer.size()), &got, nullptr) &&
+                   got > 0;
+        m_bReading = false;
+        if (!read) {
             error = velmar::mail::FormatLastErrorText(L"ReadFile");
             return false;
         }
@@ -48,31 +61,39 @@ public:
         return true;
     }
 
-    void Interrupt() override { DisconnectNamedPipe(m_pipe); }
+    // A blocking ReadFile on a synchronous handle holds the handle: nothing but cancelling the reader's
+    // I/O ends it. The reader may be between its announcement and the call itself, so keep cancelling
+    // until it has returned.
+    void Interrupt() override {
+        m_bInterrupted = true;
+        while (m_bReading) {
+            CancelSynchronousIo(m_reader);
+            Sleep(10);
+        }
+    }
 
 private:
     HANDLE m_pipe;
+    HANDLE m_reader = nullptr;  // the request thread that reads, for Interrupt
     std::vector<char> m_buffer;
+    std::atomic<bool> m_bReading{false};
+    std::atomic<bool> m_bInterrupted{false};
 };
 
 class CPipeListener : public IPipeListener {
 public:
+    // Neither a failed creation nor a failed connection is reported: creation is tried again at once, a
+    // failed connection gives up the instance.
     std::unique_ptr<IPipeConnection> Accept(std::wstring& error) override {
         error.clear();
-        if (m_bClosed) return nullptr;
-        HANDLE pipe = CreateNamedPipeW(
-            kPipeName, PIPE_ACCESS_DUPLEX, PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT,
-            PIPE_UNLIMITED_INSTANCES, kMaxMessageBytes, kMaxMessageBytes, 0, nullptr);
-        if (pipe == INVALID_HANDLE_VALUE) {
-            error = velmar::mail::FormatLastErrorText(L"CreateNamedPipe");
-            return nullptr;
+        HANDLE pipe = INVALID_HANDLE_VALUE;
+        while (pipe == INVALID_HANDLE_VALUE) {
+            if (m_bClosed) return nullptr;
+            pipe = CreateNamedPipeW(kPipeName, PIPE_ACCESS_DUPLEX,
+                                    PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT,
+                                    PIPE_UNLIMITED_INSTANCES, kMaxMessageBytes, kMaxMessageBytes, 0, nullptr);
         }
-        if (!ConnectNamedPipe(pipe, nullptr) && GetLastError() != ERROR_PIPE_CONNECTED) {
-            error = velmar::mail::FormatLastErrorText(L"ConnectNamedPipe");
-            CloseHandle(pipe);
-            return nullptr;
-        }
-        if (m_bClosed) {
+        if ((!ConnectNamedPipe(pipe, nullptr) && GetLastError() != ERROR_PIPE_CONNECTED) || m_bClosed) {
             CloseHandle(pipe);
             return nullptr;
         }

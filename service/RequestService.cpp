@@ -72,6 +72,7 @@ void CRequestService::ListenerLoop() {
             if (!m_connectionLock.try_lock_for(kLockWait)) {
                 m_activity.AddLine(kConnectionError);
             } else {
+                ReapFinishedThreads();
                 m_pending.push_back(std::move(connection));
                 auto done = std::make_shared<std::atomic<bool>>(false);
                 try {
@@ -88,6 +89,15 @@ void CRequestService::ListenerLoop() {
     }
     // The program ends with the listener, as when it closes the window.
     m_window.PostClose();
+}
+
+// A finished thread keeps its stack until it is joined; a resident service must not collect them.
+void CRequestService::ReapFinishedThreads() {
+    const auto finished = std::partition(m_threads.begin(), m_threads.end(),
+                                         [](const CRequestThread& request) { return !*request.done; });
+    for (auto it = finished; it != m_threads.end(); ++it)
+        if (it->thread.joinable()) it->thread.join();
+    m_threads.erase(finished, m_threads.end());
 }
 
 void CRequestService::GuardMemory() {
@@ -148,6 +158,7 @@ void CRequestService::ServeConnection(const std::shared_ptr<std::atomic<bool>>& 
         std::lock_guard lock(m_activeLock);
         m_active.erase(std::find(m_active.begin(), m_active.end(), connection.get()));
     }
+    connection.reset();  // the connection is closed before the thread counts as done
     *done = true;
 }
 

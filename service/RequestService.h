@@ -35,6 +35,8 @@ private:
 
     void ListenerLoop();
     void ServeConnection(const std::shared_ptr<std::atomic<bool>>& done);
+    // Joins and forgets request threads that have ended; the caller holds the connection lock.
+    void ReapFinishedThreads();
     void GuardMemory();
 
     CActivityList& m_activity;

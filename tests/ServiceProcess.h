@@ -18,6 +18,8 @@ public:
     CServiceProcess& operator=(const CServiceProcess&) = delete;
 
     bool Started() const;
+    // The process id on POSIX, the process handle on Windows.
+    long long Id() const { return m_process; }
     // Sends a POSIX signal (SIGTERM, SIGINT); false where there are none.
     bool Signal(int number);
     // The exit code once the process has ended, or nullopt when it still runs after timeoutMilliseconds.

@@ -124,13 +124,16 @@ TEST_F(ServiceEndToEnd, SessionAndStoreCommands) {
     if (!kMapiWorks) return;
     EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"IsInitialized"})"), Reply("FAILED"))
         << "no store yet";
-    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})"),
-              "{\r\n  \"storeIndex\": 1,\r\n  \"messageStoreEntries\": [\r\n    {\r\n      \"displayName\": "
-              "\"Postfach\",\r\n      \"emailAddress\": \"me@example.org\"\r\n    },\r\n    {\r\n      "
-              "\"displayName\": "
-              "\"Archiv\",\r\n      \"emailAddress\": \"archiv@example.org\"\r\n    }\r\n  ],\r\n  "
-              "\"status\": \"OK\"\r\n}");
+    const std::string stores =
+        "{\r\n  \"storeIndex\": 1,\r\n  \"messageStoreEntries\": [\r\n    {\r\n      \"displayName\": "
+        "\"Postfach\",\r\n      \"emailAddress\": \"me@example.org\"\r\n    },\r\n    {\r\n      "
+        "\"displayName\": "
+        "\"Archiv\",\r\n      \"emailAddress\": \"archiv@example.org\"\r\n    }\r\n  ],\r\n  "
+        "\"status\": \"OK\"\r\n}";
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})"), stores);
     EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"IsInitialized"})"), Reply("OK"));
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})"), stores)
+        << "asked again, the list is read anew and not doubled";
     EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"SetMessageStore","data_string":"Postfach"})"),
               "{\r\n  \"foundIndex\": 0,\r\n  \"status\": \"OK\"\r\n}");
     EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"SetMessageStore","data_string":"postfach"})"),
@@ -188,6 +191,11 @@ TEST_F(ServiceEndToEnd, ManyClientsAtOnce) {
 }
 
 TEST_F(ServiceEndToEnd, CloseAnswersAndEndsTheProcess) {
+    // A client waiting between requests must not keep the service from ending.
+    std::string error;
+    std::unique_ptr<IClientChannel> idle = velmar::tools::ConnectToService(error);
+    ASSERT_TRUE(idle) << error;
+    EXPECT_EQ(Ask(kAskMapi), Reply(kMapiWorks ? "OK" : "FAILED"));
     EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})"), Reply("OK"));
     EXPECT_EQ(m_service->WaitForExit(10000), 0);
     EXPECT_FALSE(fs::exists(m_dir / "service.sock")) << "the socket file goes with the service";

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <thread>
 
@@ -180,6 +181,32 @@ TEST_F(ServiceSocket, MemoryGuardStopsTheServiceAfterItsConnections) {
     }
     EXPECT_EQ(m_service->WaitForExit(20000), 0) << "more than 1 MB in use: the service stops";
     EXPECT_FALSE(fs::exists(Socket()));
+}
+
+// The mapped size of the process in kB, from /proc.
+long VirtualKilobytes(long long pid) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.rfind("VmSize:", 0) == 0) return std::stol(line.substr(7));
+    return -1;
+}
+
+TEST_F(ServiceSocket, EndedConnectionsLeaveNothingBehind) {
+    Start();
+    const auto oneConnection = [&] {
+        CRawSocket client(Socket());
+        ASSERT_TRUE(client.Send(kAsk));
+        EXPECT_EQ(client.Receive(kOk.size(), 5000), kOk);
+    };
+    oneConnection();
+    const long before = VirtualKilobytes(m_service->Id());
+    ASSERT_GT(before, 0);
+    for (int i = 0; i < 200; ++i) oneConnection();
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    oneConnection();  // the next accepted connection clears away the threads that have ended
+    // Each request thread has a stack of megabytes; 200 of them kept would show as gigabytes.
+    EXPECT_LT(VirtualKilobytes(m_service->Id()) - before, 200 * 1024);
+    Close();
 }
 
 TEST_F(ServiceSocket, StopSignalEndsTheServiceCleanly) {
