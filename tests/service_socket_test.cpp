@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 
 #include <chrono>
 #include <cstring>
@@ -206,6 +207,32 @@ TEST_F(ServiceSocket, EndedConnectionsLeaveNothingBehind) {
     oneConnection();  // the next accepted connection clears away the threads that have ended
     // Each request thread has a stack of megabytes; 200 of them kept would show as gigabytes.
     EXPECT_LT(VirtualKilobytes(m_service->Id()) - before, 200 * 1024);
+    Close();
+}
+
+// Even where the file mode lets another user reach the socket, the service refuses to serve that user.
+TEST_F(ServiceSocket, PeersOfAnotherUserAreRefused) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can connect as another user";
+    Start();
+    ASSERT_EQ(chmod(m_dir.Path().c_str(), 0711), 0);
+    ASSERT_EQ(chmod(Socket().c_str(), 0666), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        // Exit codes: 0 refused without a reply, 1 could not connect, 2 got a reply.
+        if (setuid(65534) != 0) _exit(1);
+        CRawSocket stranger(Socket());
+        if (!stranger.Connected() || !stranger.Send(kAsk)) _exit(1);
+        _exit(stranger.Receive(1, 3000).empty() ? 0 : 2);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "exit status " << status;
+    CRawSocket owner(Socket());
+    ASSERT_TRUE(owner.Send(kAsk));
+    EXPECT_EQ(owner.Receive(kOk.size(), 5000), kOk) << "the owner is still served";
+    std::ifstream log(m_dir / "activity.log");
+    const std::string activity((std::istreambuf_iterator<char>(log)), {});
+    EXPECT_NE(activity.find("Verbindung eines anderen Benutzers abgelehnt (uid 65534)"), std::string::npos);
     Close();
 }
 
