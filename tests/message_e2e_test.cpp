@@ -280,6 +280,40 @@ TEST_F(MessageCommands, NothingIsWrittenThroughALinkInPlaceOfTheExportFolder) {
 }
 
 // Real-world mail from the corpora, read as its author meant it.
+// Outlook's winmail.dat is unpacked: its files are the attachments, its HTML the body, its images inline.
+TEST_F(MessageCommands, WinmailShowsWhatOutlookPackedIntoIt) {
+    const fs::path tnef = fs::path(VELMAR_CORPORA_DIR) / "MimeKit/tnef";
+    if (!fs::is_directory(tnef)) GTEST_SKIP() << "no corpora";
+    using velmar::test::Base64;
+    using velmar::test::ReadFile;
+    Deliver("one", "30.M1.h",
+            WithAttachment("<files@x>", "winmail.dat", Base64(ReadFile(tnef / "two-files.tnef")),
+                           "application/ms-tnef"));
+    Deliver("one", "31.M1.h",
+            WithAttachment("<panic@x>", "winmail.dat", Base64(ReadFile(tnef / "panic.tnef"))));
+    Start();
+
+    auto files = MessageData("<files@x>", "", 0, false);
+    std::unique_ptr<CkJsonArray> attachments = files->ArrayOf("attachments");
+    ASSERT_EQ(attachments->Count(), 2) << "the winmail.dat itself is not listed";
+    EXPECT_STREQ(attachments->ObjectAt(0)->StringOf("fileName"), "AUTHORS");
+    EXPECT_STREQ(attachments->ObjectAt(1)->StringOf("fileName"), "README");
+    auto readme = Ask(
+        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<files@x>","attachmentIndex":1})");
+    EXPECT_EQ(ReadFile(readme->StringOf("fileName")), ReadFile(tnef / "two-files" / "README"));
+
+    auto panic = MessageData("<panic@x>", "", 0, false);
+    EXPECT_STREQ(panic->StringOf("body"), "text") << "the message's own plain text stays";
+    const std::string html = panic->StringOf("htmlBody");
+    EXPECT_NE(html.find("Andreas Wallenberg"), std::string::npos);
+    EXPECT_NE(html.find("n\xC3\xA5gon av er g\xC3\xB6r"), std::string::npos) << "Latin-1 arrives as UTF-8";
+    EXPECT_EQ(html.find("cid:"), std::string::npos) << "every image is exported";
+    EXPECT_EQ(panic->ArrayOf("attachments")->Count(), 0) << "the three images are inline";
+    std::unique_ptr<CkJsonArray> images = panic->ArrayOf("strEmbeddedAttachments");
+    ASSERT_EQ(images->Count(), 3);
+    EXPECT_EQ(ReadFile(images->StringAt(2)), ReadFile(tnef / "panic" / "image003.png"));
+}
+
 TEST_F(MessageCommands, CorpusMessagesAsTheirReadersSeeThem) {
     const fs::path legacy = fs::path(VELMAR_CORPORA_DIR) / "mail-parser/resources/eml/legacy";
     if (!fs::is_directory(legacy)) GTEST_SKIP() << "no corpora";

@@ -130,13 +130,38 @@ private:
         }
         attachment.part = RefObject(object);
         attachment.size = method == ATTACH_EMBEDDED_MSG ? 0 : DecodedSize(object);
-        // Outlook's TNEF carries the RTF body; the part itself stays an attachment with everything else in
-        // it.
-        if (m_content.rtfCompressed.empty() && attachment.mimeTag == L"application/ms-tnef") {
-            if (auto rtf = FindCompressedRtf(DecodedBytes(attachment)))
-                m_content.rtfCompressed = std::move(*rtf);
-        }
+        if (MayBeTnef(attachment) && UnpackTnef(attachment)) return;
         m_content.attachments.push_back(std::move(attachment));
+    }
+
+    // Some mailers send winmail.dat as application/octet-stream; the stream's signature decides.
+    static bool MayBeTnef(const CAttachmentContent& attachment) {
+        return attachment.mimeTag == L"application/ms-tnef" ||
+               attachment.mimeTag == L"application/vnd.ms-tnef" ||
+               Lower(WideToUtf8(attachment.longFileName)) == "winmail.dat";
+    }
+
+    // Outlook's TNEF carries the RTF body and the attachments, which a mail client shows in place of the
+    // winmail.dat itself. A part that is no TNEF stays an attachment.
+    bool UnpackTnef(const CAttachmentContent& winmail) {
+        std::optional<CTnefContent> tnef = ReadTnef(DecodedBytes(winmail));
+        if (!tnef) return false;
+        if (m_content.rtfCompressed.empty()) m_content.rtfCompressed = std::move(tnef->rtfCompressed);
+        if (m_content.html.empty() && !tnef->html.empty())
+            m_content.html = DeclareUtf8(std::move(tnef->html));
+        if (m_content.body.empty()) m_content.body = std::move(tnef->body);
+        for (CTnefAttachment& packed : tnef->attachments) {
+            CAttachmentContent attachment;
+            attachment.number = static_cast<ULONG>(m_content.attachments.size());
+            attachment.longFileName = std::move(packed.longFileName);
+            attachment.displayName = std::move(packed.displayName);
+            attachment.mimeTag = std::move(packed.mimeTag);
+            attachment.contentId = std::move(packed.contentId);
+            attachment.size = packed.data.size();
+            attachment.unpacked = std::make_shared<const std::vector<BYTE>>(std::move(packed.data));
+            m_content.attachments.push_back(std::move(attachment));
+        }
+        return true;
     }
 
     static std::uint64_t DecodedSize(GMimeObject* object) {
@@ -260,6 +285,7 @@ std::shared_ptr<CMessageContent> ReadMessageFile(const std::string& path, std::v
 }
 
 std::vector<BYTE> DecodedBytes(const CAttachmentContent& attachment) {
+    if (attachment.unpacked) return *attachment.unpacked;
     if (!attachment.part || !GMIME_IS_PART(attachment.part.get())) return {};
     GMimeDataWrapper* wrapper = g_mime_part_get_content(GMIME_PART(attachment.part.get()));
     if (!wrapper) return {};

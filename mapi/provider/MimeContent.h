@@ -27,6 +27,7 @@ struct CAttachmentContent {
     std::wstring contentLocation;
     std::uint64_t size = 0;        // decoded bytes
     GObjectPtr<GMimeObject> part;  // a GMimePart, or a GMimeMessagePart for an embedded message
+    std::shared_ptr<const std::vector<BYTE>> unpacked;  // the data of one unpacked from TNEF (no part)
 };
 
 struct CMessageContent {
@@ -45,7 +46,7 @@ std::shared_ptr<CMessageContent> ReadMessageFile(const std::string& path, std::v
 // The content of a message held in memory (an embedded message/rfc822 part).
 std::shared_ptr<CMessageContent> ReadMimeMessage(GMimeMessage* message);
 
-// The decoded bytes of an attachment's part.
+// The decoded bytes of an attachment's part (or its unpacked data).
 std::vector<BYTE> DecodedBytes(const CAttachmentContent& attachment);
 
 // Plain text from HTML: tags dropped, block ends as line breaks, entities decoded.

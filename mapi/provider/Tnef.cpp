@@ -1,14 +1,27 @@
 #include "mapi/provider/Tnef.h"
 
+#include <glib.h>
+
+#include <functional>
+
 #include "mapidefs.h"
 #include "mapitags.h"
+#include "support/Utf8.h"
 
 namespace velmar::mapi {
 namespace {
 
 constexpr std::uint32_t kTnefSignature = 0x223E9F78;
 constexpr std::uint8_t kLevelMessage = 0x01;
+constexpr std::uint8_t kLevelAttachment = 0x02;
 constexpr std::uint32_t kAttMsgProps = 0x00069003;
+constexpr std::uint32_t kAttOemCodepage = 0x00069007;
+constexpr std::uint32_t kAttBody = 0x0002800C;
+constexpr std::uint32_t kAttAttachRenddata = 0x00069002;
+constexpr std::uint32_t kAttAttachTitle = 0x00018010;
+constexpr std::uint32_t kAttAttachData = 0x0006800F;
+constexpr std::uint32_t kAttAttachment = 0x00069005;
+constexpr size_t kObjectIidSize = 16;  // a PT_OBJECT value starts with the IID of its interface
 // A property list of a hostile stream may claim any count; no real message has this many properties.
 constexpr std::uint32_t kMaxProperties = 1u << 16;
 
@@ -77,8 +90,12 @@ bool IsVariable(std::uint16_t type) {
     return type == PT_STRING8 || type == PT_UNICODE || type == PT_BINARY || type == PT_OBJECT;
 }
 
-// Walks a property list to PR_RTF_COMPRESSED; false when the list is malformed or lacks it.
-bool FindInProperties(CTnefReader& reader, std::vector<std::uint8_t>& rtf) {
+using PropertyVisitor = std::function<void(std::uint32_t tag, std::span<const std::uint8_t> value)>;
+
+// Hands every value of a property list to visit (each value of a multi-valued property on its own, a
+// variable-size value without its length and padding); false when the list is malformed.
+bool WalkProperties(std::span<const std::uint8_t> list, const PropertyVisitor& visit) {
+    CTnefReader reader(list);
     std::uint32_t count = 0;
     if (!reader.U32(count) || count > kMaxProperties) return false;
     for (std::uint32_t i = 0; i < count; ++i) {
@@ -93,12 +110,18 @@ bool FindInProperties(CTnefReader& reader, std::vector<std::uint8_t>& rtf) {
                 return false;
         }
         const std::uint16_t baseType = type & ~MV_FLAG;
+        const std::uint32_t tag = PROP_TAG(baseType, id);
         std::uint32_t values = 1;
         if ((type & MV_FLAG) || IsVariable(baseType)) {
             if (!reader.U32(values)) return false;
         }
         if (const size_t size = FixedSize(baseType); size != 0) {
-            if (values > reader.Remaining() / size || !reader.Skip(size * values)) return false;
+            if (values > reader.Remaining() / size) return false;
+            for (std::uint32_t v = 0; v < values; ++v) {
+                std::span<const std::uint8_t> bytes;
+                reader.Bytes(size, bytes);
+                visit(tag, bytes);
+            }
             continue;
         }
         if (!IsVariable(baseType)) return false;  // a type we cannot size
@@ -107,39 +130,150 @@ bool FindInProperties(CTnefReader& reader, std::vector<std::uint8_t>& rtf) {
             std::span<const std::uint8_t> bytes;
             if (!reader.U32(length) || !reader.Bytes(length, bytes) || !reader.Skip(Padded(length) - length))
                 return false;
-            if (PROP_TAG(type, id) == PR_RTF_COMPRESSED && v == 0) {
-                rtf.assign(bytes.begin(), bytes.end());
-                return true;
-            }
+            visit(tag, bytes);
         }
     }
-    return false;
+    return true;
+}
+
+std::uint32_t LittleEndian32(std::span<const std::uint8_t> bytes) {
+    std::uint32_t value = 0;
+    CTnefReader(bytes).U32(value);
+    return value;
+}
+
+// Text of a string value or attribute, which ends at its first terminator: 8-bit text in the code page the
+// stream names (Windows-1252 when it names none), or UTF-16LE.
+std::wstring Text(std::span<const std::uint8_t> bytes, bool utf16, std::uint32_t codePage) {
+    size_t length = 0;
+    if (utf16) {
+        while (length + 1 < bytes.size() && (bytes[length] != 0 || bytes[length + 1] != 0)) length += 2;
+    } else {
+        while (length < bytes.size() && bytes[length] != 0) ++length;
+    }
+    const std::string charset = utf16 ? "UTF-16LE" : "CP" + std::to_string(codePage ? codePage : 1252);
+    gsize written = 0;
+    gchar* utf8 =
+        g_convert_with_fallback(reinterpret_cast<const gchar*>(bytes.data()), static_cast<gssize>(length),
+                                "UTF-8", charset.c_str(), "?", nullptr, &written, nullptr);
+    if (!utf8) {  // a code page iconv does not know: keep what is plain ASCII
+        return Utf8ToWide(
+            SanitizeUtf8(std::string_view(reinterpret_cast<const char*>(bytes.data()), length)));
+    }
+    std::wstring text = Utf8ToWide(SanitizeUtf8(std::string_view(utf8, written)));
+    g_free(utf8);
+    return text;
+}
+
+// One attachment as its attributes arrive; the names are resolved when it is complete.
+struct CAttachmentParts {
+    std::wstring title;
+    std::wstring longFileName;
+    std::wstring shortFileName;
+    std::wstring displayName;
+    std::wstring mimeTag;
+    std::wstring contentId;
+    std::vector<std::uint8_t> data;
+    bool dataFromProperties = false;  // PR_ATTACH_DATA_* wins over the data attribute
+
+    CTnefAttachment Finish() {
+        CTnefAttachment attachment;
+        attachment.longFileName = !longFileName.empty() ? longFileName
+                                  : !title.empty()      ? title
+                                                        : shortFileName;
+        attachment.displayName = !displayName.empty() ? displayName : attachment.longFileName;
+        attachment.mimeTag = std::move(mimeTag);
+        attachment.contentId = std::move(contentId);
+        attachment.data = std::move(data);
+        return attachment;
+    }
+};
+
+void ReadAttachmentProperties(std::span<const std::uint8_t> list, std::uint32_t codePage,
+                              CAttachmentParts& parts) {
+    WalkProperties(list, [&](std::uint32_t tag, std::span<const std::uint8_t> value) {
+        const bool utf16 = PROP_TYPE(tag) == PT_UNICODE;
+        const bool text = utf16 || PROP_TYPE(tag) == PT_STRING8;
+        switch (PROP_ID(tag)) {
+            case PROP_ID(PR_ATTACH_LONG_FILENAME):
+                if (text) parts.longFileName = Text(value, utf16, codePage);
+                break;
+            case PROP_ID(PR_ATTACH_FILENAME):
+                if (text) parts.shortFileName = Text(value, utf16, codePage);
+                break;
+            case PROP_ID(PR_DISPLAY_NAME):
+                if (text) parts.displayName = Text(value, utf16, codePage);
+                break;
+            case PROP_ID(PR_ATTACH_MIME_TAG):
+                if (text) parts.mimeTag = Text(value, utf16, codePage);
+                break;
+            case PROP_ID(PR_ATTACH_CONTENT_ID):
+                if (text) parts.contentId = Text(value, utf16, codePage);
+                break;
+            case PROP_ID(PR_ATTACH_DATA_BIN):
+                if (PROP_TYPE(tag) == PT_BINARY) {
+                    parts.data.assign(value.begin(), value.end());
+                    parts.dataFromProperties = true;
+                } else if (PROP_TYPE(tag) == PT_OBJECT && value.size() >= kObjectIidSize) {
+                    parts.data.assign(value.begin() + kObjectIidSize, value.end());
+                    parts.dataFromProperties = true;
+                }
+                break;
+            default:
+                break;
+        }
+    });
 }
 
 }  // namespace
 
-std::optional<std::vector<std::uint8_t>> FindCompressedRtf(std::span<const std::uint8_t> tnef) {
+std::optional<CTnefContent> ReadTnef(std::span<const std::uint8_t> tnef) {
     CTnefReader reader(tnef);
     std::uint32_t signature = 0;
     std::uint16_t key = 0;
     if (!reader.U32(signature) || signature != kTnefSignature || !reader.U16(key)) return std::nullopt;
+    CTnefContent content;
+    std::uint32_t codePage = 0;
+    std::optional<CAttachmentParts> attachment;
+    const auto finishAttachment = [&] {
+        if (attachment) content.attachments.push_back(attachment->Finish());
+        attachment.reset();
+    };
     while (reader.Remaining() > 0) {
-        std::uint8_t level = 0;
         std::span<const std::uint8_t> levelByte;
-        std::uint32_t attribute = 0;
+        std::uint32_t id = 0;
         std::uint32_t length = 0;
         std::span<const std::uint8_t> data;
-        if (!reader.Bytes(1, levelByte) || !reader.U32(attribute) || !reader.U32(length) ||
+        if (!reader.Bytes(1, levelByte) || !reader.U32(id) || !reader.U32(length) ||
             !reader.Bytes(length, data) || !reader.Skip(2))
-            return std::nullopt;
-        level = levelByte[0];
-        if (level == kLevelMessage && attribute == kAttMsgProps) {
-            CTnefReader properties(data);
-            std::vector<std::uint8_t> rtf;
-            if (FindInProperties(properties, rtf)) return rtf;
+            break;
+        const std::uint8_t level = levelByte[0];
+        if (level == kLevelMessage) {
+            if (id == kAttOemCodepage) codePage = LittleEndian32(data);
+            if (id == kAttBody) content.body = Text(data, false, codePage);
+            if (id == kAttMsgProps) {
+                WalkProperties(data, [&](std::uint32_t tag, std::span<const std::uint8_t> value) {
+                    if (tag == PR_RTF_COMPRESSED && content.rtfCompressed.empty())
+                        content.rtfCompressed.assign(value.begin(), value.end());
+                    if (tag == PR_HTML && content.html.empty())
+                        content.html = WideToUtf8(Text(value, false, codePage));
+                    if ((tag == PR_BODY_W || tag == PR_BODY_A) && content.body.empty())
+                        content.body = Text(value, tag == PR_BODY_W, codePage);
+                });
+            }
+            continue;
         }
+        if (level != kLevelAttachment) continue;
+        // Every attachment begins with its rendering attribute; one that lacks it still counts.
+        if (id == kAttAttachRenddata) finishAttachment();
+        if (!attachment) attachment.emplace();
+        if (id == kAttAttachTitle) attachment->title = Text(data, false, codePage);
+        if (id == kAttAttachData && !attachment->dataFromProperties)
+            attachment->data.assign(data.begin(), data.end());
+        if (id == kAttAttachment) ReadAttachmentProperties(data, codePage, *attachment);
     }
-    return std::nullopt;
+    finishAttachment();
+    return content;
 }
 
 }  // namespace velmar::mapi

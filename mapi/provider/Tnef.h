@@ -1,16 +1,35 @@
-// TNEF (application/ms-tnef, "winmail.dat", MS-OXTNEF): the message properties Outlook packs for another
-// Outlook. We take the compressed RTF body from them; the rest of a TNEF stream stays an attachment.
+// TNEF (application/ms-tnef, "winmail.dat", MS-OXTNEF): the message Outlook packs for another Outlook. We
+// unpack what a mail client shows of it: the bodies (compressed RTF, HTML, plain text) and the attachments,
+// which take the place of the winmail.dat part.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace velmar::mapi {
 
-// PR_RTF_COMPRESSED of the message-level property attribute, or nullopt when the stream is not TNEF, is
-// cut short, or has none.
-std::optional<std::vector<std::uint8_t>> FindCompressedRtf(std::span<const std::uint8_t> tnef);
+struct CTnefAttachment {
+    std::wstring longFileName;  // PR_ATTACH_LONG_FILENAME, else the title, else PR_ATTACH_FILENAME
+    std::wstring displayName;   // PR_DISPLAY_NAME, else the file name
+    std::wstring mimeTag;
+    std::wstring contentId;
+    // PR_ATTACH_DATA_BIN or the data of PR_ATTACH_DATA_OBJ (an embedded message stays a TNEF stream),
+    // else the attachment's data attribute.
+    std::vector<std::uint8_t> data;
+};
+
+struct CTnefContent {
+    std::vector<std::uint8_t> rtfCompressed;  // PR_RTF_COMPRESSED of the message; empty when it has none
+    std::string html;                         // PR_HTML as UTF-8; empty when it has none
+    std::wstring body;                        // the plain-text body attribute or PR_BODY
+    std::vector<CTnefAttachment> attachments;
+};
+
+// What a TNEF stream holds, or nullopt when it is not one. A stream that is cut short or damaged keeps
+// what came before the damage.
+std::optional<CTnefContent> ReadTnef(std::span<const std::uint8_t> tnef);
 
 }  // namespace velmar::mapi

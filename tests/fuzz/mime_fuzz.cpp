@@ -36,7 +36,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     GObjectPtr<GMimeMessage> message(g_mime_parser_construct_message(parser.get(), nullptr));
     if (message) ReadContent(*ReadMimeMessage(message.get()), 0);
 
-    FindCompressedRtf(std::span<const std::uint8_t>(data, size));
+    // Nothing unpacked from TNEF can be larger than the stream it came from.
+    if (auto tnef = ReadTnef(std::span<const std::uint8_t>(data, size))) {
+        for (const CTnefAttachment& attachment : tnef->attachments)
+            if (attachment.data.size() > size) std::abort();
+    }
     const std::string text(reinterpret_cast<const char*>(data), size);
     DecodeHeaderText(HeaderValue(text, "Subject"));
     if (auto id = DecodeEntryId(data, size)) {
