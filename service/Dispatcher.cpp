@@ -84,8 +84,8 @@ HRESULT CRequestDispatcher::Logon(CkJsonObject& request, IPipeConnection& pipe, 
     if (m_mapi.m_bMAPIInitialized) {
         const std::wstring profile = RequestString(request, "data_string");
         // The logon's own outcome is not reported: a client checks the session with IsInitialized.
-        if (!(m_mapi.m_lpMAPISession && profile == m_mapi.m_strProfileName)) {
-            m_mapi.m_strProfileName = profile;
+        if (!(m_mapi.m_lpMAPISession && profile == m_strCurrentProfileName)) {
+            m_strCurrentProfileName = profile;
             m_mapi.Logon(profile, 0);
         }
     }

@@ -136,6 +136,16 @@ TEST_F(MessageCommands, FoundAndNotFound) {
                      ->StringOf("status"),
                  "OK");
     EXPECT_NE(Activity().find("-> SendEmail"), std::string::npos);
+
+    // A message request's profile name is not the one Logon compares with: the open session stays.
+    Ask(R"({"command-target":"MAPI","command":"GetMessageData","messageId":"<m1@x>","profileName":"Anderes"})");
+    Ask(R"({"command-target":"MAPI","command":"Logon","data_string":"Velmar"})");
+    const std::string activity = Activity();
+    size_t logons = 0;
+    for (size_t at = activity.find("MAPILogonEx start"); at != std::string::npos;
+         at = activity.find("MAPILogonEx start", at + 1))
+        ++logons;
+    EXPECT_EQ(logons, 1u);
 }
 
 TEST_F(MessageCommands, SearchOrdersArchiveStoreAndReadFlag) {
