@@ -50,6 +50,13 @@ inline std::string ReadFile(const std::filesystem::path& path) {
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
+// How often needle occurs in text.
+inline size_t CountOf(std::string_view text, std::string_view needle) {
+    size_t count = 0;
+    for (size_t at = text.find(needle); at != std::string_view::npos; at = text.find(needle, at + 1)) ++count;
+    return count;
+}
+
 // Base64 in lines of 76 characters, as a MIME part carries it.
 inline std::string Base64(std::string_view bytes) {
     static constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";

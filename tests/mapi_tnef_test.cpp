@@ -66,16 +66,17 @@ TEST(Tnef, CutAndForeignStreamsKeepWhatCameBefore) {
         const std::vector<std::uint8_t> whole = FileBytes(kTnef / name);
         const auto complete = velmar::mapi::ReadTnef(whole);
         ASSERT_TRUE(complete.has_value());
+        EXPECT_TRUE(complete->complete);
         for (size_t length = 6; length < whole.size(); length += 7) {
             const auto cut = velmar::mapi::ReadTnef(std::span(whole).first(length));
             ASSERT_TRUE(cut.has_value()) << "the signature is there";
-            // A cut stream lacks the body or has the whole of it; of the attachments it keeps those before
-            // the cut, with all their data.
+            // A cut stream lacks the body or has the whole of it; of the attachments it keeps those whose
+            // data came before the cut, each whole.
             if (!cut->rtfCompressed.empty()) {
                 EXPECT_EQ(cut->rtfCompressed, complete->rtfCompressed);
             }
             ASSERT_LE(cut->attachments.size(), complete->attachments.size());
-            for (size_t i = 0; i + 1 < cut->attachments.size(); ++i)
+            for (size_t i = 0; i < cut->attachments.size(); ++i)
                 EXPECT_EQ(cut->attachments[i].data, complete->attachments[i].data) << name << " " << length;
         }
     }
@@ -151,6 +152,81 @@ TEST(Tnef, AttachmentsOfTheCorpusAsOutlookPackedThem) {
     const auto triples = velmar::mapi::ReadTnef(FileBytes(kTnef / "triples.tnef"));
     EXPECT_EQ(WithoutCarriageReturns(velmar::WideToUtf8(triples->body)),
               WithoutCarriageReturns(ReadFile(kTnef / "triples" / "message.txt")));
+}
+
+// A TNEF stream made by hand, for what the corpus lacks.
+class CTnefStream {
+public:
+    CTnefStream() {
+        Put(0x223E9F78, 4);
+        Put(0, 2);
+    }
+    CTnefStream& Attribute(std::uint8_t level, std::uint32_t id, const std::string& data) {
+        m_bytes += static_cast<char>(level);
+        Put(id, 4);
+        Put(data.size(), 4);
+        m_bytes += data;
+        Put(0, 2);  // the checksum, which readers do not check
+        return *this;
+    }
+    std::vector<std::uint8_t> Bytes() const { return {m_bytes.begin(), m_bytes.end()}; }
+
+    // A property list of single values: PT_LONG values as four bytes, the rest as variable-size values.
+    static std::string Properties(const std::vector<std::pair<ULONG, std::string>>& values) {
+        CTnefStream list;
+        list.m_bytes.clear();
+        list.Put(values.size(), 4);
+        for (const auto& [tag, value] : values) {
+            list.Put(tag, 4);
+            if (PROP_TYPE(tag) != PT_LONG) {
+                list.Put(1, 4);
+                list.Put(value.size(), 4);
+            }
+            list.m_bytes += value;
+            list.m_bytes.append((4 - value.size() % 4) % 4, '\0');
+        }
+        return list.m_bytes;
+    }
+
+private:
+    void Put(std::uint64_t value, int size) {
+        for (int i = 0; i < size; ++i) m_bytes += static_cast<char>((value >> (8 * i)) & 0xFF);
+    }
+    std::string m_bytes;
+};
+
+constexpr std::uint32_t kAttOemCodepage = 0x00069007;
+constexpr std::uint32_t kAttMsgProps = 0x00069003;
+constexpr std::uint32_t kAttAttachRenddata = 0x00069002;
+constexpr std::uint32_t kAttAttachTitle = 0x00018010;
+constexpr std::uint32_t kAttAttachData = 0x0006800F;
+constexpr std::uint32_t kAttAttachment = 0x00069005;
+
+TEST(Tnef, TextInEveryCodePageArrivesWhole) {
+    const std::string cp1252 = std::string("\xE4\x04\0\0\0\0\0\0", 8);
+    const std::string surrogateName = std::string("r\0\x00\xD8.\0p\0d\0f\0\0\0", 14);  // a lone surrogate
+    const auto tnef = velmar::mapi::ReadTnef(
+        CTnefStream()
+            .Attribute(1, kAttOemCodepage, cp1252)
+            .Attribute(
+                1, kAttMsgProps,
+                CTnefStream::Properties({{PR_HTML, "<p>\xC3\xA9</p>"}, {PR_INTERNET_CPID, "\xE9\xFD\0\0"}}))
+            .Attribute(2, kAttAttachRenddata, std::string(14, '\0'))
+            .Attribute(2, kAttAttachTitle, std::string("Caf\xE9\x81.txt\0", 10))
+            .Attribute(2, kAttAttachData, "eins")
+            .Attribute(2, kAttAttachRenddata, std::string(14, '\0'))
+            .Attribute(2, kAttAttachData, "zwei")
+            .Attribute(2, kAttAttachment,
+                       CTnefStream::Properties({{PR_ATTACH_LONG_FILENAME_W, surrogateName}}))
+            .Bytes());
+    ASSERT_TRUE(tnef.has_value());
+    EXPECT_TRUE(tnef->complete);
+    EXPECT_EQ(tnef->html, "<p>\xC3\xA9</p>")
+        << "HTML in its own charset (UTF-8), not in the stream's code page";
+    ASSERT_EQ(tnef->attachments.size(), 2u);
+    EXPECT_EQ(tnef->attachments[0].longFileName, L"Caf\u00E9\uFFFD.txt") << "0x81 has no character in 1252";
+    EXPECT_EQ(tnef->attachments[1].longFileName, L"r\uFFFD.pdf");
+    EXPECT_EQ(tnef->attachments[1].data, std::vector<std::uint8_t>({'z', 'w', 'e', 'i'}));
 }
 
 TEST(Tnef, MessageWithWinmailCarriesCompressedRtf) {

@@ -141,11 +141,7 @@ TEST_F(MessageCommands, FoundAndNotFound) {
     Ask(R"({"command-target":"MAPI","command":"GetMessageData","messageId":"<m1@x>","profileName":"Anderes"})");
     Ask(R"({"command-target":"MAPI","command":"Logon","data_string":"Velmar"})");
     const std::string activity = Activity();
-    size_t logons = 0;
-    for (size_t at = activity.find("MAPILogonEx start"); at != std::string::npos;
-         at = activity.find("MAPILogonEx start", at + 1))
-        ++logons;
-    EXPECT_EQ(logons, 1u);
+    EXPECT_EQ(velmar::test::CountOf(activity, "MAPILogonEx start"), 1u);
 }
 
 TEST_F(MessageCommands, SearchOrdersArchiveStoreAndReadFlag) {
@@ -318,7 +314,11 @@ TEST_F(MessageCommands, WinmailShowsWhatOutlookPackedIntoIt) {
     EXPECT_NE(html.find("Andreas Wallenberg"), std::string::npos);
     EXPECT_NE(html.find("n\xC3\xA5gon av er g\xC3\xB6r"), std::string::npos) << "Latin-1 arrives as UTF-8";
     EXPECT_EQ(html.find("cid:"), std::string::npos) << "every image is exported";
-    EXPECT_EQ(panic->ArrayOf("attachments")->Count(), 0) << "the three images are inline";
+    // The three images are inline; the stream ends in garbage, so the winmail.dat stays for what it
+    // may still hold.
+    std::unique_ptr<CkJsonArray> rest = panic->ArrayOf("attachments");
+    ASSERT_EQ(rest->Count(), 1);
+    EXPECT_STREQ(rest->ObjectAt(0)->StringOf("fileName"), "winmail.dat");
     std::unique_ptr<CkJsonArray> images = panic->ArrayOf("strEmbeddedAttachments");
     ASSERT_EQ(images->Count(), 3);
     EXPECT_EQ(ReadFile(images->StringAt(2)), ReadFile(tnef / "panic" / "image003.png"));

@@ -141,9 +141,10 @@ private:
                Lower(WideToUtf8(attachment.longFileName)) == "winmail.dat";
     }
 
-    // Outlook's TNEF carries the RTF body and the attachments, which a mail client shows in place of the
-    // winmail.dat itself. A part that is no TNEF stays an attachment.
-    bool UnpackTnef(const CAttachmentContent& winmail) {
+    // Outlook's TNEF carries the bodies and the attachments, which a mail client shows in place of the
+    // winmail.dat itself. A part that is no TNEF stays an attachment, and so does a damaged one after what
+    // could be unpacked from it, since it still holds the rest.
+    bool UnpackTnef(CAttachmentContent& winmail) {
         std::optional<CTnefContent> tnef = ReadTnef(DecodedBytes(winmail));
         if (!tnef) return false;
         if (m_content.rtfCompressed.empty()) m_content.rtfCompressed = std::move(tnef->rtfCompressed);
@@ -160,6 +161,10 @@ private:
             attachment.size = packed.data.size();
             attachment.unpacked = std::make_shared<const std::vector<BYTE>>(std::move(packed.data));
             m_content.attachments.push_back(std::move(attachment));
+        }
+        if (!tnef->complete) {
+            winmail.number = static_cast<ULONG>(m_content.attachments.size());
+            m_content.attachments.push_back(std::move(winmail));
         }
         return true;
     }

@@ -1,9 +1,8 @@
 #include "mapi/provider/Tnef.h"
 
-#include <glib.h>
-
 #include <functional>
 
+#include "mapi/rtf/CodePageText.h"
 #include "mapidefs.h"
 #include "mapitags.h"
 #include "support/Utf8.h"
@@ -21,7 +20,8 @@ constexpr std::uint32_t kAttAttachRenddata = 0x00069002;
 constexpr std::uint32_t kAttAttachTitle = 0x00018010;
 constexpr std::uint32_t kAttAttachData = 0x0006800F;
 constexpr std::uint32_t kAttAttachment = 0x00069005;
-constexpr size_t kObjectIidSize = 16;  // a PT_OBJECT value starts with the IID of its interface
+constexpr size_t kMaxAttachments = 4096;  // more than any mail client packs; the rest stays in the stream
+constexpr size_t kObjectIidSize = 16;     // a PT_OBJECT value starts with the IID of its interface
 // A property list of a hostile stream may claim any count; no real message has this many properties.
 constexpr std::uint32_t kMaxProperties = 1u << 16;
 
@@ -151,18 +151,8 @@ std::wstring Text(std::span<const std::uint8_t> bytes, bool utf16, std::uint32_t
     } else {
         while (length < bytes.size() && bytes[length] != 0) ++length;
     }
-    const std::string charset = utf16 ? "UTF-16LE" : "CP" + std::to_string(codePage ? codePage : 1252);
-    gsize written = 0;
-    gchar* utf8 =
-        g_convert_with_fallback(reinterpret_cast<const gchar*>(bytes.data()), static_cast<gssize>(length),
-                                "UTF-8", charset.c_str(), "?", nullptr, &written, nullptr);
-    if (!utf8) {  // a code page iconv does not know: keep what is plain ASCII
-        return Utf8ToWide(
-            SanitizeUtf8(std::string_view(reinterpret_cast<const char*>(bytes.data()), length)));
-    }
-    std::wstring text = Utf8ToWide(SanitizeUtf8(std::string_view(utf8, written)));
-    g_free(utf8);
-    return text;
+    const std::span<const std::uint8_t> text = bytes.first(length);
+    return Utf8ToWide(utf16 ? Utf16LeToUtf8(text) : CodePageToUtf8(text, static_cast<int>(codePage)));
 }
 
 // One attachment as its attributes arrive; the names are resolved when it is complete.
@@ -175,6 +165,7 @@ struct CAttachmentParts {
     std::wstring contentId;
     std::vector<std::uint8_t> data;
     bool dataFromProperties = false;  // PR_ATTACH_DATA_* wins over the data attribute
+    bool dataSeen = false;
 
     CTnefAttachment Finish() {
         CTnefAttachment attachment;
@@ -191,36 +182,26 @@ struct CAttachmentParts {
 
 void ReadAttachmentProperties(std::span<const std::uint8_t> list, std::uint32_t codePage,
                               CAttachmentParts& parts) {
+    static constexpr std::pair<ULONG, std::wstring CAttachmentParts::*> kTexts[] = {
+        {PROP_ID(PR_ATTACH_LONG_FILENAME), &CAttachmentParts::longFileName},
+        {PROP_ID(PR_ATTACH_FILENAME), &CAttachmentParts::shortFileName},
+        {PROP_ID(PR_DISPLAY_NAME), &CAttachmentParts::displayName},
+        {PROP_ID(PR_ATTACH_MIME_TAG), &CAttachmentParts::mimeTag},
+        {PROP_ID(PR_ATTACH_CONTENT_ID), &CAttachmentParts::contentId}};
     WalkProperties(list, [&](std::uint32_t tag, std::span<const std::uint8_t> value) {
-        const bool utf16 = PROP_TYPE(tag) == PT_UNICODE;
-        const bool text = utf16 || PROP_TYPE(tag) == PT_STRING8;
-        switch (PROP_ID(tag)) {
-            case PROP_ID(PR_ATTACH_LONG_FILENAME):
-                if (text) parts.longFileName = Text(value, utf16, codePage);
-                break;
-            case PROP_ID(PR_ATTACH_FILENAME):
-                if (text) parts.shortFileName = Text(value, utf16, codePage);
-                break;
-            case PROP_ID(PR_DISPLAY_NAME):
-                if (text) parts.displayName = Text(value, utf16, codePage);
-                break;
-            case PROP_ID(PR_ATTACH_MIME_TAG):
-                if (text) parts.mimeTag = Text(value, utf16, codePage);
-                break;
-            case PROP_ID(PR_ATTACH_CONTENT_ID):
-                if (text) parts.contentId = Text(value, utf16, codePage);
-                break;
-            case PROP_ID(PR_ATTACH_DATA_BIN):
-                if (PROP_TYPE(tag) == PT_BINARY) {
-                    parts.data.assign(value.begin(), value.end());
-                    parts.dataFromProperties = true;
-                } else if (PROP_TYPE(tag) == PT_OBJECT && value.size() >= kObjectIidSize) {
-                    parts.data.assign(value.begin() + kObjectIidSize, value.end());
-                    parts.dataFromProperties = true;
-                }
-                break;
-            default:
-                break;
+        const ULONG type = PROP_TYPE(tag);
+        if (type == PT_UNICODE || type == PT_STRING8) {
+            for (const auto& [id, member] : kTexts)
+                if (PROP_ID(tag) == id) parts.*member = Text(value, type == PT_UNICODE, codePage);
+            return;
+        }
+        if (PROP_ID(tag) != PROP_ID(PR_ATTACH_DATA_BIN)) return;
+        if (type == PT_BINARY) {
+            parts.data.assign(value.begin(), value.end());
+            parts.dataFromProperties = parts.dataSeen = true;
+        } else if (type == PT_OBJECT && value.size() >= kObjectIidSize) {
+            parts.data.assign(value.begin() + kObjectIidSize, value.end());
+            parts.dataFromProperties = parts.dataSeen = true;
         }
     });
 }
@@ -234,19 +215,24 @@ std::optional<CTnefContent> ReadTnef(std::span<const std::uint8_t> tnef) {
     if (!reader.U32(signature) || signature != kTnefSignature || !reader.U16(key)) return std::nullopt;
     CTnefContent content;
     std::uint32_t codePage = 0;
+    std::uint32_t htmlCodePage = 0;  // PR_INTERNET_CPID: the HTML's own charset
+    std::span<const std::uint8_t> html;
     std::optional<CAttachmentParts> attachment;
     const auto finishAttachment = [&] {
         if (attachment) content.attachments.push_back(attachment->Finish());
         attachment.reset();
     };
+    content.complete = true;
     while (reader.Remaining() > 0) {
         std::span<const std::uint8_t> levelByte;
         std::uint32_t id = 0;
         std::uint32_t length = 0;
         std::span<const std::uint8_t> data;
         if (!reader.Bytes(1, levelByte) || !reader.U32(id) || !reader.U32(length) ||
-            !reader.Bytes(length, data) || !reader.Skip(2))
+            !reader.Bytes(length, data) || !reader.Skip(2)) {
+            content.complete = false;
             break;
+        }
         const std::uint8_t level = levelByte[0];
         if (level == kLevelMessage) {
             if (id == kAttOemCodepage) codePage = LittleEndian32(data);
@@ -255,8 +241,8 @@ std::optional<CTnefContent> ReadTnef(std::span<const std::uint8_t> tnef) {
                 WalkProperties(data, [&](std::uint32_t tag, std::span<const std::uint8_t> value) {
                     if (tag == PR_RTF_COMPRESSED && content.rtfCompressed.empty())
                         content.rtfCompressed.assign(value.begin(), value.end());
-                    if (tag == PR_HTML && content.html.empty())
-                        content.html = WideToUtf8(Text(value, false, codePage));
+                    if (tag == PR_HTML && html.empty()) html = value;
+                    if (tag == PR_INTERNET_CPID) htmlCodePage = LittleEndian32(value);
                     if ((tag == PR_BODY_W || tag == PR_BODY_A) && content.body.empty())
                         content.body = Text(value, tag == PR_BODY_W, codePage);
                 });
@@ -265,14 +251,25 @@ std::optional<CTnefContent> ReadTnef(std::span<const std::uint8_t> tnef) {
         }
         if (level != kLevelAttachment) continue;
         // Every attachment begins with its rendering attribute; one that lacks it still counts.
-        if (id == kAttAttachRenddata) finishAttachment();
+        if (id == kAttAttachRenddata) {
+            finishAttachment();
+            if (content.attachments.size() == kMaxAttachments) {
+                content.complete = false;
+                break;
+            }
+        }
         if (!attachment) attachment.emplace();
         if (id == kAttAttachTitle) attachment->title = Text(data, false, codePage);
-        if (id == kAttAttachData && !attachment->dataFromProperties)
+        if (id == kAttAttachData && !attachment->dataFromProperties) {
             attachment->data.assign(data.begin(), data.end());
+            attachment->dataSeen = true;
+        }
         if (id == kAttAttachment) ReadAttachmentProperties(data, codePage, *attachment);
     }
-    finishAttachment();
+    // The last attachment counts once its data has arrived whole: a stream cut right after an attribute
+    // looks complete.
+    if (attachment && attachment->dataSeen) finishAttachment();
+    content.html = CodePageToUtf8(html, static_cast<int>(htmlCodePage ? htmlCodePage : codePage));
     return content;
 }
 

@@ -26,6 +26,7 @@ struct CTnefContent {
     std::string html;                         // PR_HTML as UTF-8; empty when it has none
     std::wstring body;                        // the plain-text body attribute or PR_BODY
     std::vector<CTnefAttachment> attachments;
+    bool complete = false;  // read to its end without damage: nothing is left in the stream alone
 };
 
 // What a TNEF stream holds, or nullopt when it is not one. A stream that is cut short or damaged keeps
