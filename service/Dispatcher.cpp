@@ -21,8 +21,9 @@ const CRequestDispatcher::CCommand CRequestDispatcher::kCommands[] = {
     {"FindMessage", L"-> SendEmail", &CRequestDispatcher::FindMessage},
     {"IsInitialized", L"-> IsInitialized", &CRequestDispatcher::IsInitialized},
     {"IsMAPIDllInitialized", L"-> IsMAPIDllInitialized", &CRequestDispatcher::IsMAPIDllInitialized},
+    // Sets the stop flag; the program is closed after the reply has been written.
     {"CloseVelmarTaskScheduler", L"-> CloseVelmarTaskScheduler",
-     &CRequestDispatcher::CloseVelmarTaskScheduler},
+     &CRequestDispatcher::CloseVelmarTaskScheduler, true},
     {"SaveToMsg", L"-> SaveToMsg", &CRequestDispatcher::SaveToMsg},
 };
 
@@ -33,8 +34,16 @@ HRESULT CRequestDispatcher::Dispatch(CkJsonObject& request, IPipeConnection& pip
     for (const CCommand& row : kCommands) {
         if (std::strcmp(command, row.name) != 0) continue;
         m_activity.AddLine(row.activityLine);
-        std::lock_guard lock(m_mapiLock);
-        return (this->*row.handler)(request, pipe, stopFlag);
+        CkJsonObject reply;
+        bool success = false;
+        {
+            std::lock_guard lock(m_mapiLock);
+            success = (this->*row.handler)(request, reply, stopFlag);
+        }
+        // Written without the lock: a client that does not read its replies holds up nobody else.
+        const HRESULT hr = WriteBackJson(pipe, success, reply);
+        if (row.endsProgram) m_window.PostClose();
+        return hr;
     }
     return kNoReply;
 }
@@ -59,14 +68,13 @@ std::wstring CRequestDispatcher::RequestString(CkJsonObject& request, const char
     return value ? AnsiToWide(value) : std::wstring();
 }
 
-HRESULT CRequestDispatcher::GetProfileNames(CkJsonObject&, IPipeConnection& pipe, std::atomic<bool>&) {
+bool CRequestDispatcher::GetProfileNames(CkJsonObject&, CkJsonObject& reply, std::atomic<bool>&) {
     if (m_mapi.m_bMAPIInitialized) {
         int defaultProfile = -1;
         m_mapi.GetProfileNames(defaultProfile);
     }
     const std::vector<std::wstring> names = m_mapi.m_ProfileNames;
     const bool success = !names.empty();
-    CkJsonObject reply;
     // "status" leads as well as ends this reply: the writer appends its own.
     reply.AppendString("status", success ? "OK" : "FAILED");
     reply.AddArrayAt(-1, "arraystrings");
@@ -77,10 +85,10 @@ HRESULT CRequestDispatcher::GetProfileNames(CkJsonObject&, IPipeConnection& pipe
                 element->AddStringAt(-1, "element", WideToAnsi(name).c_str());
         }
     }
-    return WriteBackJson(pipe, success, reply);
+    return success;
 }
 
-HRESULT CRequestDispatcher::Logon(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>&) {
+bool CRequestDispatcher::Logon(CkJsonObject& request, CkJsonObject&, std::atomic<bool>&) {
     if (m_mapi.m_bMAPIInitialized) {
         const std::wstring profile = RequestString(request, "data_string");
         // The logon's own outcome is not reported: a client checks the session with IsInitialized.
@@ -89,21 +97,18 @@ HRESULT CRequestDispatcher::Logon(CkJsonObject& request, IPipeConnection& pipe, 
             m_mapi.Logon(profile, 0);
         }
     }
-    CkJsonObject reply;
-    return WriteBackJson(pipe, m_mapi.m_bMAPIInitialized, reply);
+    return m_mapi.m_bMAPIInitialized;
 }
 
-HRESULT CRequestDispatcher::Logoff(CkJsonObject&, IPipeConnection& pipe, std::atomic<bool>&) {
+bool CRequestDispatcher::Logoff(CkJsonObject&, CkJsonObject&, std::atomic<bool>&) {
     if (m_mapi.m_bMAPIInitialized) m_mapi.Logoff();
-    CkJsonObject reply;
-    return WriteBackJson(pipe, m_mapi.m_bMAPIInitialized, reply);
+    return m_mapi.m_bMAPIInitialized;
 }
 
-HRESULT CRequestDispatcher::OpenMessageStoreTable(CkJsonObject&, IPipeConnection& pipe, std::atomic<bool>&) {
+bool CRequestDispatcher::OpenMessageStoreTable(CkJsonObject&, CkJsonObject& reply, std::atomic<bool>&) {
     // The store table appends to the list, so a second request starts from an empty one.
     if (!m_mapi.m_MsgStores.empty()) m_mapi.ReleaseSessionData();
     m_mapi.OpenMessageStoreTable();
-    CkJsonObject reply;
     reply.AddIntAt(-1, "storeIndex", m_mapi.m_nStoreIndex);
     reply.AddArrayAt(-1, "messageStoreEntries");
     if (std::unique_ptr<CkJsonArray> array = reply.ArrayAt(reply.Count() - 1)) {
@@ -116,13 +121,11 @@ HRESULT CRequestDispatcher::OpenMessageStoreTable(CkJsonObject&, IPipeConnection
             }
         }
     }
-    return WriteBackJson(pipe, true, reply);
+    return true;
 }
 
-HRESULT CRequestDispatcher::SetMessageStore(CkJsonObject& request, IPipeConnection& pipe,
-                                            std::atomic<bool>&) {
+bool CRequestDispatcher::SetMessageStore(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>&) {
     const std::wstring name = RequestString(request, "data_string");
-    CkJsonObject reply;
     bool success = true;
     if (!name.empty()) {
         success = m_mapi.SetMessageStore(name);
@@ -137,27 +140,22 @@ HRESULT CRequestDispatcher::SetMessageStore(CkJsonObject& request, IPipeConnecti
         reply.AddIntAt(-1, "oldIndex", oldIndex);
         reply.AddIntAt(-1, "foundIndex", m_mapi.m_nStoreIndex);
     }
-    return WriteBackJson(pipe, success, reply);
+    return success;
 }
 
-HRESULT CRequestDispatcher::IsInitialized(CkJsonObject&, IPipeConnection& pipe, std::atomic<bool>&) {
+bool CRequestDispatcher::IsInitialized(CkJsonObject&, CkJsonObject&, std::atomic<bool>&) {
     m_mapi.AddTrace(L"CVelmarMapi::IsInitialized");
-    CkJsonObject reply;
-    return WriteBackJson(pipe, m_mapi.m_lpMAPISession && m_mapi.m_nStoreIndex != -1, reply);
+    return m_mapi.m_lpMAPISession && m_mapi.m_nStoreIndex != -1;
 }
 
-HRESULT CRequestDispatcher::IsMAPIDllInitialized(CkJsonObject&, IPipeConnection& pipe, std::atomic<bool>&) {
-    CkJsonObject reply;
-    return WriteBackJson(pipe, m_mapi.m_bMAPIInitialized, reply);
+bool CRequestDispatcher::IsMAPIDllInitialized(CkJsonObject&, CkJsonObject&, std::atomic<bool>&) {
+    return m_mapi.m_bMAPIInitialized;
 }
 
-HRESULT CRequestDispatcher::CloseVelmarTaskScheduler(CkJsonObject&, IPipeConnection& pipe,
-                                                     std::atomic<bool>& stopFlag) {
+// The dispatcher posts the close once the reply is out (see the table).
+bool CRequestDispatcher::CloseVelmarTaskScheduler(CkJsonObject&, CkJsonObject&, std::atomic<bool>& stopFlag) {
     stopFlag = true;
-    CkJsonObject reply;
-    const HRESULT hr = WriteBackJson(pipe, true, reply);
-    m_window.PostClose();
-    return hr;
+    return true;
 }
 
 }  // namespace velmar::service

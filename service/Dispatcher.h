@@ -35,12 +35,15 @@ public:
     HRESULT Dispatch(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
 
 private:
-    using Handler = HRESULT (CRequestDispatcher::*)(CkJsonObject& request, IPipeConnection& pipe,
-                                                    std::atomic<bool>& stopFlag);
+    // A handler works on the mail session (under the lock), fills the reply and says whether it succeeded;
+    // the dispatcher writes the reply.
+    using Handler = bool (CRequestDispatcher::*)(CkJsonObject& request, CkJsonObject& reply,
+                                                 std::atomic<bool>& stopFlag);
     struct CCommand {
         const char* name;
         const wchar_t* activityLine;
         Handler handler;
+        bool endsProgram = false;  // the main window is asked to close once the reply is out
     };
     static const CCommand kCommands[];
 
@@ -48,19 +51,18 @@ private:
     HRESULT WriteBackJson(IPipeConnection& pipe, bool success, CkJsonObject& reply);
     std::wstring RequestString(CkJsonObject& request, const char* name);
 
-    HRESULT GetProfileNames(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
-    HRESULT Logon(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
-    HRESULT Logoff(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
-    HRESULT OpenMessageStoreTable(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
-    HRESULT SetMessageStore(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
-    HRESULT GetMessageData(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
-    HRESULT OpenAttachment(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
-    HRESULT FindMessage(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
-    HRESULT SaveToMsg(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
-    HRESULT IsInitialized(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
-    HRESULT IsMAPIDllInitialized(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
-    HRESULT CloseVelmarTaskScheduler(CkJsonObject& request, IPipeConnection& pipe,
-                                     std::atomic<bool>& stopFlag);
+    bool GetProfileNames(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
+    bool Logon(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
+    bool Logoff(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
+    bool OpenMessageStoreTable(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
+    bool SetMessageStore(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
+    bool GetMessageData(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
+    bool OpenAttachment(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
+    bool FindMessage(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
+    bool SaveToMsg(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
+    bool IsInitialized(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
+    bool IsMAPIDllInitialized(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
+    bool CloseVelmarTaskScheduler(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
 
     CVelmarMapi& m_mapi;
     CActivityList& m_activity;

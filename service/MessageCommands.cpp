@@ -22,7 +22,7 @@ void AddText(CkJsonObject& reply, const char* name, const std::wstring& text) {
 
 }  // namespace
 
-HRESULT CRequestDispatcher::GetMessageData(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>&) {
+bool CRequestDispatcher::GetMessageData(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>&) {
     const std::wstring messageId = RequestString(request, "messageId");
     const std::wstring address = RequestString(request, "toEMailAddress");
     m_mapi.m_strProfileName = RequestString(request, "profileName");
@@ -33,7 +33,6 @@ HRESULT CRequestDispatcher::GetMessageData(CkJsonObject& request, IPipeConnectio
     EMailData data;
     m_mapi.GetMessageData(data, messageId, address, setRead);
 
-    CkJsonObject reply;
     AddText(reply, "emailConnection", data.emailConnection);
     AddText(reply, "mailbox", data.mailbox);
     AddText(reply, "messageId", data.messageId);
@@ -65,39 +64,36 @@ HRESULT CRequestDispatcher::GetMessageData(CkJsonObject& request, IPipeConnectio
             }
         }
     }
-    return WriteBackJson(pipe, !data.messageId.empty(), reply);
+    return !data.messageId.empty();
 }
 
-HRESULT CRequestDispatcher::OpenAttachment(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>&) {
+bool CRequestDispatcher::OpenAttachment(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>&) {
     const std::wstring messageId = RequestString(request, "messageId");
     const std::wstring mailbox = RequestString(request, "mailBox");
     const int index = request.IntOf("attachmentIndex");
     const std::wstring file = m_mapi.OpenAttachment2(messageId, mailbox, static_cast<ULONG>(index));
-    CkJsonObject reply;
     AddText(reply, "fileName", file);
-    return WriteBackJson(pipe, true, reply);
+    return true;
 }
 
-HRESULT CRequestDispatcher::FindMessage(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>&) {
+bool CRequestDispatcher::FindMessage(CkJsonObject& request, CkJsonObject&, std::atomic<bool>&) {
     const std::wstring messageId = RequestString(request, "messageId");
     const std::wstring address = RequestString(request, "toEmailAddress");
     const bool setRead = request.BoolOf("setReadIfMainMessageStore");
     request.BoolOf("fetchEMailData");  // read and not used
     // Without a window there is no parent for a form: the message is only looked up (and marked read).
     m_mapi.FindMessage(messageId, address, 0, setRead, nullptr);
-    CkJsonObject reply;
-    return WriteBackJson(pipe, true, reply);
+    return true;
 }
 
-HRESULT CRequestDispatcher::SaveToMsg(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>&) {
+bool CRequestDispatcher::SaveToMsg(CkJsonObject& request, CkJsonObject&, std::atomic<bool>&) {
     const std::wstring messageId = RequestString(request, "messageId");
     const std::wstring mailbox = RequestString(request, "mailBox");
     const std::wstring file = RequestString(request, "filename");
     CFoundMessage lookup;
     const bool found = m_mapi.GetpMessage(messageId, mailbox, lookup);
     if (found) m_mapi.SaveToMSG(lookup.message.get(), file);
-    CkJsonObject reply;
-    return WriteBackJson(pipe, found, reply);
+    return found;
 }
 
 }  // namespace velmar::service

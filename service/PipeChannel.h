@@ -20,7 +20,10 @@ public:
     virtual bool ReadRequest(std::string& request, std::wstring& error) = 0;
     // Writes one reply in one piece; false with error text when that fails.
     virtual bool WriteReply(const std::string& reply, std::wstring& error) = 0;
-    // Ends a connection from another thread, so that its reader returns (used at shutdown).
+    // Ends the connection as its request thread finishes with it: what the client has not read yet is
+    // flushed to it first, unless Interrupt cuts that short.
+    virtual void End() = 0;
+    // Ends a connection from another thread, so that its reader, writer or End returns (used at shutdown).
     virtual void Interrupt() = 0;
 };
 

@@ -57,6 +57,8 @@ public:
         return false;
     }
 
+    // The kernel delivers what is still buffered after the close; the client sees the end at once.
+    void End() override { shutdown(m_socket.Descriptor(), SHUT_WR); }
     void Interrupt() override { shutdown(m_socket.Descriptor(), SHUT_RDWR); }
 
 private:

@@ -19,29 +19,30 @@ class CPipeConnection : public IPipeConnection {
 public:
     explicit CPipeConnection(HANDLE pipe) : m_pipe(pipe), m_buffer(kMaxMessageBytes) {}
     ~CPipeConnection() override {
-        FlushFileBuffers(m_pipe);
+        if (m_pipe != INVALID_HANDLE_VALUE) {
+            DisconnectNamedPipe(m_pipe);
+            CloseHandle(m_pipe);
+        }
+        if (m_ioThread) CloseHandle(m_ioThread);
+    }
+
+    // Flushing waits for the client to read what is left, which a client that never reads does not.
+    void End() override {
+        if (m_pipe == INVALID_HANDLE_VALUE) return;
+        Cancellable([&] { return FlushFileBuffers(m_pipe) != FALSE; });
         DisconnectNamedPipe(m_pipe);
         CloseHandle(m_pipe);
-        if (m_reader) CloseHandle(m_reader);
+        m_pipe = INVALID_HANDLE_VALUE;
     }
 
     // One message is one request; its text ends at the first zero byte.
     bool ReadRequest(std::string& request, std::wstring& error) override {
-        if (!m_reader)
-            DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &m_reader, 0, FALSE,
-                            DUPLICATE_SAME_ACCESS);
-        // Announce the read before looking at the interrupt, so that Interrupt either sees the read and
-        // cancels it or the read sees the interrupt and never starts.
-        m_bReading = true;
         DWORD got = 0;
-        bool read = false;
-        if (m_bInterrupted)
-            SetLastError(ERROR_OPERATION_ABORTED);
-        else
-            read = ReadFile(m_pipe, m_buffer.data(), static_cast<DWORD>(m_buffer.size()), &got, nullptr) &&
-                   got > 0;
-        m_bReading = false;
-        if (!read) {
+        if (!Cancellable([&] {
+                return ReadFile(m_pipe, m_buffer.data(), static_cast<DWORD>(m_buffer.size()), &got,
+                                nullptr) &&
+                       got > 0;
+            })) {
             error = velmar::mail::FormatLastErrorText(L"ReadFile");
             return false;
         }
@@ -54,30 +55,66 @@ public:
     // A reply is the text without a terminating zero byte, in one write.
     bool WriteReply(const std::string& reply, std::wstring& error) override {
         DWORD written = 0;
-        if (!WriteFile(m_pipe, reply.data(), static_cast<DWORD>(reply.size()), &written, nullptr)) {
+        if (!Cancellable([&] {
+                return WriteFile(m_pipe, reply.data(), static_cast<DWORD>(reply.size()), &written, nullptr) !=
+                       FALSE;
+            })) {
             error = velmar::mail::FormatLastErrorText(L"WriteFile");
             return false;
         }
         return true;
     }
 
-    // A blocking ReadFile on a synchronous handle holds the handle: nothing but cancelling the reader's
-    // I/O ends it. The reader may be between its announcement and the call itself, so keep cancelling
-    // until it has returned.
+    // Blocking I/O on a synchronous handle holds the handle: nothing but cancelling the thread's I/O ends
+    // it. The thread may be between its announcement and the call itself, so keep cancelling until it has
+    // returned.
     void Interrupt() override {
-        m_bInterrupted = true;
-        while (m_bReading) {
-            CancelSynchronousIo(m_reader);
+        for (;;) {
+            {
+                std::lock_guard lock(m_ioLock);
+                m_bInterrupted = true;
+                if (!m_bInIo) return;
+                CancelSynchronousIo(m_ioThread);
+            }
             Sleep(10);
         }
     }
 
 private:
+    // Runs one blocking call on the pipe so that Interrupt can cancel it. False, with the last error set,
+    // when the call failed or the connection was interrupted before it began.
+    template <class Call>
+    bool Cancellable(Call call) {
+        if (!m_ioThread && !DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(),
+                                            &m_ioThread, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
+            m_ioThread = nullptr;
+            return false;
+        }
+        {
+            std::lock_guard lock(m_ioLock);
+            if (m_bInterrupted) {
+                SetLastError(ERROR_OPERATION_ABORTED);
+                return false;
+            }
+            m_bInIo = true;
+        }
+        const bool done = call();
+        const DWORD lastError = GetLastError();
+        {
+            // Cleared under the lock, so that no cancel meant for this call reaches a later one.
+            std::lock_guard lock(m_ioLock);
+            m_bInIo = false;
+        }
+        SetLastError(lastError);
+        return done;
+    }
+
     HANDLE m_pipe;
-    HANDLE m_reader = nullptr;  // the request thread that reads, for Interrupt
+    HANDLE m_ioThread = nullptr;  // the request thread that serves the connection, for Interrupt
     std::vector<char> m_buffer;
-    std::atomic<bool> m_bReading{false};
-    std::atomic<bool> m_bInterrupted{false};
+    std::mutex m_ioLock;
+    bool m_bInIo = false;
+    bool m_bInterrupted = false;
 };
 
 class CPipeListener : public IPipeListener {
@@ -86,6 +123,11 @@ public:
     // failed connection gives up the instance.
     std::unique_ptr<IPipeConnection> Accept(std::wstring& error) override {
         error.clear();
+        m_bAccepting = true;  // before looking at m_bClosed: see Close
+        const struct CLeave {
+            std::atomic<bool>& accepting;
+            ~CLeave() { accepting = false; }
+        } leave{m_bAccepting};
         HANDLE pipe = INVALID_HANDLE_VALUE;
         while (pipe == INVALID_HANDLE_VALUE) {
             if (m_bClosed) return nullptr;
@@ -100,16 +142,21 @@ public:
         return std::make_unique<CPipeConnection>(pipe);
     }
 
-    // A listener waiting for a client is released by connecting to it once.
+    // A listener waiting for a client is released by connecting to it. Accept either sees m_bClosed or is
+    // seen accepting; in the second case its instance may not exist yet, so keep trying until it returns.
     void Close() override {
         m_bClosed = true;
-        HANDLE client =
-            CreateFileW(kPipeName, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-        if (client != INVALID_HANDLE_VALUE) CloseHandle(client);
+        while (m_bAccepting) {
+            HANDLE client =
+                CreateFileW(kPipeName, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+            if (client != INVALID_HANDLE_VALUE) CloseHandle(client);
+            Sleep(10);
+        }
     }
 
 private:
     std::atomic<bool> m_bClosed{false};
+    std::atomic<bool> m_bAccepting{false};
 };
 
 }  // namespace

@@ -136,11 +136,24 @@ void CRequestService::ServeConnection(const std::shared_ptr<std::atomic<bool>>& 
         std::lock_guard lock(m_activeLock);
         m_active.push_back(connection.get());
     }
+    ServeRequests(*connection);
+    connection->End();  // while it is listed, so that Stop can cut a flush short
+    {
+        std::lock_guard lock(m_activeLock);
+        m_active.erase(std::find(m_active.begin(), m_active.end(), connection.get()));
+    }
+    connection.reset();  // the connection is closed before the thread counts as done
+    *done = true;
+}
+
+// Reads and dispatches until the connection ends or the service stops; what the thread set up for the
+// mail layer is undone when this returns.
+void CRequestService::ServeRequests(IPipeConnection& connection) {
     const CRequestThreadContext threadContext;
     std::string text;
     std::wstring error;
     while (!m_bStop) {
-        if (!connection->ReadRequest(text, error)) {
+        if (!connection.ReadRequest(text, error)) {
             m_activity.AddLine(error);
             break;
         }
@@ -151,15 +164,9 @@ void CRequestService::ServeConnection(const std::shared_ptr<std::atomic<bool>>& 
         const char* target = request.StringOf("command-target");
         if (target && std::strcmp(target, "MAPI") == 0) {
             m_activity.AddLine(L"Mapi handling");
-            m_dispatcher.Dispatch(request, *connection, m_bStop);
+            m_dispatcher.Dispatch(request, connection, m_bStop);
         }
     }
-    {
-        std::lock_guard lock(m_activeLock);
-        m_active.erase(std::find(m_active.begin(), m_active.end(), connection.get()));
-    }
-    connection.reset();  // the connection is closed before the thread counts as done
-    *done = true;
 }
 
 }  // namespace velmar::service

@@ -35,6 +35,7 @@ private:
 
     void ListenerLoop();
     void ServeConnection(const std::shared_ptr<std::atomic<bool>>& done);
+    void ServeRequests(IPipeConnection& connection);
     // Joins and forgets request threads that have ended; the caller holds the connection lock.
     void ReapFinishedThreads();
     void GuardMemory();

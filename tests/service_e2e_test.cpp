@@ -148,11 +148,7 @@ TEST_F(ServiceEndToEnd, SessionAndStoreCommands) {
     EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"IsInitialized"})"), Reply("FAILED"));
 
     const std::string activity = Activity();
-    size_t logons = 0;
-    for (size_t at = activity.find("CVelmarMapi::Logon MAPILogonEx start"); at != std::string::npos;
-         at = activity.find("CVelmarMapi::Logon MAPILogonEx start", at + 1))
-        ++logons;
-    EXPECT_EQ(logons, 1u);
+    EXPECT_EQ(velmar::test::CountOf(activity, "CVelmarMapi::Logon MAPILogonEx start"), 1u);
     const std::string logonTrace =
         "CVelmarMapi::Logon start\nCVelmarMapi::Logon Logoff\nCVelmarMapi::Logoff start\n"
         "CVelmarMapi::Logoff SetAddrBook\nCVelmarMapi::SetAddrBook start\nCVelmarMapi::SetAddrBook end\n"
@@ -188,6 +184,24 @@ TEST_F(ServiceEndToEnd, ManyClientsAtOnce) {
     }
     for (std::thread& client : clients) client.join();
     EXPECT_EQ(answered.load(), kClients * kRequestsPerClient);
+}
+
+// A client that sends and never reads fills the channel until the service cannot write to it; that must
+// hold up neither the other clients nor the end of the service.
+TEST_F(ServiceEndToEnd, AClientThatDoesNotReadHoldsUpNobody) {
+    std::string error;
+    std::unique_ptr<IClientChannel> deaf = velmar::tools::ConnectToService(error);
+    ASSERT_TRUE(deaf) << error;
+    std::thread flood([&] {
+        for (int i = 0; i < 20000 && deaf->Send(kAskMapi); ++i) {
+        }
+    });
+    std::this_thread::sleep_for(std::chrono::seconds(1));  // time for the replies to fill the channel
+    EXPECT_EQ(Ask(kAskMapi), Reply(kMapiWorks ? "OK" : "FAILED"));
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})"), Reply("OK"));
+    EXPECT_EQ(m_service->WaitForExit(10000), 0);
+    flood.join();
+    m_service.reset();
 }
 
 TEST_F(ServiceEndToEnd, CloseAnswersAndEndsTheProcess) {
