@@ -154,11 +154,13 @@ TEST(Tnef, AttachmentsOfTheCorpusAsOutlookPackedThem) {
               WithoutCarriageReturns(ReadFile(kTnef / "triples" / "message.txt")));
 }
 
+using namespace velmar::mapi::tnef;
+
 // A TNEF stream made by hand, for what the corpus lacks.
 class CTnefStream {
 public:
     CTnefStream() {
-        Put(0x223E9F78, 4);
+        Put(kSignature, 4);
         Put(0, 2);
     }
     CTnefStream& Attribute(std::uint8_t level, std::uint32_t id, const std::string& data) {
@@ -195,28 +197,21 @@ private:
     std::string m_bytes;
 };
 
-constexpr std::uint32_t kAttOemCodepage = 0x00069007;
-constexpr std::uint32_t kAttMsgProps = 0x00069003;
-constexpr std::uint32_t kAttAttachRenddata = 0x00069002;
-constexpr std::uint32_t kAttAttachTitle = 0x00018010;
-constexpr std::uint32_t kAttAttachData = 0x0006800F;
-constexpr std::uint32_t kAttAttachment = 0x00069005;
-
 TEST(Tnef, TextInEveryCodePageArrivesWhole) {
     const std::string cp1252 = std::string("\xE4\x04\0\0\0\0\0\0", 8);
     const std::string surrogateName = std::string("r\0\x00\xD8.\0p\0d\0f\0\0\0", 14);  // a lone surrogate
     const auto tnef = velmar::mapi::ReadTnef(
         CTnefStream()
-            .Attribute(1, kAttOemCodepage, cp1252)
+            .Attribute(kLevelMessage, kAttOemCodepage, cp1252)
             .Attribute(
-                1, kAttMsgProps,
+                kLevelMessage, kAttMsgProps,
                 CTnefStream::Properties({{PR_HTML, "<p>\xC3\xA9</p>"}, {PR_INTERNET_CPID, "\xE9\xFD\0\0"}}))
-            .Attribute(2, kAttAttachRenddata, std::string(14, '\0'))
-            .Attribute(2, kAttAttachTitle, std::string("Caf\xE9\x81.txt\0", 10))
-            .Attribute(2, kAttAttachData, "eins")
-            .Attribute(2, kAttAttachRenddata, std::string(14, '\0'))
-            .Attribute(2, kAttAttachData, "zwei")
-            .Attribute(2, kAttAttachment,
+            .Attribute(kLevelAttachment, kAttAttachRenddata, std::string(14, '\0'))
+            .Attribute(kLevelAttachment, kAttAttachTitle, std::string("Caf\xE9\x81.txt\0", 10))
+            .Attribute(kLevelAttachment, kAttAttachData, "eins")
+            .Attribute(kLevelAttachment, kAttAttachRenddata, std::string(14, '\0'))
+            .Attribute(kLevelAttachment, kAttAttachData, "zwei")
+            .Attribute(kLevelAttachment, kAttAttachment,
                        CTnefStream::Properties({{PR_ATTACH_LONG_FILENAME_W, surrogateName}}))
             .Bytes());
     ASSERT_TRUE(tnef.has_value());

@@ -10,16 +10,7 @@
 namespace velmar::mapi {
 namespace {
 
-constexpr std::uint32_t kTnefSignature = 0x223E9F78;
-constexpr std::uint8_t kLevelMessage = 0x01;
-constexpr std::uint8_t kLevelAttachment = 0x02;
-constexpr std::uint32_t kAttMsgProps = 0x00069003;
-constexpr std::uint32_t kAttOemCodepage = 0x00069007;
-constexpr std::uint32_t kAttBody = 0x0002800C;
-constexpr std::uint32_t kAttAttachRenddata = 0x00069002;
-constexpr std::uint32_t kAttAttachTitle = 0x00018010;
-constexpr std::uint32_t kAttAttachData = 0x0006800F;
-constexpr std::uint32_t kAttAttachment = 0x00069005;
+using namespace tnef;
 constexpr size_t kMaxAttachments = 4096;  // more than any mail client packs; the rest stays in the stream
 constexpr size_t kObjectIidSize = 16;     // a PT_OBJECT value starts with the IID of its interface
 // A property list of a hostile stream may claim any count; no real message has this many properties.
@@ -212,7 +203,7 @@ std::optional<CTnefContent> ReadTnef(std::span<const std::uint8_t> tnef) {
     CTnefReader reader(tnef);
     std::uint32_t signature = 0;
     std::uint16_t key = 0;
-    if (!reader.U32(signature) || signature != kTnefSignature || !reader.U16(key)) return std::nullopt;
+    if (!reader.U32(signature) || signature != kSignature || !reader.U16(key)) return std::nullopt;
     CTnefContent content;
     std::uint32_t codePage = 0;
     std::uint32_t htmlCodePage = 0;  // PR_INTERNET_CPID: the HTML's own charset

@@ -11,6 +11,21 @@
 
 namespace velmar::mapi {
 
+// The stream signature, the attribute levels and the attributes we read: an attribute id carries its type in
+// the high word (MS-OXTNEF 2.1.3.2).
+namespace tnef {
+constexpr std::uint32_t kSignature = 0x223E9F78;
+constexpr std::uint8_t kLevelMessage = 0x01;
+constexpr std::uint8_t kLevelAttachment = 0x02;
+constexpr std::uint32_t kAttMsgProps = 0x00069003;
+constexpr std::uint32_t kAttOemCodepage = 0x00069007;
+constexpr std::uint32_t kAttBody = 0x0002800C;
+constexpr std::uint32_t kAttAttachRenddata = 0x00069002;
+constexpr std::uint32_t kAttAttachTitle = 0x00018010;
+constexpr std::uint32_t kAttAttachData = 0x0006800F;
+constexpr std::uint32_t kAttAttachment = 0x00069005;
+}  // namespace tnef
+
 struct CTnefAttachment {
     std::wstring longFileName;  // PR_ATTACH_LONG_FILENAME, else the title, else PR_ATTACH_FILENAME
     std::wstring displayName;   // PR_DISPLAY_NAME, else the file name
