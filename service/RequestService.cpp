@@ -61,6 +61,7 @@ void CRequestService::Stop() {
     }
     for (CRequestThread& request : threads)
         if (request.thread.joinable()) request.thread.join();
+    m_unqueued.clear();
     m_listener.reset();
 }
 
@@ -71,6 +72,7 @@ void CRequestService::ListenerLoop() {
         if (connection) {
             if (!m_connectionLock.try_lock_for(kLockWait)) {
                 m_activity.AddLine(kConnectionError);
+                m_unqueued.push_back(std::move(connection));
             } else {
                 ReapFinishedThreads();
                 m_pending.push_back(std::move(connection));

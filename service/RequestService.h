@@ -51,6 +51,8 @@ private:
     std::timed_mutex m_connectionLock;
     std::deque<std::unique_ptr<IPipeConnection>> m_pending;
     std::vector<CRequestThread> m_threads;
+    // Connections the listener could not queue: they stay open, unanswered, until the service stops.
+    std::vector<std::unique_ptr<IPipeConnection>> m_unqueued;
 
     std::mutex m_activeLock;
     std::vector<IPipeConnection*> m_active;  // connections being served, for Stop
