@@ -5,7 +5,7 @@
 #include <condition_variable>
 #include <mutex>
 
-#include "service/Dispatcher.h"
+#include "service/RequestService.h"
 
 class CHeadlessWindow : public velmar::service::IMainWindow {
 public:

@@ -28,7 +28,8 @@ const CRequestDispatcher::CCommand CRequestDispatcher::kCommands[] = {
 };
 
 HRESULT CRequestDispatcher::Dispatch(CkJsonObject& request, IPipeConnection& pipe,
-                                     std::atomic<bool>& stopFlag) {
+                                     std::atomic<bool>& stopFlag, bool& endsProgram) {
+    endsProgram = false;
     const char* command = request.StringOf("command");
     if (!command || !*command) return kNoReply;
     for (const CCommand& row : kCommands) {
@@ -41,9 +42,8 @@ HRESULT CRequestDispatcher::Dispatch(CkJsonObject& request, IPipeConnection& pip
             success = (this->*row.handler)(request, reply, stopFlag);
         }
         // Written without the lock: a client that does not read its replies holds up nobody else.
-        const HRESULT hr = WriteBackJson(pipe, success, reply);
-        if (row.endsProgram) m_window.PostClose();
-        return hr;
+        endsProgram = row.endsProgram;
+        return WriteBackJson(pipe, success, reply);
     }
     return kNoReply;
 }

@@ -14,25 +14,18 @@ class CActivityList;
 
 namespace velmar::service {
 
-// What the service needs of the main window.
-class IMainWindow {
-public:
-    virtual ~IMainWindow() = default;
-    // Asks the window to close, which ends the program (asynchronously, as a posted WM_CLOSE does).
-    virtual void PostClose() = 0;
-};
-
 // Dispatch results.
 inline constexpr HRESULT kReplyWritten = 0;
 inline constexpr HRESULT kNoReply = 1;
 
 class CRequestDispatcher {
 public:
-    CRequestDispatcher(CVelmarMapi& mapi, CActivityList& activity, IMainWindow& window)
-        : m_mapi(mapi), m_activity(activity), m_window(window) {}
+    CRequestDispatcher(CVelmarMapi& mapi, CActivityList& activity) : m_mapi(mapi), m_activity(activity) {}
 
     // kReplyWritten, E_FAIL when the reply could not be written, kNoReply when there was none to write.
-    HRESULT Dispatch(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag);
+    // endsProgram: the command asks the program to end now that its reply is out.
+    HRESULT Dispatch(CkJsonObject& request, IPipeConnection& pipe, std::atomic<bool>& stopFlag,
+                     bool& endsProgram);
 
 private:
     // A handler works on the mail session (under the lock), fills the reply and says whether it succeeded;
@@ -43,7 +36,7 @@ private:
         const char* name;
         const wchar_t* activityLine;
         Handler handler;
-        bool endsProgram = false;  // the main window is asked to close once the reply is out
+        bool endsProgram = false;
     };
     static const CCommand kCommands[];
 
@@ -66,7 +59,6 @@ private:
 
     CVelmarMapi& m_mapi;
     CActivityList& m_activity;
-    IMainWindow& m_window;
     // Requests of several connections take turns on the one mail session object.
     std::mutex m_mapiLock;
     // The profile of the last Logon request. The session's own profile name also follows the message

@@ -13,6 +13,7 @@ namespace {
 
 constexpr auto kLockWait = std::chrono::milliseconds(10000);
 constexpr auto kThreadWait = std::chrono::milliseconds(60000);
+constexpr auto kLastReplyWait = std::chrono::milliseconds(3000);
 const wchar_t kConnectionError[] = L"Fehler bei Abarbeitung der Verbindungsanforderungen";
 const wchar_t kThreadError[] = L"Kommunikationsthread konnte nicht gestartet werden.";
 
@@ -20,10 +21,7 @@ const wchar_t kThreadError[] = L"Kommunikationsthread konnte nicht gestartet wer
 
 CRequestService::CRequestService(CVelmarMapi& mapi, CActivityList& activity, IMainWindow& window,
                                  int memoryLimit)
-    : m_activity(activity),
-      m_window(window),
-      m_dispatcher(mapi, activity, window),
-      m_nMemoryLimit(memoryLimit) {}
+    : m_activity(activity), m_window(window), m_dispatcher(mapi, activity), m_nMemoryLimit(memoryLimit) {}
 
 CRequestService::~CRequestService() {
     Stop();
@@ -50,8 +48,14 @@ void CRequestService::Stop() {
     if (m_listener) m_listener->Close();
     if (m_listenerThread.joinable()) m_listenerThread.join();
     {
-        std::lock_guard lock(m_activeLock);
-        for (IPipeConnection* connection : m_active) connection->Interrupt();
+        std::unique_lock lock(m_activeLock);
+        for (const CActiveConnection& active : m_active)
+            if (!active.ending) active.connection->Interrupt();
+        m_activeChanged.wait_for(lock, kLastReplyWait, [this] {
+            return std::none_of(m_active.begin(), m_active.end(),
+                                [](const CActiveConnection& active) { return active.ending; });
+        });
+        for (const CActiveConnection& active : m_active) active.connection->Interrupt();
     }
     std::vector<CRequestThread> threads;
     {
@@ -136,16 +140,25 @@ void CRequestService::ServeConnection(const std::shared_ptr<std::atomic<bool>>& 
     }
     {
         std::lock_guard lock(m_activeLock);
-        m_active.push_back(connection.get());
+        m_active.push_back({connection.get()});
     }
     ServeRequests(*connection);
     connection->End();  // while it is listed, so that Stop can cut a flush short
     {
         std::lock_guard lock(m_activeLock);
-        m_active.erase(std::find(m_active.begin(), m_active.end(), connection.get()));
+        m_active.erase(std::find_if(m_active.begin(), m_active.end(), [&](const CActiveConnection& active) {
+            return active.connection == connection.get();
+        }));
     }
+    m_activeChanged.notify_all();
     connection.reset();  // the connection is closed before the thread counts as done
     *done = true;
+}
+
+void CRequestService::MarkEnding(IPipeConnection& connection) {
+    std::lock_guard lock(m_activeLock);
+    for (CActiveConnection& active : m_active)
+        if (active.connection == &connection) active.ending = true;
 }
 
 // Reads and dispatches until the connection ends or the service stops; what the thread set up for the
@@ -166,7 +179,13 @@ void CRequestService::ServeRequests(IPipeConnection& connection) {
         const char* target = request.StringOf("command-target");
         if (target && std::strcmp(target, "MAPI") == 0) {
             m_activity.AddLine(L"Mapi handling");
-            m_dispatcher.Dispatch(request, connection, m_bStop);
+            bool endsProgram = false;
+            m_dispatcher.Dispatch(request, connection, m_bStop, endsProgram);
+            if (endsProgram) {
+                MarkEnding(connection);  // before the close is posted, so that Stop waits for the reply
+                m_window.PostClose();
+                break;
+            }
         }
     }
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -13,6 +14,14 @@
 #include "service/Dispatcher.h"
 
 namespace velmar::service {
+
+// What the service needs of the main window.
+class IMainWindow {
+public:
+    virtual ~IMainWindow() = default;
+    // Asks the window to close, which ends the program (asynchronously, as a posted WM_CLOSE does).
+    virtual void PostClose() = 0;
+};
 
 class CRequestService {
 public:
@@ -36,6 +45,7 @@ private:
     void ListenerLoop();
     void ServeConnection(const std::shared_ptr<std::atomic<bool>>& done);
     void ServeRequests(IPipeConnection& connection);
+    void MarkEnding(IPipeConnection& connection);
     // Joins and forgets request threads that have ended; the caller holds the connection lock.
     void ReapFinishedThreads();
     void GuardMemory();
@@ -54,8 +64,15 @@ private:
     // Connections the listener could not queue: they stay open, unanswered, until the service stops.
     std::vector<std::unique_ptr<IPipeConnection>> m_unqueued;
 
+    // Connections being served, for Stop. One that is ending hands over its last reply, the answer to
+    // the request that ends the program; Stop lets the client read it before it cuts the connection.
+    struct CActiveConnection {
+        IPipeConnection* connection;
+        bool ending = false;
+    };
     std::mutex m_activeLock;
-    std::vector<IPipeConnection*> m_active;  // connections being served, for Stop
+    std::condition_variable m_activeChanged;
+    std::vector<CActiveConnection> m_active;
 
     std::atomic<bool> m_bStop{false};
     std::atomic<bool> m_bStopSuppress{false};  // nothing sets it; the memory guard honours it

@@ -219,4 +219,16 @@ TEST_F(ServiceEndToEnd, CloseAnswersAndEndsTheProcess) {
     m_service.reset();
 }
 
+// The answer to "CloseVelmarTaskScheduler" gets a moment to reach its client; a client that never reads it
+// does not keep the program alive.
+TEST_F(ServiceEndToEnd, CloseFromAClientThatNeverReadsStillEndsTheProcess) {
+    std::string error;
+    std::unique_ptr<IClientChannel> deaf = velmar::tools::ConnectToService(error);
+    ASSERT_TRUE(deaf) << error;
+    ASSERT_TRUE(deaf->Send(R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})"));
+    EXPECT_EQ(m_service->WaitForExit(15000), 0);
+    EXPECT_NE(Activity().find("CVelmarMapi::~CVelmarMapi end"), std::string::npos);
+    m_service.reset();
+}
+
 }  // namespace
