@@ -21,7 +21,7 @@ const CRequestDispatcher::CCommand CRequestDispatcher::kCommands[] = {
     {"FindMessage", L"-> SendEmail", &CRequestDispatcher::FindMessage},
     {"IsInitialized", L"-> IsInitialized", &CRequestDispatcher::IsInitialized},
     {"IsMAPIDllInitialized", L"-> IsMAPIDllInitialized", &CRequestDispatcher::IsMAPIDllInitialized},
-    // Sets the stop flag; the program is closed after the reply has been written.
+    // Sets the stop flag; the request service closes the program once the reply is out.
     {"CloseVelmarTaskScheduler", L"-> CloseVelmarTaskScheduler",
      &CRequestDispatcher::CloseVelmarTaskScheduler, true},
     {"SaveToMsg", L"-> SaveToMsg", &CRequestDispatcher::SaveToMsg},
@@ -152,7 +152,7 @@ bool CRequestDispatcher::IsMAPIDllInitialized(CkJsonObject&, CkJsonObject&, std:
     return m_mapi.m_bMAPIInitialized;
 }
 
-// The dispatcher posts the close once the reply is out (see the table).
+// The request service posts the close once the reply is out (endsProgram in the table).
 bool CRequestDispatcher::CloseVelmarTaskScheduler(CkJsonObject&, CkJsonObject&, std::atomic<bool>& stopFlag) {
     stopFlag = true;
     return true;
