@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds both targets and runs every test: Linux (plain, ASan/UBSan, fuzzers) with
-# ctest, and the Windows build under Wine in a fresh prefix. Exits non-zero when anything fails.
+# Installs what is missing, builds both targets and runs every test: the release program with a smoke test of
+# the run command, Linux (plain, ASan/UBSan, fuzzers) with ctest, and the Windows build under Wine in a fresh
+# prefix. Exits non-zero when anything fails.
 set -uo pipefail
 cd "$(dirname "$0")/.."
 
@@ -47,6 +48,21 @@ build_and_test() {
     echo "==== $preset: tests"
     run_ctest "$preset" || failed_steps+=("$preset tests")
 }
+
+# The program as the run command builds it: the release preset (no tests of its own), then a smoke test of
+# the run command itself.
+echo "==== release: configure and build"
+if cmake --preset release >/dev/null && cmake --build --preset release; then
+    echo "==== release: smoke test of the run command"
+    if bash scripts/smoke-run.sh; then
+        passed_total=$((passed_total + 1))
+    else
+        failed_total=$((failed_total + 1))
+        failed_steps+=("run command smoke test")
+    fi
+else
+    failed_steps+=("release build")
+fi
 
 for preset in linux linux-asan linux-fuzz windows; do
     build_and_test "$preset"

@@ -53,7 +53,9 @@ void AppendUtf16(std::vector<BYTE>& out, const std::wstring& text) {
 }  // namespace
 
 std::vector<BYTE> EncodeEntryId(const CEntryId& id) {
-    std::vector<BYTE> out(4, 0);
+    std::vector<BYTE> out;
+    out.reserve(kFixedSize + 4 + id.folder.size() + id.message.size());
+    out.assign(4, 0);
     out.insert(out.end(), std::begin(kProviderUid), std::end(kProviderUid));
     out.push_back(kVersion);
     out.push_back(static_cast<BYTE>(id.kind));
@@ -90,11 +92,13 @@ std::uint64_t StoreIdForPath(const std::string& path) {
 
 std::vector<BYTE> MakeOneOffEntryId(const std::wstring& displayName, const std::wstring& addressType,
                                     const std::wstring& address) {
-    std::vector<BYTE> out(4, 0);
+    // Flags (4 bytes, zero), the one-off uid, the version (2 bytes, zero), then the one-off flags.
+    constexpr std::uint16_t flags = kOneOffUnicode | kOneOffNoRichInfo;
+    std::vector<BYTE> out;
+    out.reserve(24 + 2 * (displayName.size() + addressType.size() + address.size() + 3));
+    out.assign(4, 0);
     out.insert(out.end(), std::begin(kOneOffUid), std::end(kOneOffUid));
-    out.insert(out.end(), {0, 0});  // version
-    const std::uint16_t flags = kOneOffUnicode | kOneOffNoRichInfo;
-    out.insert(out.end(), {static_cast<BYTE>(flags & 0xFF), static_cast<BYTE>(flags >> 8)});
+    out.insert(out.end(), {0, 0, static_cast<BYTE>(flags & 0xFF), static_cast<BYTE>(flags >> 8)});
     AppendUtf16(out, displayName);
     AppendUtf16(out, addressType);
     AppendUtf16(out, address);
