@@ -1,10 +1,10 @@
 #include "app/Application.h"
 
-#include "app/ActivityList.h"
 #include "app/CommandLineInfo.h"
 #include "app/HeadlessWindow.h"
 #include "mail/VelmarMapi.h"
 #include "service/RequestService.h"
+#include "support/ActivityList.h"
 
 int CVelmarTaskSchedulerApp::Run(const std::vector<std::wstring>& arguments) {
     CTaskSchedCCmdLineInfo cmdInfo;

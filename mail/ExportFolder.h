@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "MapiSdk.h"
+#include "mail/MapiHeaders.h"
 
 namespace velmar::mail {
 

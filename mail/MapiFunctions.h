@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-#include "MapiSdk.h"
+#include "mail/MapiHeaders.h"
 
 namespace velmar::mail {
 

@@ -18,8 +18,4 @@ LibraryHandle LoadSystemMapiLibrary();
 // Null when the library does not export name.
 void* FindExport(LibraryHandle library, const char* name);
 
-// "Error" directly followed by "<operation> failed with error <number>: <system text>", for the last system
-// error of this thread (GetLastError on Windows, errno on POSIX).
-std::wstring FormatLastErrorText(const std::wstring& operationName);
-
 }  // namespace velmar::mail

@@ -2,7 +2,8 @@
 // initialisation, the profile list, the session, the address book and the list of message stores, and
 // writes every step to the activity list as a trace line. Split by topic over VelmarMapi*.cpp.
 //
-// The object has no lock of its own: the service serialises the requests that use it.
+// The object has no lock of its own: the service serialises the requests that use it. Its state is its
+// own; callers read and set it through the operations below.
 #pragma once
 
 #include <map>
@@ -10,10 +11,13 @@
 #include <string>
 #include <vector>
 
+#include "mail/ClientMapiHolders.h"
 #include "mail/EMailData.h"
-#include "mail/MapiHolders.h"
 
 class CActivityList;
+namespace velmar::mail {
+class CTraceScope;
+}
 
 // A message that the lookup found, with the store, folder and contents table it came from; each holds a
 // reference of its own.
@@ -22,6 +26,12 @@ struct CFoundMessage {
     velmar::CComPtr<IMAPIFolder> folder;
     velmar::CComPtr<IMAPITable> table;
     velmar::CComPtr<IMessage> message;
+};
+
+// What a caller sees of one message store of the session.
+struct MsgStoreInfo {
+    std::wstring strDisplayName;
+    std::wstring strEMailAddress;
 };
 
 // One message store of the session.
@@ -53,7 +63,32 @@ public:
 
     // Message stores.
     void OpenMessageStoreTable();
+    // OpenMessageStoreTable on an empty list: a filled one is released first (ReleaseSessionData).
+    void RefreshMessageStoreTable();
     bool SetMessageStore(std::wstring strDisplayName);
+    // Selects the store at nIndex, traced as SetMessageStore; an index outside the list changes nothing.
+    // Returns the index that was selected before.
+    int SetMessageStoreByIndex(int nIndex);
+
+    // The state the service reads and sets.
+    bool IsMAPIInitialized() const { return m_bMAPIInitialized; }
+    bool HasSession() const { return static_cast<bool>(m_lpMAPISession); }
+    // A session is open on strProfile (the profile its logon named).
+    bool IsLoggedOnTo(const std::wstring& strProfile) const;
+    // Traced; a session is open and a store is selected.
+    bool IsInitialized();
+    const std::vector<std::wstring>& ProfileNames() const { return m_ProfileNames; }
+    // The store list in order, without its empty entries.
+    std::vector<MsgStoreInfo> MessageStores() const;
+    size_t MessageStoreCount() const { return m_MsgStores.size(); }
+    int StoreIndex() const { return m_nStoreIndex; }
+    int DefaultStore() const { return m_nDefaultStore; }
+    // A message request's store index, taken unchecked: every use checks it against the list.
+    void SetStoreIndex(int nStoreIndex) { m_nStoreIndex = nStoreIndex; }
+    // The profile a message request names: a lookup without a session logs on to it.
+    void SetProfileName(const std::wstring& strProfileName) { m_strProfileName = strProfileName; }
+    const std::wstring& ProfileName() const { return m_strProfileName; }
+    void SetOptimalMessageStore(bool bOptimal) { m_bOptimalMessageStore = bOptimal; }
 
     // Message lookup. On success every returned interface carries a reference the caller releases.
     bool SearchMessageInMessageStore(unsigned nStore, LPSRestriction lpRestriction, LPMDB* lppMsgStore,
@@ -90,6 +125,7 @@ public:
     void CreateNewMSG(const std::wstring& strPath);
     void MyStgCreateStorageEx(const std::wstring& strPath);
 
+private:
     bool m_bMAPIInitialized = false;
     velmar::CComPtr<IMAPISession> m_lpMAPISession;
     velmar::CComPtr<IMsgStore> m_lpOutboxStore;
@@ -105,9 +141,10 @@ public:
     bool m_bMapiExtern = false;
     bool m_bOptimalMessageStore = false;
     std::wstring m_strProfileName;
+    std::wstring m_strSessionProfileName;  // the profile the open session logged on to
 
-private:
-    void CopyStreamToFile(const wchar_t* traceName, IStream* source, const std::wstring& strPath);
+    void CopyStreamToFile(const velmar::mail::CTraceScope& trace, IStream* source,
+                          const std::wstring& strPath);
     void AddStoreRow(const SRow& row, int rowIndex, std::map<std::wstring, std::wstring>& addresses);
     // Display name to owner address, from the mail client (Windows) or our MAPI's profile file (POSIX).
     std::map<std::wstring, std::wstring> StoreAddresses();

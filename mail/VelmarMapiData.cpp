@@ -2,216 +2,154 @@
 // inline images exported to files.
 #include <algorithm>
 #include <cctype>
-#include <cwchar>
-#include <cwctype>
+#include <cstring>
 
+#include "mail/MailText.h"
+#include "mail/MapiHelpers.h"
 #include "mail/VelmarMapi.h"
 #include "support/CodePage.h"
-#include "support/LocalTime.h"
 #include "support/Utf8.h"
 
 using namespace velmar::mail;
 
-namespace {
-
-std::wstring Lower(std::wstring text) {
-    for (wchar_t& c : text) c = static_cast<wchar_t>(std::towlower(static_cast<wint_t>(c)));
-    return text;
-}
-
-// "%.2d.%.2d.%.4d, %.2d:%.2d" of the local time of a file time.
-std::wstring LocalDateText(const FILETIME& time) {
-    const unsigned long long ticks =
-        (static_cast<unsigned long long>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
-    const long long unixSeconds = static_cast<long long>(ticks / 10000000ULL) - 11644473600LL;
-    std::tm local{};
-    if (!velmar::ToLocalTime(unixSeconds, local)) return {};
-    wchar_t text[32] = {};
-    std::swprintf(text, 32, L"%.2d.%.2d.%.4d, %.2d:%.2d", local.tm_mday, local.tm_mon + 1,
-                  local.tm_year + 1900, local.tm_hour, local.tm_min);
-    return text;
-}
-
-// Reads a whole stream as bytes, at most its stated size.
-std::string ReadBytes(IStream* stream, ULONGLONG size, bool& readFailed) {
-    std::string bytes(static_cast<size_t>(size), '\0');
-    ULONG got = 0;
-    readFailed = FAILED(stream->Read(bytes.data(), static_cast<ULONG>(bytes.size()), &got));
-    bytes.resize(readFailed ? 0 : got);
-    return bytes;
-}
-
-}  // namespace
-
 void CVelmarMapi::GetMessageData(EMailData& emailData, const std::wstring& strMessageId,
                                  const std::wstring& strToEmailAddress, bool bSetRead) {
-    AddTrace(L"CVelmarMapi::GetMessageData start");
+    const CTraceScope trace(*this, L"CVelmarMapi::GetMessageData");
     emailData = EMailData{};
-    AddTrace(L"CVelmarMapi::GetMessageData FindMessage");
+    trace.Step(L"FindMessage");
     if (FindMessage(strMessageId, strToEmailAddress, 0, bSetRead, &emailData)) {
         emailData.messageId = strMessageId;
         emailData.emailConnection = L"MAPI";
     } else {
         emailData.messageId.clear();
     }
-    AddTrace(L"CVelmarMapi::GetMessageData end");
 }
 
 void CVelmarMapi::MapiFillMessage(LPMESSAGE lpMessage, EMailData* pEmailData) {
-    AddTrace(L"CVelmarMapi::MapiFillMessage start");
-    AddTrace(L"CVelmarMapi::MapiFillMessage FetchProps");
+    const CTraceScope trace(*this, L"CVelmarMapi::MapiFillMessage");
+    trace.Step(L"FetchProps");
     FetchProps(lpMessage, pEmailData);
-    AddTrace(L"CVelmarMapi::MapiFillMessage FetchRecipients");
+    trace.Step(L"FetchRecipients");
     FetchRecipients(lpMessage, pEmailData);
-    AddTrace(L"CVelmarMapi::MapiFillMessage FetchAttachments");
+    trace.Step(L"FetchAttachments");
     FetchAttachments(lpMessage, pEmailData);
-    AddTrace(L"CVelmarMapi::MapiFillMessage FetchBody");
+    trace.Step(L"FetchBody");
     FetchBody(lpMessage, pEmailData);
-    AddTrace(L"CVelmarMapi::MapiFillMessage PrepareEmbeddedImages");
+    trace.Step(L"PrepareEmbeddedImages");
     PrepareEmbeddedImages(lpMessage, pEmailData);
-    AddTrace(L"CVelmarMapi::MapiFillMessage end");
 }
 
 void CVelmarMapi::FetchProps(LPMESSAGE lpMessage, EMailData* pEmailData) {
-    AddTrace(L"CVelmarMapi::FetchProps start");
-    if (lpMessage && pEmailData) {
-        AddTrace(L"CVelmarMapi::FetchProps GetProps start");
-        SizedSPropTagArray(5, tags) = {
-            5, {PR_SUBJECT_W, PR_SENDER_NAME_W, PR_BODY_W, PR_CREATION_TIME, PR_SENDER_EMAIL_ADDRESS_W}};
-        ULONG count = 0;
-        LPSPropValue rawValues = nullptr;
-        const HRESULT hr =
-            lpMessage->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), MAPI_UNICODE, &count, &rawValues);
-        const MapiBufferPtr<SPropValue> values(rawValues);
-        AddTrace(L"CVelmarMapi::FetchProps GetProps end");
-        // MAPI_W_ERRORS_RETURNED is success; values that came back as errors carry another tag.
-        if (SUCCEEDED(hr) && values) {
-            AddTrace(L"CVelmarMapi::FetchProps set pEmailData");
-            for (ULONG i = 0; i < count; ++i) {
-                const SPropValue& value = values.get()[i];
-                const std::wstring text =
-                    PROP_TYPE(value.ulPropTag) == PT_UNICODE && value.Value.lpszW ? value.Value.lpszW : L"";
-                if (value.ulPropTag == PR_SUBJECT_W) pEmailData->subject = text;
-                if (value.ulPropTag == PR_SENDER_NAME_W) pEmailData->from = text;
-                if (value.ulPropTag == PR_SENDER_EMAIL_ADDRESS_W) pEmailData->fromAddress = text;
-                if (value.ulPropTag == PR_BODY_W)
-                    pEmailData->htmlBody = text;  // FetchBody replaces it with PR_HTML
-                if (value.ulPropTag == PR_CREATION_TIME) pEmailData->sentDate = LocalDateText(value.Value.ft);
-            }
-        }
-    }
-    AddTrace(L"CVelmarMapi::FetchProps end");
+    const CTraceScope trace(*this, L"CVelmarMapi::FetchProps");
+    if (!lpMessage || !pEmailData) return;
+    trace.Step(L"GetProps start");
+    SizedSPropTagArray(5, tags) = {
+        5, {PR_SUBJECT_W, PR_SENDER_NAME_W, PR_BODY_W, PR_CREATION_TIME, PR_SENDER_EMAIL_ADDRESS_W}};
+    ULONG count = 0;
+    MapiBufferPtr<SPropValue> values;
+    const HRESULT hr =
+        lpMessage->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), MAPI_UNICODE, &count, OutPtr(values));
+    trace.Step(L"GetProps end");
+    // MAPI_W_ERRORS_RETURNED is success; values that came back as errors carry another tag.
+    if (FAILED(hr) || !values) return;
+    trace.Step(L"set pEmailData");
+    const auto takeText = [&](ULONG tag, std::wstring& field) {
+        if (FindProp(values.get(), count, tag)) field = FindText(values.get(), count, tag);
+    };
+    takeText(PR_SUBJECT_W, pEmailData->subject);
+    takeText(PR_SENDER_NAME_W, pEmailData->from);
+    takeText(PR_SENDER_EMAIL_ADDRESS_W, pEmailData->fromAddress);
+    // Deliberate: the plain body goes to the HTML field; FetchBody replaces it with PR_HTML.
+    takeText(PR_BODY_W, pEmailData->htmlBody);
+    if (const SPropValue* created = FindProp(values.get(), count, PR_CREATION_TIME))
+        pEmailData->sentDate = LocalDateText(created->Value.ft);
 }
 
 void CVelmarMapi::FetchRecipients(LPMESSAGE lpMessage, EMailData* pEmailData) {
-    AddTrace(L"CVelmarMapi::FetchRecipients start");
+    const CTraceScope trace(*this, L"CVelmarMapi::FetchRecipients");
+    if (!lpMessage || !pEmailData) return;
+    trace.Step(L"GetRecipientTable");
     CComPtr<IMAPITable> table;
-    if (lpMessage && pEmailData) {
-        AddTrace(L"CVelmarMapi::FetchRecipients GetRecipientTable");
-        lpMessage->GetRecipientTable(MAPI_UNICODE, table.Put());
+    lpMessage->GetRecipientTable(MAPI_UNICODE, table.Put());
+    if (!table) return;
+    ULONG count = 0;
+    table->GetRowCount(0, &count);
+    trace.Step(L"QueryRows start");
+    RowSetPtr rows;
+    const HRESULT hr = table->QueryRows(static_cast<LONG>(count), 0, OutPtr(rows));
+    trace.Step(L"QueryRows end");
+    if (FAILED(hr) || !rows) return;
+    pEmailData->to.clear();
+    pEmailData->cc.clear();
+    pEmailData->bcc.clear();
+    trace.Step(L"set pEmailData");
+    for (ULONG r = 0; r < rows->cRows; ++r) {
+        const SRow& row = rows->aRow[r];
+        const SPropValue* type = FindProp(row, PR_RECIPIENT_TYPE);
+        // Only the display name is kept; a missing or unknown type counts as To.
+        const LONG kind = type ? type->Value.l : -1;
+        (kind == MAPI_CC    ? pEmailData->cc
+         : kind == MAPI_BCC ? pEmailData->bcc
+                            : pEmailData->to)
+            .push_back(FindText(row, PR_DISPLAY_NAME_W));
     }
-    if (table) {
-        ULONG count = 0;
-        table->GetRowCount(0, &count);
-        AddTrace(L"CVelmarMapi::FetchRecipients QueryRows start");
-        LPSRowSet rawRows = nullptr;
-        const HRESULT hr = table->QueryRows(static_cast<LONG>(count), 0, &rawRows);
-        RowSetPtr rows(rawRows);
-        AddTrace(L"CVelmarMapi::FetchRecipients QueryRows end");
-        if (SUCCEEDED(hr) && rows) {
-            pEmailData->to.clear();
-            pEmailData->cc.clear();
-            pEmailData->bcc.clear();
-            AddTrace(L"CVelmarMapi::FetchRecipients set pEmailData");
-            for (ULONG r = 0; r < rows->cRows; ++r) {
-                std::wstring name;
-                LONG type = -1;
-                const SRow& row = rows->aRow[r];
-                for (ULONG c = 0; c < row.cValues; ++c) {
-                    if (row.lpProps[c].ulPropTag == PR_DISPLAY_NAME_W && row.lpProps[c].Value.lpszW)
-                        name = row.lpProps[c].Value.lpszW;
-                    if (row.lpProps[c].ulPropTag == PR_RECIPIENT_TYPE) type = row.lpProps[c].Value.l;
-                }
-                (type == MAPI_CC    ? pEmailData->cc
-                 : type == MAPI_BCC ? pEmailData->bcc
-                                    : pEmailData->to)
-                    .push_back(name);
-            }
-            AddTrace(L"CVelmarMapi::FetchRecipients FreeProws");
-        }
-    }
-    AddTrace(L"CVelmarMapi::FetchRecipients end");
+    trace.Step(L"FreeProws");
 }
 
 void CVelmarMapi::FetchAttachments(LPMESSAGE lpMessage, EMailData* pEmailData) {
-    AddTrace(L"CVelmarMapi::FetchAttachments start");
+    const CTraceScope trace(*this, L"CVelmarMapi::FetchAttachments");
+    if (!lpMessage || !pEmailData) return;
+    trace.Step(L"GetAttachmentTable");
     CComPtr<IMAPITable> table;
-    if (lpMessage && pEmailData) {
-        AddTrace(L"CVelmarMapi::FetchAttachments GetAttachmentTable");
-        lpMessage->GetAttachmentTable(MAPI_UNICODE, table.Put());
+    lpMessage->GetAttachmentTable(MAPI_UNICODE, table.Put());
+    if (!table) return;
+    trace.Step(L"GetRowCount");
+    ULONG count = 0;
+    table->GetRowCount(0, &count);
+    trace.Step(L"SetColumns");
+    SizedSPropTagArray(3, columns) = {3, {PR_ATTACH_LONG_FILENAME_W, PR_ATTACH_NUM, PR_ATTACH_CONTENT_ID_W}};
+    table->SetColumns(reinterpret_cast<LPSPropTagArray>(&columns), TBL_BATCH);
+    trace.Step(L"HrQueryAllRows start");
+    RowSetPtr rows;
+    if (const auto queryAll = BoundMapiFunction<PFN_HrQueryAllRows>(MapiSlot::HrQueryAllRows))
+        queryAll(table.get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0, OutPtr(rows));
+    trace.Step(L"HrQueryAllRows end");
+    for (ULONG r = 0; rows && r < rows->cRows; ++r) {
+        const SRow& row = rows->aRow[r];
+        const SPropValue* number = FindProp(row, PR_ATTACH_NUM);
+        pEmailData->attachments.push_back({FindText(row, PR_ATTACH_LONG_FILENAME_W),
+                                           number ? number->Value.l : 0,
+                                           FindText(row, PR_ATTACH_CONTENT_ID_W)});
     }
-    if (table) {
-        AddTrace(L"CVelmarMapi::FetchAttachments GetRowCount");
-        ULONG count = 0;
-        table->GetRowCount(0, &count);
-        AddTrace(L"CVelmarMapi::FetchAttachments SetColumns");
-        SizedSPropTagArray(3, columns) = {3,
-                                          {PR_ATTACH_LONG_FILENAME_W, PR_ATTACH_NUM, PR_ATTACH_CONTENT_ID_W}};
-        table->SetColumns(reinterpret_cast<LPSPropTagArray>(&columns), TBL_BATCH);
-        AddTrace(L"CVelmarMapi::FetchAttachments HrQueryAllRows start");
-        LPSRowSet rawRows = nullptr;
-        if (const auto queryAll = BoundMapiFunction<PFN_HrQueryAllRows>(MapiSlot::HrQueryAllRows))
-            queryAll(table.get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0, &rawRows);
-        RowSetPtr rows(rawRows);
-        AddTrace(L"CVelmarMapi::FetchAttachments HrQueryAllRows end");
-        for (ULONG r = 0; rows && r < rows->cRows; ++r) {
-            EMailAttachment attachment;
-            const SRow& row = rows->aRow[r];
-            for (ULONG c = 0; c < row.cValues; ++c) {
-                const SPropValue& value = row.lpProps[c];
-                if (value.ulPropTag == PR_ATTACH_LONG_FILENAME_W && value.Value.lpszW)
-                    attachment.fileName = value.Value.lpszW;
-                if (value.ulPropTag == PR_ATTACH_NUM) attachment.attachmentIndex = value.Value.l;
-                if (value.ulPropTag == PR_ATTACH_CONTENT_ID_W && value.Value.lpszW)
-                    attachment.contentId = value.Value.lpszW;
-            }
-            pEmailData->attachments.push_back(attachment);
-        }
-        AddTrace(L"CVelmarMapi::FetchAttachments FreeProws");
-    }
-    AddTrace(L"CVelmarMapi::FetchAttachments end");
+    trace.Step(L"FreeProws");
 }
 
 void CVelmarMapi::FetchBody(LPMESSAGE lpMessage, EMailData* pEmailData) {
-    AddTrace(L"CVelmarMapi::FetchBody start");
-    if (!lpMessage || !pEmailData) {
-        AddTrace(L"CVelmarMapi::FetchBody end");
-        return;
-    }
-    LPUNKNOWN unknown = nullptr;
-    AddTrace(L"CVelmarMapi::FetchBody OpenProperty 1");
-    if (SUCCEEDED(lpMessage->OpenProperty(PR_BODY_W, &IID_IStream, 0, 0, &unknown)) && unknown) {
-        CComPtr<IStream> stream(static_cast<IStream*>(unknown));
-        AddTrace(L"CVelmarMapi::FetchBody Stat");
+    const CTraceScope trace(*this, L"CVelmarMapi::FetchBody");
+    if (!lpMessage || !pEmailData) return;
+    trace.Step(L"OpenProperty 1");
+    CComPtr<IStream> stream;
+    if (SUCCEEDED(OpenPropertyAs(lpMessage, PR_BODY_W, 0, 0, stream))) {
+        trace.Step(L"Stat");
         STATSTG stat{};
         stream->Stat(&stat, STATFLAG_NONAME);
-        std::wstring text(static_cast<size_t>(stat.cbSize.QuadPart / sizeof(WCHAR)), L'\0');
-        ULONG got = 0;
-        stream->Read(text.data(), static_cast<ULONG>(text.size() * sizeof(WCHAR)), &got);
-        text.resize(std::min<size_t>(text.size(), got / sizeof(WCHAR)));
-        pEmailData->body = text;
+        const size_t characters = static_cast<size_t>(stat.cbSize.QuadPart / sizeof(WCHAR));
+        std::string bytes;
+        (void)ReadStream(stream.get(), bytes, characters * sizeof(WCHAR));  // what was read counts
+        std::wstring text(bytes.size() / sizeof(WCHAR), L'\0');
+        std::memcpy(text.data(), bytes.data(), text.size() * sizeof(WCHAR));
+        pEmailData->body = CutAtNul(std::move(text));
     }
-    AddTrace(L"CVelmarMapi::FetchBody OpenProperty 2 (PR_HTML)");
-    unknown = nullptr;
-    if (SUCCEEDED(lpMessage->OpenProperty(PR_HTML, &IID_IStream, 0, 0, &unknown)) && unknown) {
-        CComPtr<IStream> stream(static_cast<IStream*>(unknown));
-        AddTrace(L"CVelmarMapi::FetchBody OpenProperty (PR_HTML) Stat");
+    trace.Step(L"OpenProperty 2 (PR_HTML)");
+    if (SUCCEEDED(OpenPropertyAs(lpMessage, PR_HTML, 0, 0, stream))) {
+        trace.Step(L"OpenProperty (PR_HTML) Stat");
         STATSTG stat{};
         stream->Stat(&stat, STATFLAG_NONAME);
-        bool readFailed = false;
-        const std::string bytes = ReadBytes(stream.get(), stat.cbSize.QuadPart, readFailed);
-        if (readFailed)
-            AddTrace(L"CVelmarMapi::FetchBody OpenProperty (PR_HTML) istream->Read: reseting size ");
+        std::string bytes;
+        if (FAILED(ReadStream(stream.get(), bytes, static_cast<size_t>(stat.cbSize.QuadPart)))) {
+            trace.Step(L"OpenProperty (PR_HTML) istream->Read: reseting size ");
+            bytes.clear();
+        }
         std::string lower = bytes;
         for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
         const std::wstring fromUtf8 = velmar::Utf8ToWide(bytes);
@@ -219,47 +157,43 @@ void CVelmarMapi::FetchBody(LPMESSAGE lpMessage, EMailData* pEmailData) {
                                    ? fromUtf8
                                    : velmar::AnsiToWide(bytes);
     }
-    if (pEmailData->htmlBody.empty() || Lower(pEmailData->htmlBody).find(L"html") == std::wstring::npos) {
-        AddTrace(L"CVelmarMapi::FetchBody HrGetOneProp");
-        LPSPropValue rawCodePage = nullptr;
-        if (const auto getOneProp = BoundMapiFunction<PFN_HrGetOneProp>(MapiSlot::HrGetOneProp))
-            getOneProp(lpMessage, PR_INTERNET_CPID, &rawCodePage);
-        MapiBufferPtr<SPropValue> codePage(rawCodePage);
-        AddTrace(L"CVelmarMapi::FetchBody OpenProperty 3");
-        unknown = nullptr;
-        const auto wrapEx =
-            BoundMapiFunction<PFN_WrapCompressedRTFStreamEx>(MapiSlot::WrapCompressedRTFStreamEx);
-        if (FAILED(lpMessage->OpenProperty(PR_RTF_COMPRESSED, &IID_IStream, 0, 0, &unknown)) || !unknown) {
-            AddTrace(L"CVelmarMapi::FetchBody pfnWrapEx failed");
-        } else {
-            CComPtr<IStream> compressed(static_cast<IStream*>(unknown));
-            AddTrace(L"CVelmarMapi::FetchBody pfnWrapEx");
-            RTF_WCSINFO info{sizeof(RTF_WCSINFO), MAPI_NATIVE_BODY, codePage ? codePage->Value.ul : 0, 0};
-            RTF_WCSRETINFO result{sizeof(RTF_WCSRETINFO), 0};
-            CComPtr<IStream> plain;
-            if (wrapEx && SUCCEEDED(wrapEx(compressed.get(), &info, plain.Put(), &result)) && plain) {
-                std::string text;
-                char chunk[1025];
-                ULONG got = 0;
-                while (SUCCEEDED(plain->Read(chunk, 1024, &got)) && got > 0) text.append(chunk, got);
-                const std::wstring wide = velmar::AnsiToWide(text);
-                AddTrace(L"CVelmarMapi::FetchBody read RTF_COMPRESSED: " + wide);
-                if (result.ulStreamFlags == MAPI_NATIVE_BODY_TYPE_RTF) {
-                    pEmailData->rtfBody = wide;
-                } else if (result.ulStreamFlags == MAPI_NATIVE_BODY_TYPE_HTML) {
-                    pEmailData->htmlBody = wide;
-                    AddTrace(L"CVelmarMapi::FetchBody RTF_COMPRESSED stored: " + wide);
-                } else if (result.ulStreamFlags == MAPI_NATIVE_BODY_TYPE_PLAINTEXT) {
-                    pEmailData->body = wide;
-                }
+    if (!pEmailData->htmlBody.empty() && LowerText(pEmailData->htmlBody).find(L"html") != std::wstring::npos)
+        return;
+
+    trace.Step(L"HrGetOneProp");
+    MapiBufferPtr<SPropValue> codePage;
+    if (const auto getOneProp = BoundMapiFunction<PFN_HrGetOneProp>(MapiSlot::HrGetOneProp))
+        getOneProp(lpMessage, PR_INTERNET_CPID, OutPtr(codePage));
+    trace.Step(L"OpenProperty 3");
+    CComPtr<IStream> compressed;
+    const auto wrapEx = BoundMapiFunction<PFN_WrapCompressedRTFStreamEx>(MapiSlot::WrapCompressedRTFStreamEx);
+    if (FAILED(OpenPropertyAs(lpMessage, PR_RTF_COMPRESSED, 0, 0, compressed))) {
+        trace.Step(L"pfnWrapEx failed");
+    } else {
+        trace.Step(L"pfnWrapEx");
+        RTF_WCSINFO info{sizeof(RTF_WCSINFO), MAPI_NATIVE_BODY, codePage ? codePage->Value.ul : 0, 0};
+        RTF_WCSRETINFO result{sizeof(RTF_WCSRETINFO), 0};
+        CComPtr<IStream> plain;
+        if (wrapEx && SUCCEEDED(wrapEx(compressed.get(), &info, plain.Put(), &result)) && plain) {
+            std::string text;
+            (void)ReadStream(plain.get(), text);  // a failed read keeps what came before it
+            const std::wstring wide = velmar::AnsiToWide(CutAtNul(std::move(text)));
+            trace.Step(L"read RTF_COMPRESSED: " + wide);
+            if (result.ulStreamFlags == MAPI_NATIVE_BODY_TYPE_RTF) {
+                pEmailData->rtfBody = wide;
+            } else if (result.ulStreamFlags == MAPI_NATIVE_BODY_TYPE_HTML) {
+                pEmailData->htmlBody = wide;
+                trace.Step(L"RTF_COMPRESSED stored: " + wide);
+            } else if (result.ulStreamFlags == MAPI_NATIVE_BODY_TYPE_PLAINTEXT) {
+                pEmailData->body = wide;
             }
         }
-        AddTrace(L"CVelmarMapi::FetchBody MapiFreeBuffer");
     }
-    AddTrace(L"CVelmarMapi::FetchBody end");
+    trace.Step(L"MapiFreeBuffer");
 }
 
 void CVelmarMapi::PrepareEmbeddedImages(LPMESSAGE lpMessage, EMailData* pEmailData) {
+    // Deliberate: the opening line has no "start", and only the early way out writes an end line.
     AddTrace(L"CVelmarMapi::PrepareEmbeddedImages");
     if (!pEmailData || pEmailData->htmlBody.empty()) {
         AddTrace(L"CVelmarMapi::PrepareEmbeddedImages end");
@@ -279,6 +213,7 @@ void CVelmarMapi::PrepareEmbeddedImages(LPMESSAGE lpMessage, EMailData* pEmailDa
                 std::find_if(pEmailData->attachments.begin(), pEmailData->attachments.end(),
                              [&cid](const EMailAttachment& candidate) { return candidate.contentId == cid; });
             if (attachment != pEmailData->attachments.end()) {
+                // Written once per reference: the same image twice is exported twice.
                 const std::wstring path =
                     OpenAttachment1(lpMessage, static_cast<ULONG>(attachment->attachmentIndex));
                 if (!path.empty()) {

@@ -2,73 +2,55 @@
 #include <cwchar>
 
 #include "mail/ExportFolder.h"
-#include "mail/MapiLibrary.h"
+#include "mail/MailText.h"
+#include "mail/MapiHelpers.h"
 #include "mail/VelmarMapi.h"
 #include "support/CodePage.h"
+#include "support/ErrorText.h"
 
 using namespace velmar::mail;
 
-namespace {
-
-// The characters a file name may not keep; each becomes "_". The hyphen is on the list on purpose.
-constexpr wchar_t kReplacedCharacters[] = L"^&*-+=[]\\|;:\",<>/?";
-constexpr size_t kMaxFileNameLength = 259;
-
-}  // namespace
-
 std::wstring CVelmarMapi::OpenAttachment2(const std::wstring& strMessageId, const std::wstring& strMailbox,
                                           ULONG ulAttachmentNum) {
-    AddTrace(L"CVelmarMapi::OpenAttachment2 start");
-    std::wstring result;
-    AddTrace(L"CVelmarMapi::OpenAttachment2 GetpMessage");
+    const CTraceScope trace(*this, L"CVelmarMapi::OpenAttachment2");
+    trace.Step(L"GetpMessage");
     CFoundMessage lookup;
-    const bool found = GetpMessage(strMessageId, strMailbox, lookup);
-    if (!found) {
-        AddTrace(L"CVelmarMapi::OpenAttachment2 end");
-        return result;
-    }
-    AddTrace(L"CVelmarMapi::OpenAttachment2 OpenAttachment");
-    result = OpenAttachment1(lookup.message.get(), ulAttachmentNum);
-    AddTrace(L"CVelmarMapi::OpenAttachment2 release");
+    if (!GetpMessage(strMessageId, strMailbox, lookup)) return {};
+    trace.Step(L"OpenAttachment");
+    std::wstring result = OpenAttachment1(lookup.message.get(), ulAttachmentNum);
+    trace.Step(L"release");
     lookup = CFoundMessage{};
-    AddTrace(L"CVelmarMapi::OpenAttachment2 end");
     return result;
 }
 
+// Deliberate: this operation writes no end line, on any way out.
 std::wstring CVelmarMapi::OpenAttachment1(LPMESSAGE lpMessage, ULONG ulAttachmentNum) {
     AddTrace(L"CVelmarMapi::OpenAttachment1 start");
     if (!lpMessage) return {};
     AddTrace(L"CVelmarMapi::OpenAttachment1 OpenAttach");
     CComPtr<IAttach> attach;
     if (FAILED(lpMessage->OpenAttach(ulAttachmentNum, nullptr, MAPI_BEST_ACCESS, attach.Put())) || !attach) {
-        AddTrace(FormatLastErrorText(L"OpenAttachment"));
+        AddTrace(velmar::FormatLastErrorText(L"OpenAttachment"));
         return {};
     }
     AddTrace(L"CVelmarMapi::OpenAttachment1 WriteAttachmentToFile");
-    const std::wstring result = WriteAttachmentToFile(attach.get());
+    std::wstring result = WriteAttachmentToFile(attach.get());
     AddTrace(L"CVelmarMapi::OpenAttachment1 Release");
     return result;
 }
 
 std::wstring CVelmarMapi::WriteAttachmentToFile(LPATTACH lpAttach) {
-    AddTrace(L"CVelmarMapi::WriteAttachmentToFile start");
-    if (!lpAttach) {
-        AddTrace(L"CVelmarMapi::WriteAttachmentToFile end");
-        return {};
-    }
-    AddTrace(L"CVelmarMapi::WriteAttachmentToFile GetProps");
+    const CTraceScope trace(*this, L"CVelmarMapi::WriteAttachmentToFile");
+    if (!lpAttach) return {};
+    trace.Step(L"GetProps");
     SizedSPropTagArray(4, tags) = {
         4, {PR_ATTACH_METHOD, PR_ATTACH_LONG_FILENAME_W, PR_ATTACH_FILENAME_W, PR_DISPLAY_NAME_W}};
     ULONG count = 0;
-    LPSPropValue rawValues = nullptr;
+    MapiBufferPtr<SPropValue> values;
     const HRESULT hr =
-        lpAttach->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), MAPI_UNICODE, &count, &rawValues);
-    MapiBufferPtr<SPropValue> values(rawValues);
-    if (FAILED(hr) || !values || count == 0) {
-        AddTrace(L"CVelmarMapi::WriteAttachmentToFile end");
-        return {};
-    }
-    AddTrace(L"CVelmarMapi::WriteAttachmentToFile CheckStringProp");
+        lpAttach->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), MAPI_UNICODE, &count, OutPtr(values));
+    if (FAILED(hr) || !values || count == 0) return {};
+    trace.Step(L"CheckStringProp");
     std::wstring name = L"Unknown";
     for (ULONG i = 1; i < count && i < 4; ++i) {
         const SPropValue& value = values.get()[i];
@@ -77,46 +59,40 @@ std::wstring CVelmarMapi::WriteAttachmentToFile(LPATTACH lpAttach) {
             break;
         }
     }
-    AddTrace(L"CVelmarMapi::WriteAttachmentToFile SanitizeFileName");
+    trace.Step(L"SanitizeFileName");
     name = SanitizeFileName(name);
     std::wstring folder = TemporaryFolder();
     if (!folder.empty()) folder = AppendExportFolderName(folder);
     if (!IsFolder(folder)) MakeFolder(folder);
-    AddTrace(L"CVelmarMapi::WriteAttachmentToFile GetStatus");
-    // Checked twice on purpose: another request may have made it in between.
+    trace.Step(L"GetStatus");
+    // Deliberate: checked a second time; a folder that cannot be made is traced and the export goes on.
     if (!IsFolder(folder) && !MakeFolder(folder)) AddTrace(L"ERROR: Cannot Create: " + folder);
     const std::wstring path = folder + name;
+    // The writers' results are not looked at: the path is returned whether or not a file was written.
     const ULONG method = values.get()[0].Value.ul;  // taken as a number whatever its type
     if (method >= ATTACH_BY_VALUE && method <= ATTACH_BY_REF_ONLY) {
-        AddTrace(L"CVelmarMapi::WriteAttachmentToFile WriteAttachStreamToFile");
-        (void)WriteAttachStreamToFile(lpAttach, path);  // the path is returned whether or not it was written
+        trace.Step(L"WriteAttachStreamToFile");
+        (void)WriteAttachStreamToFile(lpAttach, path);
     } else if (method == ATTACH_EMBEDDED_MSG) {
-        AddTrace(L"CVelmarMapi::WriteAttachmentToFile WriteEmbeddedMSGToFile");
+        trace.Step(L"WriteEmbeddedMSGToFile");
         (void)WriteEmbeddedMSGToFile(lpAttach, path);
     } else if (method == ATTACH_OLE) {
-        AddTrace(L"CVelmarMapi::WriteAttachmentToFile WriteOleToFile");
+        trace.Step(L"WriteOleToFile");
         (void)WriteOleToFile(lpAttach, path);
     }
-    AddTrace(L"CVelmarMapi::WriteAttachmentToFile MAPIFreeBuffer");
+    trace.Step(L"MAPIFreeBuffer");
     values.reset();
-    AddTrace(L"CVelmarMapi::WriteAttachmentToFile end");
     return path;
 }
 
 std::wstring CVelmarMapi::SanitizeFileName(const std::wstring& strFileName) {
-    AddTrace(L"CVelmarMapi::SanitizeFileName start");
-    std::wstring name = strFileName.substr(0, kMaxFileNameLength);
-    for (size_t at = name.find_first_of(kReplacedCharacters); at != std::wstring::npos;
-         at = name.find_first_of(kReplacedCharacters, at + 1))
-        name[at] = L'_';
-    AddTrace(L"CVelmarMapi::SanitizeFileName end");
-    return name;
+    const CTraceScope trace(*this, L"CVelmarMapi::SanitizeFileName");
+    return CleanFileName(strFileName);
 }
 
 // Copies a stream into a new file (an existing one is overwritten), with the trace words of the writers.
-void CVelmarMapi::CopyStreamToFile(const wchar_t* traceName, IStream* source, const std::wstring& strPath) {
-    const std::wstring prefix = std::wstring(L"CVelmarMapi::") + traceName + L" ";
-    AddTrace(prefix + L"MyOpenStreamOnFile");
+void CVelmarMapi::CopyStreamToFile(const CTraceScope& trace, IStream* source, const std::wstring& strPath) {
+    trace.Step(L"MyOpenStreamOnFile");
     CComPtr<IStream> file;
     const auto allocate = BoundMapiFunction<LPALLOCATEBUFFER>(MapiSlot::MAPIAllocateBuffer);
     const auto release = BoundMapiFunction<LPFREEBUFFER>(MapiSlot::MAPIFreeBuffer);
@@ -127,102 +103,90 @@ void CVelmarMapi::CopyStreamToFile(const wchar_t* traceName, IStream* source, co
         openNarrow(allocate, release, STGM_CREATE | STGM_READWRITE, narrow.c_str(), nullptr, file.Put());
     }
     if (!file) return;
-    AddTrace(prefix + L"Stat");
+    // Failures of the copy are ignored: the caller hands out the path all the same.
+    trace.Step(L"Stat");
     STATSTG stat{};
     source->Stat(&stat, STATFLAG_NONAME);
-    AddTrace(prefix + L"CopyTo");
+    trace.Step(L"CopyTo");
     source->CopyTo(file.get(), stat.cbSize, nullptr, nullptr);
-    AddTrace(prefix + L"Commit");
+    trace.Step(L"Commit");
     file->Commit(STGC_DEFAULT);
-    AddTrace(prefix + L"Release");
+    trace.Step(L"Release");
 }
 
 HRESULT CVelmarMapi::WriteAttachStreamToFile(LPATTACH lpAttach, const std::wstring& strPath) {
-    AddTrace(L"CVelmarMapi::WriteAttachStreamToFile start");
-    if (!lpAttach || strPath.empty()) return E_INVALIDARG;
-    AddTrace(L"CVelmarMapi::WriteAttachStreamToFile OpenProperty");
-    LPUNKNOWN unknown = nullptr;
-    const HRESULT hr = lpAttach->OpenProperty(PR_ATTACH_DATA_BIN, &IID_IStream, 0, 0, &unknown);
-    if (FAILED(hr) || !unknown) {
-        AddTrace(L"CVelmarMapi::WriteAttachStreamToFile end");
-        return hr;
+    CTraceScope trace(*this, L"CVelmarMapi::WriteAttachStreamToFile");
+    if (!lpAttach || strPath.empty()) {
+        trace.SkipEnd();  // Deliberate: refused arguments end without the end line.
+        return E_INVALIDARG;
     }
-    CComPtr<IStream> stream(static_cast<IStream*>(unknown));
-    CopyStreamToFile(L"WriteAttachStreamToFile", stream.get(), strPath);
-    stream.Reset();
-    AddTrace(L"CVelmarMapi::WriteAttachStreamToFile end");
+    trace.Step(L"OpenProperty");
+    CComPtr<IStream> stream;
+    const HRESULT hr = OpenPropertyAs(lpAttach, PR_ATTACH_DATA_BIN, 0, 0, stream);
+    if (FAILED(hr)) return hr;
+    CopyStreamToFile(trace, stream.get(), strPath);
     return hr;
 }
 
 HRESULT CVelmarMapi::WriteEmbeddedMSGToFile(LPATTACH lpAttach, const std::wstring& strPath) {
-    AddTrace(L"CVelmarMapi::WriteEmbeddedMSGToFile start");
-    if (!lpAttach || strPath.empty()) return E_INVALIDARG;
-    AddTrace(L"CVelmarMapi::WriteEmbeddedMSGToFile OpenProperty");
-    LPUNKNOWN unknown = nullptr;
-    if (SUCCEEDED(lpAttach->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, 0, &unknown)) && unknown) {
-        CComPtr<IMessage> message(static_cast<IMessage*>(unknown));
-        AddTrace(L"CVelmarMapi::WriteEmbeddedMSGToFile SaveToMSG");
-        SaveToMSG(message.get(), strPath);
-        AddTrace(L"CVelmarMapi::WriteEmbeddedMSGToFile Release");
+    CTraceScope trace(*this, L"CVelmarMapi::WriteEmbeddedMSGToFile");
+    if (!lpAttach || strPath.empty()) {
+        trace.SkipEnd();  // Deliberate: refused arguments end without the end line.
+        return E_INVALIDARG;
     }
-    AddTrace(L"CVelmarMapi::WriteEmbeddedMSGToFile end");
+    trace.Step(L"OpenProperty");
+    CComPtr<IMessage> message;
+    if (SUCCEEDED(OpenPropertyAs(lpAttach, PR_ATTACH_DATA_OBJ, 0, 0, message))) {
+        trace.Step(L"SaveToMSG");
+        SaveToMSG(message.get(), strPath);
+        trace.Step(L"Release");
+    }
     return S_OK;
 }
 
 HRESULT CVelmarMapi::WriteOleToFile(LPATTACH lpAttach, const std::wstring& strPath) {
-    AddTrace(L"CVelmarMapi::WriteOleToFile start");
-    AddTrace(L"CVelmarMapi::WriteOleToFile OpenProperty 1");
-    LPUNKNOWN unknown = nullptr;
+    const CTraceScope trace(*this, L"CVelmarMapi::WriteOleToFile");
+    trace.Step(L"OpenProperty 1");
+    CComPtr<IStream> stream;
     if (lpAttach &&
-        SUCCEEDED(lpAttach->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IStreamDocfile, 0, 0, &unknown)) &&
-        unknown) {
-        CComPtr<IStream> stream(static_cast<IStream*>(unknown));
-        CopyStreamToFile(L"WriteOleToFile", stream.get(), strPath);
-    } else {
-        AddTrace(L"CVelmarMapi::WriteOleToFile OpenProperty 2");
-        unknown = nullptr;
-        if (lpAttach &&
-            SUCCEEDED(lpAttach->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IStorage, 0, 0, &unknown)) && unknown) {
-            CComPtr<IStorage> storage(static_cast<IStorage*>(unknown));
-            AddTrace(L"CVelmarMapi::WriteOleToFile StgCreateDocfile");
-            if (CopyStorageToFile(storage.get(), strPath)) {
-                AddTrace(L"CVelmarMapi::WriteOleToFile CopyTo");
-                AddTrace(L"CVelmarMapi::WriteOleToFile Commit");
-                AddTrace(L"CVelmarMapi::WriteOleToFile Release");
-            }
-        }
+        SUCCEEDED(OpenPropertyAs(lpAttach, PR_ATTACH_DATA_OBJ, 0, 0, stream, IID_IStreamDocfile))) {
+        CopyStreamToFile(trace, stream.get(), strPath);
+        return S_OK;
     }
-    AddTrace(L"CVelmarMapi::WriteOleToFile end");
+    trace.Step(L"OpenProperty 2");
+    CComPtr<IStorage> storage;
+    if (!lpAttach || FAILED(OpenPropertyAs(lpAttach, PR_ATTACH_DATA_OBJ, 0, 0, storage))) return S_OK;
+    trace.Step(L"StgCreateDocfile");
+    if (CopyStorageToFile(storage.get(), strPath)) {
+        trace.Step(L"CopyTo");
+        trace.Step(L"Commit");
+        trace.Step(L"Release");
+    }
     return S_OK;
 }
 
 void CVelmarMapi::SaveToMSG(LPMESSAGE lpMessage, const std::wstring& strPath) {
-    AddTrace(L"CVelmarMapi::SaveToMSG start");
-    if (lpMessage && !strPath.empty()) {
-        AddTrace(L"CVelmarMapi::SaveToMSG CreateNewMSG");
-        CreateNewMSG(strPath);
-        AddTrace(L"CVelmarMapi::SaveToMSG release");
-    }
-    AddTrace(L"CVelmarMapi::SaveToMSG end");
+    const CTraceScope trace(*this, L"CVelmarMapi::SaveToMSG");
+    if (!lpMessage || strPath.empty()) return;
+    trace.Step(L"CreateNewMSG");
+    CreateNewMSG(strPath);
+    trace.Step(L"release");
 }
 
-// The .msg storage itself is not written in this version: the steps are traced and no file is made, so
-// the path handed back names a file that is not there.
+// Deliberate: the .msg storage itself is not written in this version. The steps are traced and no file is
+// made, so the path handed back names a file that is not there.
 void CVelmarMapi::CreateNewMSG(const std::wstring& strPath) {
-    AddTrace(L"CVelmarMapi::CreateNewMSG start");
-    if (!strPath.empty()) {
-        AddTrace(L"CVelmarMapi::CreateNewMSG MAPIGetDefaultMalloc");
-        const auto getMalloc = BoundMapiFunction<PFN_MAPIGetDefaultMalloc>(MapiSlot::MAPIGetDefaultMalloc);
-        if (getMalloc && getMalloc()) {
-            AddTrace(L"CVelmarMapi::CreateNewMSG MyStgCreateStorageEx");
-            MyStgCreateStorageEx(strPath);
-        }
+    const CTraceScope trace(*this, L"CVelmarMapi::CreateNewMSG");
+    if (strPath.empty()) return;
+    trace.Step(L"MAPIGetDefaultMalloc");
+    const auto getMalloc = BoundMapiFunction<PFN_MAPIGetDefaultMalloc>(MapiSlot::MAPIGetDefaultMalloc);
+    if (getMalloc && getMalloc()) {
+        trace.Step(L"MyStgCreateStorageEx");
+        MyStgCreateStorageEx(strPath);
     }
-    AddTrace(L"CVelmarMapi::CreateNewMSG end");
 }
 
 void CVelmarMapi::MyStgCreateStorageEx(const std::wstring& strPath) {
-    AddTrace(L"CVelmarMapi::MyStgCreateStorageEx start");
-    if (!strPath.empty()) AddTrace(L"CVelmarMapi::MyStgCreateStorageEx pfnStgCreateStorageEx");
-    AddTrace(L"CVelmarMapi::MyStgCreateStorageEx end");
+    const CTraceScope trace(*this, L"CVelmarMapi::MyStgCreateStorageEx");
+    if (!strPath.empty()) trace.Step(L"pfnStgCreateStorageEx");
 }

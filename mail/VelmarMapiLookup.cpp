@@ -1,139 +1,96 @@
 // CVelmarMapi: finding a message by its Internet message id in the receive folders of the stores.
-#include <cwchar>
-
+#include "mail/MailText.h"
+#include "mail/MapiHelpers.h"
 #include "mail/VelmarMapi.h"
 #include "support/CodePage.h"
 
 using namespace velmar::mail;
 
-namespace {
-
-// The address string split at commas: runs of commas give no empty pieces, each piece loses the white
-// space around it and counts only when something is left, a comma at the very end adds one empty token,
-// and a token equal to the one before it is dropped.
-std::vector<std::wstring> AddressTokens(const std::wstring& addresses) {
-    std::vector<std::wstring> tokens;
-    size_t start = 0;
-    while (start <= addresses.size()) {
-        size_t end = addresses.find(L',', start);
-        if (end == std::wstring::npos) end = addresses.size();
-        std::wstring piece = addresses.substr(start, end - start);
-        const size_t first = piece.find_first_not_of(L" \t\r\n");
-        const size_t last = piece.find_last_not_of(L" \t\r\n");
-        if (first != std::wstring::npos) tokens.push_back(piece.substr(first, last - first + 1));
-        start = end + 1;
-    }
-    if (!addresses.empty() && addresses.back() == L',') tokens.emplace_back();
-    std::vector<std::wstring> unique;
-    for (std::wstring& token : tokens)
-        if (unique.empty() || unique.back() != token) unique.push_back(std::move(token));
-    return unique;
-}
-
-}  // namespace
-
 bool CVelmarMapi::SearchMessageInMessageStore(unsigned nStore, LPSRestriction lpRestriction,
                                               LPMDB* lppMsgStore, LPMAPIFOLDER* lppFolder,
                                               LPMAPITABLE* lppTable, LPMESSAGE* lppMessage) {
-    AddTrace(L"CVelmarMapi::SearchMessageInMessageStore start");
-    bool found = false;
+    const CTraceScope trace(*this, L"CVelmarMapi::SearchMessageInMessageStore");
     if (!m_lpMAPISession || !lpRestriction || !lppMsgStore || !lppFolder || !lppTable || !lppMessage ||
-        nStore >= m_MsgStores.size() || !m_MsgStores[nStore]) {
-        AddTrace(L"CVelmarMapi::SearchMessageInMessageStore end");
+        nStore >= m_MsgStores.size() || !m_MsgStores[nStore])
         return false;
-    }
     MsgStoreEntry& entry = *m_MsgStores[nStore];
-    AddTrace(L"CVelmarMapi::SearchMessageInMessageStore OpenMsgStore");
+    trace.Step(L"OpenMsgStore");
     if (!entry.lpMsgStore &&
         FAILED(m_lpMAPISession->OpenMsgStore(
             0, entry.lpEntryID ? entry.lpEntryID->cb : 0,
             entry.lpEntryID ? reinterpret_cast<LPENTRYID>(entry.lpEntryID->lpb) : nullptr, nullptr,
             MAPI_BEST_ACCESS, entry.lpMsgStore.Put()))) {
         entry.lpMsgStore.Reset();
-        AddTrace(L"CVelmarMapi::SearchMessageInMessageStore end");
         return false;
     }
     if (!entry.lpInboxFolder) {
-        AddTrace(L"CVelmarMapi::SearchMessageInMessageStore GetReceiveFolder");
+        trace.Step(L"GetReceiveFolder");
         ULONG cbInbox = 0;
-        LPENTRYID rawInbox = nullptr;
-        entry.lpMsgStore->GetReceiveFolder(nullptr, MAPI_UNICODE, &cbInbox, &rawInbox, nullptr);
-        const MapiBufferPtr<ENTRYID> inboxId(rawInbox);
+        MapiBufferPtr<ENTRYID> inboxId;
+        entry.lpMsgStore->GetReceiveFolder(nullptr, MAPI_UNICODE, &cbInbox, OutPtr(inboxId), nullptr);
         if (inboxId) {
-            AddTrace(L"CVelmarMapi::SearchMessageInMessageStore OpenEntry");
-            ULONG type = 0;
-            LPUNKNOWN folder = nullptr;
-            if (SUCCEEDED(entry.lpMsgStore->OpenEntry(cbInbox, inboxId.get(), nullptr, MAPI_BEST_ACCESS,
-                                                      &type, &folder)))
-                entry.lpInboxFolder.Reset(static_cast<IMAPIFolder*>(folder));
-            else if (folder)
-                folder->Release();
+            trace.Step(L"OpenEntry");
+            // A failed open leaves the folder empty.
+            (void)OpenEntryAs(entry.lpMsgStore.get(), cbInbox, inboxId.get(), MAPI_BEST_ACCESS,
+                              entry.lpInboxFolder);
         }
     }
+    bool found = false;
     RowSetPtr rows;
     if (entry.lpInboxFolder) {
-        AddTrace(L"CVelmarMapi::SearchMessageInMessageStore GetContentsTable");
+        trace.Step(L"GetContentsTable");
         CComPtr<IMAPITable> table;
         if (SUCCEEDED(entry.lpInboxFolder->GetContentsTable(0, table.Put())) && table) {
-            AddTrace(L"CVelmarMapi::SearchMessageInMessageStore GetRowCount");
+            trace.Step(L"GetRowCount");
             ULONG count = 0;
             table->GetRowCount(0, &count);
             if (count > 0) {
-                AddTrace(L"CVelmarMapi::SearchMessageInMessageStore Restrict");
+                trace.Step(L"Restrict");
                 if (SUCCEEDED(table->Restrict(lpRestriction, 0))) {
-                    AddTrace(L"CVelmarMapi::SearchMessageInMessageStore GetRowCount");
+                    trace.Step(L"GetRowCount");
                     table->GetRowCount(0, &count);
                     if (count > 0) {
-                        AddTrace(L"CVelmarMapi::SearchMessageInMessageStore QueryRows");
-                        LPSRowSet rawRows = nullptr;
-                        table->QueryRows(1, 0, &rawRows);
-                        rows.reset(rawRows);
+                        // Only the first matching row is ever looked at.
+                        trace.Step(L"QueryRows");
+                        table->QueryRows(1, 0, OutPtr(rows));
                     }
                 }
             }
-            const SPropValue* entryId = nullptr;
-            if (rows && rows->cRows > 0)
-                for (ULONG c = 0; c < rows->aRow[0].cValues && !entryId; ++c)
-                    if (rows->aRow[0].lpProps[c].ulPropTag == PR_ENTRYID) entryId = &rows->aRow[0].lpProps[c];
+            const SPropValue* entryId =
+                rows && rows->cRows > 0 ? FindProp(rows->aRow[0], PR_ENTRYID) : nullptr;
             if (entryId) {
-                AddTrace(L"CVelmarMapi::SearchMessageInMessageStore OpenEntry");
-                ULONG type = 0;
-                LPUNKNOWN message = nullptr;
-                if (SUCCEEDED(entry.lpMsgStore->OpenEntry(entryId->Value.bin.cb,
-                                                          reinterpret_cast<LPENTRYID>(entryId->Value.bin.lpb),
-                                                          nullptr, MAPI_BEST_ACCESS, &type, &message)) &&
-                    message) {
+                trace.Step(L"OpenEntry");
+                CComPtr<IMessage> message;
+                if (SUCCEEDED(OpenEntryAs(entry.lpMsgStore.get(), entryId->Value.bin.cb,
+                                          reinterpret_cast<LPENTRYID>(entryId->Value.bin.lpb),
+                                          MAPI_BEST_ACCESS, message))) {
                     found = true;
-                    *lppMessage = static_cast<LPMESSAGE>(message);
+                    *lppMessage = message.Detach();
                     *lppMsgStore = CComPtr<IMsgStore>::AddRefed(entry.lpMsgStore.get()).Detach();
                     *lppFolder = CComPtr<IMAPIFolder>::AddRefed(entry.lpInboxFolder.get()).Detach();
-                    *lppTable = CComPtr<IMAPITable>::AddRefed(table.get()).Detach();
+                    *lppTable = table.Detach();
                 }
             }
         }
     }
-    AddTrace(L"CVelmarMapi::SearchMessageInMessageStore FreeRows");
+    trace.Step(L"FreeRows");
     rows.reset();
     if (!m_bCacheMsgStore) {
         entry.lpInboxFolder.Reset();
         entry.lpMsgStore.Reset();
     }
-    AddTrace(L"CVelmarMapi::SearchMessageInMessageStore end");
     return found;
 }
 
 bool CVelmarMapi::GetpMessage(const std::wstring& strMessageId, const std::wstring& strToEmailAddress,
                               LPMDB* lppMsgStore, LPMAPIFOLDER* lppFolder, LPMAPITABLE* lppTable,
                               LPMESSAGE* lppMessage, bool* pbFoundInChosenStore) {
-    AddTrace(L"CVelmarMapi::GetpMessage start");
+    const CTraceScope trace(*this, L"CVelmarMapi::GetpMessage");
     if (!m_lpMAPISession) Logon(m_strProfileName, 0);
-    if (!m_lpMAPISession || !lppMsgStore || !lppFolder || !lppTable || !lppMessage) {
-        AddTrace(L"CVelmarMapi::GetpMessage end");
-        return false;
-    }
+    if (!m_lpMAPISession || !lppMsgStore || !lppFolder || !lppTable || !lppMessage) return false;
     const std::vector<std::wstring> tokens = AddressTokens(strToEmailAddress);
-    AddTrace(L"CVelmarMapi::GetpMessage strToEmailAddress = " + strToEmailAddress);
-    AddTrace(L"CVelmarMapi::GetpMessage DeTokonized: ");
+    trace.Step(L"strToEmailAddress = " + strToEmailAddress);
+    trace.Step(L"DeTokonized: ");
     for (const std::wstring& token : tokens) AddTrace(token);
 
     // The id is searched as 8-bit text of the system's code page: an exact match.
@@ -154,10 +111,8 @@ bool CVelmarMapi::GetpMessage(const std::wstring& strMessageId, const std::wstri
     const int chosen = m_nStoreIndex;
     bool found = false;
     if (tokens.empty() || !m_bOptimalMessageStore) {
-        AddTrace(L"CVelmarMapi::GetpMessage All Message Boxes");
-        wchar_t line[64] = {};
-        std::swprintf(line, 64, L"CVelmarMapi::GetpMessage nStoreIndex = %d", chosen);
-        AddTrace(line);
+        trace.Step(L"All Message Boxes");
+        trace.Step(L"nStoreIndex = " + std::to_wstring(chosen));
         const bool valid =
             chosen >= 0 && static_cast<size_t>(chosen) < m_MsgStores.size() && m_MsgStores[chosen];
         AddTrace(L"searching in " +
@@ -166,7 +121,7 @@ bool CVelmarMapi::GetpMessage(const std::wstring& strMessageId, const std::wstri
         if (pbFoundInChosenStore) *pbFoundInChosenStore = found;
         for (size_t i = 0; !found && i < m_MsgStores.size(); ++i) {
             if (static_cast<int>(i) == chosen) continue;
-            AddTrace(L"CVelmarMapi::GetpMessage SearchMessageInMessageStore 2");
+            trace.Step(L"SearchMessageInMessageStore 2");
             AddTrace(L"searching in " + (m_MsgStores[i] ? m_MsgStores[i]->strDisplayName : std::wstring()));
             found = search(i);
         }
@@ -178,7 +133,7 @@ bool CVelmarMapi::GetpMessage(const std::wstring& strMessageId, const std::wstri
                 found = search(i);
             }
         }
-        AddTrace(L"CVelmarMapi::GetpMessage receivingMessageBoxOnly");
+        trace.Step(L"receivingMessageBoxOnly");
         for (const std::wstring& token : tokens) {
             for (size_t i = 0; !found && i < m_MsgStores.size(); ++i) {
                 if (!m_MsgStores[i] || m_MsgStores[i]->strEMailAddress != token) continue;
@@ -188,7 +143,6 @@ bool CVelmarMapi::GetpMessage(const std::wstring& strMessageId, const std::wstri
             if (found) break;
         }
     }
-    AddTrace(L"CVelmarMapi::GetpMessage end");
     return found;
 }
 
@@ -202,31 +156,26 @@ bool CVelmarMapi::GetpMessage(const std::wstring& strMessageId, const std::wstri
 
 bool CVelmarMapi::FindMessage(const std::wstring& strMessageId, const std::wstring& strToEmailAddress,
                               ULONG_PTR ulParentWindow, bool bSetRead, EMailData* pEmailData) {
-    AddTrace(L"CVelmarMapi::FindMessage start");
-    AddTrace(L"CVelmarMapi::FindMessage GetpMessage");
+    const CTraceScope trace(*this, L"CVelmarMapi::FindMessage");
+    trace.Step(L"GetpMessage");
     bool foundInChosenStore = false;
     CFoundMessage lookup;
-    const bool found = GetpMessage(strMessageId, strToEmailAddress, lookup, &foundInChosenStore);
-    CComPtr<IMessage>& message = lookup.message;
-    if (!found || !message) {
-        AddTrace(L"CVelmarMapi::FindMessage end");
-        return false;
-    }
+    if (!GetpMessage(strMessageId, strToEmailAddress, lookup, &foundInChosenStore)) return false;
     if (pEmailData) {
-        AddTrace(L"CVelmarMapi::FindMessage MapiFillMessage start");
-        MapiFillMessage(message.get(), pEmailData);
-        AddTrace(L"CVelmarMapi::FindMessage MapiFillMessage end");
+        trace.Step(L"MapiFillMessage start");
+        MapiFillMessage(lookup.message.get(), pEmailData);
+        trace.Step(L"MapiFillMessage end");
     } else if (ulParentWindow) {
         // The form viewer opens the message here; it is not part of this build yet.
-        AddTrace(L"CVelmarMapi::FindMessage MapiOpenMessageNonModal start");
-        AddTrace(L"CVelmarMapi::FindMessage MapiOpenMessageNonModal end");
+        trace.Step(L"MapiOpenMessageNonModal start");
+        trace.Step(L"MapiOpenMessageNonModal end");
     }
+    // Only a message of the chosen store is marked read.
     if (foundInChosenStore && bSetRead) {
-        AddTrace(L"CVelmarMapi::FindMessage SetReadFlag");
-        message->SetReadFlag(0);
+        trace.Step(L"SetReadFlag");
+        lookup.message->SetReadFlag(0);
     }
-    AddTrace(L"CVelmarMapi::FindMessage cleanup");
+    trace.Step(L"cleanup");
     lookup = CFoundMessage{};
-    AddTrace(L"CVelmarMapi::FindMessage end");
     return true;
 }

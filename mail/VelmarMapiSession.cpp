@@ -1,10 +1,11 @@
 // CVelmarMapi: construction and destruction, MAPI initialisation, profiles, logon and logoff, and the trace.
 #include <cwchar>
 
-#include "app/ActivityList.h"
-#include "app/IniFile.h"
+#include "mail/MapiHelpers.h"
 #include "mail/VelmarMapi.h"
+#include "support/ActivityList.h"
 #include "support/CodePage.h"
+#include "support/IniFile.h"
 
 using namespace velmar::mail;
 
@@ -25,19 +26,17 @@ CVelmarMapi::CVelmarMapi(CActivityList* pActivityList) : m_pActivityList(pActivi
 }
 
 CVelmarMapi::~CVelmarMapi() {
-    AddTrace(L"CVelmarMapi::~CVelmarMapi start");
+    const CTraceScope trace(*this, L"CVelmarMapi::~CVelmarMapi");
     Logoff();
     m_lpProfAdmin.Reset();
     m_lpAddrBook.Reset();
     m_lpMAPISession.Reset();
-    AddTrace(L"CVelmarMapi::MAPIUninitialize start");
+    const CTraceScope uninitializeTrace(*this, L"CVelmarMapi::MAPIUninitialize");
     if (m_bMAPIInitialized) {
         if (const auto uninitialize = BoundMapiFunction<PFN_MAPIUninitialize>(MapiSlot::MAPIUninitialize))
             uninitialize();
         m_bMAPIInitialized = false;
     }
-    AddTrace(L"CVelmarMapi::MAPIUninitialize end");
-    AddTrace(L"CVelmarMapi::~CVelmarMapi end");
 }
 
 void CVelmarMapi::AddTrace(const std::wstring& text) {
@@ -45,70 +44,62 @@ void CVelmarMapi::AddTrace(const std::wstring& text) {
 }
 
 void CVelmarMapi::OutputError(const std::wstring& text) {
-    AddTrace(L"CVelmarMapi::OutputError start");
+    const CTraceScope trace(*this, L"CVelmarMapi::OutputError");
+    // Deliberate: the text is written twice.
     AddTrace(text);
     AddTrace(text);
-    AddTrace(L"CVelmarMapi::OutputError end");
 }
 
 void CVelmarMapi::MAPIInitialize() {
-    AddTrace(L"CVelmarMapi::MAPIInitialize start");
-    if (!m_bMAPIInitialized) {
-        if (const auto initialize = BoundMapiFunction<PFN_MAPIInitialize>(MapiSlot::MAPIInitialize)) {
-            MAPIINIT_0 init{0, 0};
-            if (SUCCEEDED(initialize(&init))) m_bMAPIInitialized = true;
-        }
+    const CTraceScope trace(*this, L"CVelmarMapi::MAPIInitialize");
+    if (m_bMAPIInitialized) return;
+    if (const auto initialize = BoundMapiFunction<PFN_MAPIInitialize>(MapiSlot::MAPIInitialize)) {
+        MAPIINIT_0 init{0, 0};
+        if (SUCCEEDED(initialize(&init))) m_bMAPIInitialized = true;
     }
-    AddTrace(L"CVelmarMapi::MAPIInitialize end");
 }
 
 std::vector<std::wstring> CVelmarMapi::GetProfileNames(int& nDefaultProfile) {
-    AddTrace(L"CVelmarMapi::GetProfileNames start");
+    const CTraceScope trace(*this, L"CVelmarMapi::GetProfileNames");
     nDefaultProfile = -1;
     // The list is built once for the life of the object.
-    if (m_ProfileNames.empty() && !m_lpProfAdmin) {
-        AddTrace(L"CVelmarMapi::GetProfileNames MAPIAdminProfiles start");
-        const auto adminProfiles = BoundMapiFunction<PFN_MAPIAdminProfiles>(MapiSlot::MAPIAdminProfiles);
-        const HRESULT hrAdmin = adminProfiles ? adminProfiles(0, m_lpProfAdmin.Put()) : E_FAIL;
-        // The closing line repeats the opening text; a missing entry point writes it once.
-        if (adminProfiles) AddTrace(L"CVelmarMapi::GetProfileNames MAPIAdminProfiles start");
-        CComPtr<IMAPITable> table;
-        HRESULT hr = E_FAIL;
-        if (SUCCEEDED(hrAdmin) && m_lpProfAdmin) {
-            AddTrace(L"CVelmarMapi::GetProfileNames GetProfileTable start");
-            hr = m_lpProfAdmin->GetProfileTable(0, table.Put());
-            AddTrace(L"CVelmarMapi::GetProfileNames GetProfileTable end");
-        }
-        if (SUCCEEDED(hr) && table) {
-            ULONG count = 0;
-            table->GetRowCount(0, &count);
-            table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr);
-            AddTrace(L"CVelmarMapi::GetProfileNames QueryRows start");
-            LPSRowSet rawRows = nullptr;
-            hr = table->QueryRows(static_cast<LONG>(count), 0, &rawRows);
-            const RowSetPtr rows(rawRows);
-            AddTrace(L"CVelmarMapi::GetProfileNames QueryRows end");
-            if (SUCCEEDED(hr) && rawRows) {
-                for (ULONG r = 0; r < rawRows->cRows; ++r) {
-                    const SRow& row = rawRows->aRow[r];
-                    for (ULONG c = 0; c < row.cValues; ++c) {
-                        const SPropValue& value = row.lpProps[c];
-                        std::wstring name;
-                        bool isName = true;
-                        if (value.ulPropTag == PR_DISPLAY_NAME_W)
-                            name = value.Value.lpszW ? value.Value.lpszW : L"";
-                        else if (value.ulPropTag == PR_DISPLAY_NAME_A || value.ulPropTag == 0x30000003)
-                            name = velmar::AnsiToWide(value.Value.lpszA ? value.Value.lpszA : "");
-                        else
-                            isName = false;
-                        if (isName && m_ProfileNames.size() <= r) m_ProfileNames.push_back(name);
-                        if (value.ulPropTag == PR_DEFAULT_PROFILE) nDefaultProfile = static_cast<int>(r);
-                    }
-                }
+    if (!m_ProfileNames.empty() || m_lpProfAdmin) return m_ProfileNames;
+    trace.Step(L"MAPIAdminProfiles start");
+    const auto adminProfiles = BoundMapiFunction<PFN_MAPIAdminProfiles>(MapiSlot::MAPIAdminProfiles);
+    if (!adminProfiles) return m_ProfileNames;
+    const HRESULT hrAdmin = adminProfiles(0, m_lpProfAdmin.Put());
+    // Deliberate: the closing line repeats the opening text.
+    trace.Step(L"MAPIAdminProfiles start");
+    if (FAILED(hrAdmin) || !m_lpProfAdmin) return m_ProfileNames;
+
+    trace.Step(L"GetProfileTable start");
+    CComPtr<IMAPITable> table;
+    const HRESULT hrTable = m_lpProfAdmin->GetProfileTable(0, table.Put());
+    trace.Step(L"GetProfileTable end");
+    if (FAILED(hrTable) || !table) return m_ProfileNames;
+    ULONG count = 0;
+    table->GetRowCount(0, &count);
+    table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr);
+    trace.Step(L"QueryRows start");
+    RowSetPtr rows;
+    const HRESULT hrRows = table->QueryRows(static_cast<LONG>(count), 0, OutPtr(rows));
+    trace.Step(L"QueryRows end");
+    if (FAILED(hrRows) || !rows) return m_ProfileNames;
+    for (ULONG r = 0; r < rows->cRows; ++r) {
+        const SRow& row = rows->aRow[r];
+        // Column order decides: each row gives its first name column, and the default flag names the row
+        // whatever its value (so with the column on every row, the last row is reported).
+        for (ULONG c = 0; c < row.cValues; ++c) {
+            const SPropValue& value = row.lpProps[c];
+            if (m_ProfileNames.size() <= r) {
+                if (value.ulPropTag == PR_DISPLAY_NAME_W)
+                    m_ProfileNames.push_back(value.Value.lpszW ? value.Value.lpszW : L"");
+                else if (value.ulPropTag == PR_DISPLAY_NAME_A || value.ulPropTag == 0x30000003)
+                    m_ProfileNames.push_back(velmar::AnsiToWide(value.Value.lpszA ? value.Value.lpszA : ""));
             }
+            if (value.ulPropTag == PR_DEFAULT_PROFILE) nDefaultProfile = static_cast<int>(r);
         }
     }
-    AddTrace(L"CVelmarMapi::GetProfileNames end");
     return m_ProfileNames;
 }
 
@@ -122,6 +113,7 @@ void CVelmarMapi::Logon(std::wstring strProfile, ULONG_PTR ulUIParam) {
     if (m_bMAPIInitialized) {
         m_lpMAPISession.Reset();
         m_strProfileName = strProfile;
+        m_strSessionProfileName = strProfile;
         AddTrace(L"CVelmarMapi::Logon MAPILogonEx start");
         const auto logon = BoundMapiFunction<PFN_MAPILogonEx>(MapiSlot::MAPILogonEx);
         const ULONG flags = MAPI_UNICODE | MAPI_EXTENDED | MAPI_EXPLICIT_PROFILE | MAPI_ALLOW_OTHERS |
@@ -136,30 +128,37 @@ void CVelmarMapi::Logon(std::wstring strProfile, ULONG_PTR ulUIParam) {
     AddTrace(L"CVelmarMapi::Logon");
 }
 
+bool CVelmarMapi::IsLoggedOnTo(const std::wstring& strProfile) const {
+    return m_lpMAPISession && m_strSessionProfileName == strProfile;
+}
+
+bool CVelmarMapi::IsInitialized() {
+    AddTrace(L"CVelmarMapi::IsInitialized");
+    return m_lpMAPISession && m_nStoreIndex != -1;
+}
+
 void CVelmarMapi::Logoff() {
-    AddTrace(L"CVelmarMapi::Logoff start");
-    AddTrace(L"CVelmarMapi::Logoff SetAddrBook");
+    const CTraceScope trace(*this, L"CVelmarMapi::Logoff");
+    trace.Step(L"SetAddrBook");
     SetAddrBook();
-    AddTrace(L"CVelmarMapi::Logoff ReleaseSessionData start");
+    trace.Step(L"ReleaseSessionData start");
     ReleaseSessionData();
-    AddTrace(L"CVelmarMapi::Logoff ReleaseSessionData end");
+    trace.Step(L"ReleaseSessionData end");
     if (m_lpMAPISession) {
         const HRESULT hr = m_lpMAPISession->Logoff(0, MAPI_LOGOFF_UI, 0);
         AddTrace(L"m_lpMAPISession->Logoff returns " + HexTrace(static_cast<unsigned>(hr)) +
                  L" m_lpMAPISession = " + HexTrace(reinterpret_cast<std::uintptr_t>(m_lpMAPISession.get())));
         m_lpMAPISession.Reset();
     }
-    AddTrace(L"CVelmarMapi::Logoff end");
 }
 
 void CVelmarMapi::SetAddrBook() {
-    AddTrace(L"CVelmarMapi::SetAddrBook start");
+    const CTraceScope trace(*this, L"CVelmarMapi::SetAddrBook");
     m_lpAddrBook.Reset();
-    AddTrace(L"CVelmarMapi::SetAddrBook end");
 }
 
 void CVelmarMapi::ReleaseSessionData() {
-    AddTrace(L"CVelmarMapi::ReleaseSessionData start");
+    const CTraceScope trace(*this, L"CVelmarMapi::ReleaseSessionData");
     m_nDefaultStore = -1;
     for (std::unique_ptr<MsgStoreEntry>& entry : m_MsgStores) {
         if (!entry) continue;
@@ -168,5 +167,4 @@ void CVelmarMapi::ReleaseSessionData() {
         entry->lpMsgStore.Reset();
     }
     m_MsgStores.clear();
-    AddTrace(L"CVelmarMapi::ReleaseSessionData end");
 }

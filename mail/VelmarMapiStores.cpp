@@ -2,6 +2,7 @@
 #include <cstring>
 #include <cwchar>
 
+#include "mail/MapiHelpers.h"
 #include "mail/VelmarMapi.h"
 
 using namespace velmar::mail;
@@ -47,65 +48,74 @@ void CVelmarMapi::AddStoreRow(const SRow& row, int rowIndex,
 }
 
 void CVelmarMapi::OpenMessageStoreTable() {
-    AddTrace(L"CVelmarMapi::OpenMessageStoreTable start");
+    const CTraceScope trace(*this, L"CVelmarMapi::OpenMessageStoreTable");
     std::map<std::wstring, std::wstring> addresses = StoreAddresses();
-    if (m_lpMAPISession) {
-        AddTrace(L"CVelmarMapi::OpenMessageStoreTable GetMsgStoresTable start");
-        CComPtr<IMAPITable> table;
-        const HRESULT hrTable = m_lpMAPISession->GetMsgStoresTable(0, table.Put());
-        if (SUCCEEDED(hrTable)) AddTrace(L"CVelmarMapi::OpenMessageStoreTable GetMsgStoresTable end");
-        if (SUCCEEDED(hrTable) && table) {
-            AddTrace(L"CVelmarMapi::OpenMessageStoreTable GetRowCount");
-            ULONG count = 0;
-            table->GetRowCount(0, &count);
-            AddTrace(L"CVelmarMapi::OpenMessageStoreTable QueryColumns");
-            LPSPropTagArray rawColumns = nullptr;
-            if (SUCCEEDED(table->QueryColumns(0, &rawColumns))) {
-                MapiBufferPtr<SPropTagArray> columns(rawColumns);
-                AddTrace(L"CVelmarMapi::OpenMessageStoreTable SeekRow start");
-                table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr);
-                AddTrace(L"CVelmarMapi::OpenMessageStoreTable SeekRow end");
-                AddTrace(L"CVelmarMapi::OpenMessageStoreTable QueryRows start");
-                LPSRowSet rawRows = nullptr;
-                const HRESULT hrRows = table->QueryRows(static_cast<LONG>(count), 0, &rawRows);
-                RowSetPtr rows(rawRows);
-                if (SUCCEEDED(hrRows) && rows) {
-                    AddTrace(L"CVelmarMapi::OpenMessageStoreTable QueryRows end");
-                    for (ULONG r = 0; r < rows->cRows; ++r)
-                        AddStoreRow(rows->aRow[r], static_cast<int>(r), addresses);
-                    AddTrace(L"CVelmarMapi::OpenMessageStoreTable FreeRows start");
-                    rows.reset();
-                    AddTrace(L"CVelmarMapi::OpenMessageStoreTable FreeRows end");
-                }
-                AddTrace(L"CVelmarMapi::OpenMessageStoreTable MAPIFreeBuffer start");
-                columns.reset();
-                AddTrace(L"CVelmarMapi::OpenMessageStoreTable MAPIFreeBuffer end");
-            }
-        }
+    if (!m_lpMAPISession) return;
+    trace.Step(L"GetMsgStoresTable start");
+    CComPtr<IMAPITable> table;
+    if (FAILED(m_lpMAPISession->GetMsgStoresTable(0, table.Put()))) return;
+    trace.Step(L"GetMsgStoresTable end");
+    if (!table) return;
+    trace.Step(L"GetRowCount");
+    ULONG count = 0;
+    table->GetRowCount(0, &count);
+    trace.Step(L"QueryColumns");
+    // The table's own column set, only freed at the end.
+    MapiBufferPtr<SPropTagArray> columns;
+    if (FAILED(table->QueryColumns(0, OutPtr(columns)))) return;
+    trace.Step(L"SeekRow start");
+    table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr);
+    trace.Step(L"SeekRow end");
+    trace.Step(L"QueryRows start");
+    RowSetPtr rows;
+    const HRESULT hrRows = table->QueryRows(static_cast<LONG>(count), 0, OutPtr(rows));
+    if (SUCCEEDED(hrRows) && rows) {
+        trace.Step(L"QueryRows end");
+        for (ULONG r = 0; r < rows->cRows; ++r) AddStoreRow(rows->aRow[r], static_cast<int>(r), addresses);
+        trace.Step(L"FreeRows start");
+        rows.reset();
+        trace.Step(L"FreeRows end");
     }
-    AddTrace(L"CVelmarMapi::OpenMessageStoreTable end");
+    trace.Step(L"MAPIFreeBuffer start");
+    columns.reset();
+    trace.Step(L"MAPIFreeBuffer end");
 }
 
 bool CVelmarMapi::SetMessageStore(std::wstring strDisplayName) {
-    AddTrace(L"CVelmarMapi::SetMessageStore start");
+    const CTraceScope trace(*this, L"CVelmarMapi::SetMessageStore");
     if (m_MsgStores.empty()) {
-        AddTrace(L"CVelmarMapi::SetMessageStore OpenMessageStoreTable start");
+        trace.Step(L"OpenMessageStoreTable start");
         OpenMessageStoreTable();
-        AddTrace(L"CVelmarMapi::SetMessageStore OpenMessageStoreTable end");
+        trace.Step(L"OpenMessageStoreTable end");
     }
     int found = -1;
-    for (size_t i = 0; i < m_MsgStores.size(); ++i) {
-        if (m_MsgStores[i] && m_MsgStores[i]->strDisplayName == strDisplayName) {
-            found = static_cast<int>(i);
-            break;
-        }
-    }
-    AddTrace(L"CVelmarMapi::SetMessageStore SetMessageStore start");
+    for (size_t i = 0; i < m_MsgStores.size() && found < 0; ++i)
+        if (m_MsgStores[i] && m_MsgStores[i]->strDisplayName == strDisplayName) found = static_cast<int>(i);
+    trace.Step(L"SetMessageStore start");
     if (found >= 0) {
-        AddTrace(L"CVelmarMapi::SetMessageStore start");
+        // Deliberate: the selection is traced as a call of its own, so a success writes the end line twice.
+        const CTraceScope selection(*this, L"CVelmarMapi::SetMessageStore");
         m_nStoreIndex = found;
-        AddTrace(L"CVelmarMapi::SetMessageStore end");
     }
-    AddTrace(L"CVelmarMapi::SetMessageStore end");
     return found >= 0;
+}
+
+void CVelmarMapi::RefreshMessageStoreTable() {
+    // The table appends to the list, so a second reading starts from an empty one.
+    if (!m_MsgStores.empty()) ReleaseSessionData();
+    OpenMessageStoreTable();
+}
+
+int CVelmarMapi::SetMessageStoreByIndex(int nIndex) {
+    const CTraceScope trace(*this, L"CVelmarMapi::SetMessageStore");
+    const int oldIndex = m_nStoreIndex;
+    if (nIndex >= 0 && static_cast<size_t>(nIndex) < m_MsgStores.size()) m_nStoreIndex = nIndex;
+    return oldIndex;
+}
+
+std::vector<MsgStoreInfo> CVelmarMapi::MessageStores() const {
+    std::vector<MsgStoreInfo> stores;
+    for (const std::unique_ptr<MsgStoreEntry>& entry : m_MsgStores)
+        if (entry) stores.push_back({entry->strDisplayName, entry->strEMailAddress});
+    return stores;
 }

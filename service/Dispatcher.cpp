@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "app/ActivityList.h"
 #include "json/CkJsonArray.h"
+#include "support/ActivityList.h"
 #include "support/CodePage.h"
 
 namespace velmar::service {
@@ -69,11 +69,11 @@ std::wstring CRequestDispatcher::RequestString(CkJsonObject& request, const char
 }
 
 bool CRequestDispatcher::GetProfileNames(CkJsonObject&, CkJsonObject& reply, std::atomic<bool>&) {
-    if (m_mapi.m_bMAPIInitialized) {
+    if (m_mapi.IsMAPIInitialized()) {
         int defaultProfile = -1;
         m_mapi.GetProfileNames(defaultProfile);
     }
-    const std::vector<std::wstring> names = m_mapi.m_ProfileNames;
+    const std::vector<std::wstring> names = m_mapi.ProfileNames();
     const bool success = !names.empty();
     // "status" leads as well as ends this reply: the writer appends its own.
     reply.AppendString("status", success ? "OK" : "FAILED");
@@ -89,35 +89,29 @@ bool CRequestDispatcher::GetProfileNames(CkJsonObject&, CkJsonObject& reply, std
 }
 
 bool CRequestDispatcher::Logon(CkJsonObject& request, CkJsonObject&, std::atomic<bool>&) {
-    if (m_mapi.m_bMAPIInitialized) {
+    if (m_mapi.IsMAPIInitialized()) {
         const std::wstring profile = RequestString(request, "data_string");
         // The logon's own outcome is not reported: a client checks the session with IsInitialized.
-        if (!(m_mapi.m_lpMAPISession && profile == m_strCurrentProfileName)) {
-            m_strCurrentProfileName = profile;
-            m_mapi.Logon(profile, 0);
-        }
+        if (!m_mapi.IsLoggedOnTo(profile)) m_mapi.Logon(profile, 0);
     }
-    return m_mapi.m_bMAPIInitialized;
+    return m_mapi.IsMAPIInitialized();
 }
 
 bool CRequestDispatcher::Logoff(CkJsonObject&, CkJsonObject&, std::atomic<bool>&) {
-    if (m_mapi.m_bMAPIInitialized) m_mapi.Logoff();
-    return m_mapi.m_bMAPIInitialized;
+    if (m_mapi.IsMAPIInitialized()) m_mapi.Logoff();
+    return m_mapi.IsMAPIInitialized();
 }
 
 bool CRequestDispatcher::OpenMessageStoreTable(CkJsonObject&, CkJsonObject& reply, std::atomic<bool>&) {
-    // The store table appends to the list, so a second request starts from an empty one.
-    if (!m_mapi.m_MsgStores.empty()) m_mapi.ReleaseSessionData();
-    m_mapi.OpenMessageStoreTable();
-    reply.AddIntAt(-1, "storeIndex", m_mapi.m_nStoreIndex);
+    m_mapi.RefreshMessageStoreTable();
+    reply.AddIntAt(-1, "storeIndex", m_mapi.StoreIndex());
     reply.AddArrayAt(-1, "messageStoreEntries");
     if (std::unique_ptr<CkJsonArray> array = reply.ArrayAt(reply.Count() - 1)) {
-        for (const std::unique_ptr<MsgStoreEntry>& entry : m_mapi.m_MsgStores) {
-            if (!entry) continue;
+        for (const MsgStoreInfo& entry : m_mapi.MessageStores()) {
             array->AddObjectAt(-1);
             if (std::unique_ptr<CkJsonObject> store = array->ObjectAt(array->Count() - 1)) {
-                store->AddStringAt(-1, "displayName", WideToAnsi(entry->strDisplayName).c_str());
-                store->AddStringAt(-1, "emailAddress", WideToAnsi(entry->strEMailAddress).c_str());
+                store->AddStringAt(-1, "displayName", WideToAnsi(entry.strDisplayName).c_str());
+                store->AddStringAt(-1, "emailAddress", WideToAnsi(entry.strEMailAddress).c_str());
             }
         }
     }
@@ -129,27 +123,22 @@ bool CRequestDispatcher::SetMessageStore(CkJsonObject& request, CkJsonObject& re
     bool success = true;
     if (!name.empty()) {
         success = m_mapi.SetMessageStore(name);
-        reply.AddIntAt(-1, "foundIndex", m_mapi.m_nStoreIndex);
+        reply.AddIntAt(-1, "foundIndex", m_mapi.StoreIndex());
     } else {
-        const int index = request.IntOf("data_int");
-        m_mapi.AddTrace(L"CVelmarMapi::SetMessageStore start");
-        const int oldIndex = m_mapi.m_nStoreIndex;
-        if (index >= 0 && static_cast<size_t>(index) < m_mapi.m_MsgStores.size())
-            m_mapi.m_nStoreIndex = index;
-        m_mapi.AddTrace(L"CVelmarMapi::SetMessageStore end");
+        // Out of range leaves the index as it was: the client sees "foundIndex" equal "oldIndex".
+        const int oldIndex = m_mapi.SetMessageStoreByIndex(request.IntOf("data_int"));
         reply.AddIntAt(-1, "oldIndex", oldIndex);
-        reply.AddIntAt(-1, "foundIndex", m_mapi.m_nStoreIndex);
+        reply.AddIntAt(-1, "foundIndex", m_mapi.StoreIndex());
     }
     return success;
 }
 
 bool CRequestDispatcher::IsInitialized(CkJsonObject&, CkJsonObject&, std::atomic<bool>&) {
-    m_mapi.AddTrace(L"CVelmarMapi::IsInitialized");
-    return m_mapi.m_lpMAPISession && m_mapi.m_nStoreIndex != -1;
+    return m_mapi.IsInitialized();
 }
 
 bool CRequestDispatcher::IsMAPIDllInitialized(CkJsonObject&, CkJsonObject&, std::atomic<bool>&) {
-    return m_mapi.m_bMAPIInitialized;
+    return m_mapi.IsMAPIInitialized();
 }
 
 // The request service posts the close once the reply is out (endsProgram in the table).

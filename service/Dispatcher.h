@@ -61,9 +61,6 @@ private:
     CActivityList& m_activity;
     // Requests of several connections take turns on the one mail session object.
     std::mutex m_mapiLock;
-    // The profile of the last Logon request. The session's own profile name also follows the message
-    // requests' "profileName", so it cannot tell whether a Logon asks for the session already open.
-    std::wstring m_strCurrentProfileName;
 };
 
 }  // namespace velmar::service

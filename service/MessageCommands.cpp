@@ -1,5 +1,4 @@
 // The message commands: a message named by its message id, its data as JSON, its attachments as files.
-#include "app/ActivityList.h"
 #include "json/CkJsonArray.h"
 #include "service/Dispatcher.h"
 #include "support/CodePage.h"
@@ -25,11 +24,12 @@ void AddText(CkJsonObject& reply, const char* name, const std::wstring& text) {
 bool CRequestDispatcher::GetMessageData(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>&) {
     const std::wstring messageId = RequestString(request, "messageId");
     const std::wstring address = RequestString(request, "toEMailAddress");
-    m_mapi.m_strProfileName = RequestString(request, "profileName");
-    m_mapi.m_nStoreIndex = request.IntOf("storeIndex");  // checked where it is used
+    m_mapi.SetProfileName(RequestString(request, "profileName"));
+    m_mapi.SetStoreIndex(request.IntOf("storeIndex"));  // checked where it is used
     const bool setRead = request.BoolOf("setReadIfMainMessageStore");
+    // Absent, the flag keeps what an earlier request set.
     if (request.HasMember("parameterStoreKestaEMailOptimalMessageStore"))
-        m_mapi.m_bOptimalMessageStore = request.BoolOf("parameterStoreKestaEMailOptimalMessageStore");
+        m_mapi.SetOptimalMessageStore(request.BoolOf("parameterStoreKestaEMailOptimalMessageStore"));
     EMailData data;
     m_mapi.GetMessageData(data, messageId, address, setRead);
 

@@ -9,9 +9,6 @@
 
 namespace velmar::service {
 
-// Requests larger than this end the connection.
-inline constexpr size_t kMaxMessageBytes = 1000000;
-
 class IPipeConnection {
 public:
     virtual ~IPipeConnection() = default;

@@ -1,5 +1,4 @@
-// The POSIX channel: a Unix-domain stream socket at $VELMAR_PIPE, else
-// $XDG_RUNTIME_DIR/velmartaskschedulernamedpipe, else the same name in a private folder under /tmp.
+// The POSIX channel: a Unix-domain stream socket at ServiceSocketPath(), framed by zero bytes.
 // The socket is for its owner only (mode 0600, and peers of another user id are refused).
 #include <fcntl.h>
 #include <unistd.h>
@@ -15,19 +14,18 @@
 #include <mutex>
 #include <thread>
 
-#include "mail/MapiLibrary.h"
 #include "service/PipeChannel.h"
+#include "support/ErrorText.h"
 #include "support/FramedSocket.h"
+#include "support/ServiceChannel.h"
 #include "support/Utf8.h"
 
 namespace velmar::service {
 namespace {
 
-constexpr const char* kSocketName = "velmartaskschedulernamedpipe";
-
 std::wstring ErrnoLine(const wchar_t* operation, int error) {
     errno = error;
-    return velmar::mail::FormatLastErrorText(operation);
+    return velmar::FormatLastErrorText(operation);
 }
 
 class CSocketConnection : public IPipeConnection {
@@ -35,7 +33,7 @@ public:
     explicit CSocketConnection(int fd) : m_socket(fd) {}
 
     bool ReadRequest(std::string& request, std::wstring& error) override {
-        switch (m_socket.Receive(request, kMaxMessageBytes, -1)) {
+        switch (m_socket.Receive(request, kMaxRequestBytes, -1)) {
             case CFramedSocket::Received::Message:
                 return true;
             case CFramedSocket::Received::TooLong:
@@ -64,20 +62,6 @@ public:
 private:
     CFramedSocket m_socket;
 };
-
-std::string SocketPath() {
-    if (const char* named = std::getenv("VELMAR_PIPE"); named && *named) return named;
-    if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime && *runtime)
-        return std::string(runtime) + "/" + kSocketName;
-    // A private folder of our own: made with mode 0700, and used only if it is ours and no link.
-    const std::string folder = "/tmp/velmar-" + std::to_string(getuid());
-    mkdir(folder.c_str(), 0700);
-    struct stat info {};
-    if (lstat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode) || info.st_uid != getuid() ||
-        (info.st_mode & 0077) != 0)
-        return {};
-    return folder + "/" + kSocketName;
-}
 
 // True when a running copy answers on the socket.
 bool SomeoneListens(const sockaddr_un& address) {
@@ -146,7 +130,7 @@ private:
 }  // namespace
 
 std::unique_ptr<IPipeListener> CreatePipeListener(std::wstring& error) {
-    const std::string path = SocketPath();
+    const std::string path = ServiceSocketPath();
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.empty() || path.size() >= sizeof address.sun_path) {

@@ -7,17 +7,16 @@
 #include <mutex>
 #include <vector>
 
-#include "mail/MapiLibrary.h"
 #include "service/PipeChannel.h"
+#include "support/ErrorText.h"
+#include "support/ServiceChannel.h"
 
 namespace velmar::service {
 namespace {
 
-constexpr const wchar_t* kPipeName = L"\\\\.\\pipe\\velmartaskschedulernamedpipe";
-
 class CPipeConnection : public IPipeConnection {
 public:
-    explicit CPipeConnection(HANDLE pipe) : m_pipe(pipe), m_buffer(kMaxMessageBytes) {}
+    explicit CPipeConnection(HANDLE pipe) : m_pipe(pipe), m_buffer(kMaxRequestBytes) {}
     ~CPipeConnection() override {
         if (m_pipe != INVALID_HANDLE_VALUE) {
             DisconnectNamedPipe(m_pipe);
@@ -43,7 +42,7 @@ public:
                                 nullptr) &&
                        got > 0;
             })) {
-            error = velmar::mail::FormatLastErrorText(L"ReadFile");
+            error = velmar::FormatLastErrorText(L"ReadFile");
             return false;
         }
         const char* begin = m_buffer.data();
@@ -59,7 +58,7 @@ public:
                 return WriteFile(m_pipe, reply.data(), static_cast<DWORD>(reply.size()), &written, nullptr) !=
                        FALSE;
             })) {
-            error = velmar::mail::FormatLastErrorText(L"WriteFile");
+            error = velmar::FormatLastErrorText(L"WriteFile");
             return false;
         }
         return true;
@@ -131,9 +130,9 @@ public:
         HANDLE pipe = INVALID_HANDLE_VALUE;
         while (pipe == INVALID_HANDLE_VALUE) {
             if (m_bClosed) return nullptr;
-            pipe = CreateNamedPipeW(kPipeName, PIPE_ACCESS_DUPLEX,
+            pipe = CreateNamedPipeW(kServicePipeName, PIPE_ACCESS_DUPLEX,
                                     PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT,
-                                    PIPE_UNLIMITED_INSTANCES, kMaxMessageBytes, kMaxMessageBytes, 0, nullptr);
+                                    PIPE_UNLIMITED_INSTANCES, kMaxRequestBytes, kMaxRequestBytes, 0, nullptr);
         }
         if ((!ConnectNamedPipe(pipe, nullptr) && GetLastError() != ERROR_PIPE_CONNECTED) || m_bClosed) {
             CloseHandle(pipe);
@@ -147,8 +146,8 @@ public:
     void Close() override {
         m_bClosed = true;
         while (m_bAccepting) {
-            HANDLE client =
-                CreateFileW(kPipeName, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+            HANDLE client = CreateFileW(kServicePipeName, GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                        OPEN_EXISTING, 0, nullptr);
             if (client != INVALID_HANDLE_VALUE) CloseHandle(client);
             Sleep(10);
         }

@@ -4,8 +4,8 @@
 #include <chrono>
 #include <cstring>
 
-#include "app/ActivityList.h"
-#include "service/RequestThreadContext.h"
+#include "mail/MapiThreadContext.h"
+#include "support/ActivityList.h"
 #include "support/CodePage.h"
 
 namespace velmar::service {
@@ -164,7 +164,7 @@ void CRequestService::MarkEnding(IPipeConnection& connection) {
 // Reads and dispatches until the connection ends or the service stops; what the thread set up for the
 // mail layer is undone when this returns.
 void CRequestService::ServeRequests(IPipeConnection& connection) {
-    const CRequestThreadContext threadContext;
+    const velmar::mail::CMapiThreadContext threadContext;
     std::string text;
     std::wstring error;
     while (!m_bStop) {

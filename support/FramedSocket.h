@@ -20,13 +20,14 @@ public:
     // Sends text and its zero byte; on false, errno says why.
     bool Send(std::string_view text);
     // The next message without its zero byte. Messages may arrive several in one read or one over several;
-    // a message that grows past maxBytes without its zero byte is TooLong. timeoutMilliseconds < 0 waits
-    // for ever. On Failed, errno says why.
+    // a message that takes more than maxBytes with its zero byte is TooLong (and the connection is no use
+    // after it). timeoutMilliseconds < 0 waits for ever. On Failed, errno says why.
     Received Receive(std::string& message, size_t maxBytes, int timeoutMilliseconds);
 
 private:
     int m_fd;
     std::string m_pending;  // bytes read past the last message
+    size_t m_searched = 0;  // how much of m_pending is known to hold no zero byte
 };
 
 }  // namespace velmar

@@ -28,13 +28,17 @@ bool CFramedSocket::Send(std::string_view text) {
 CFramedSocket::Received CFramedSocket::Receive(std::string& message, size_t maxBytes,
                                                int timeoutMilliseconds) {
     for (;;) {
-        const size_t end = m_pending.find('\0');
+        const size_t end = m_pending.find('\0', m_searched);
         if (end != std::string::npos) {
-            message = m_pending.substr(0, end);
+            // Judged by the message's own length, also when its zero byte came in the same read.
+            if (end >= maxBytes) return Received::TooLong;
+            message.assign(m_pending, 0, end);
             m_pending.erase(0, end + 1);
+            m_searched = 0;
             return Received::Message;
         }
-        if (m_pending.size() > maxBytes) return Received::TooLong;
+        m_searched = m_pending.size();
+        if (m_pending.size() >= maxBytes) return Received::TooLong;
         if (timeoutMilliseconds >= 0) {
             pollfd ready{m_fd, POLLIN, 0};
             const int polled = poll(&ready, 1, timeoutMilliseconds);
@@ -42,12 +46,14 @@ CFramedSocket::Received CFramedSocket::Receive(std::string& message, size_t maxB
             if (polled == 0) return Received::TimedOut;
             if (polled < 0) return Received::Failed;
         }
-        char buffer[64 * 1024];
-        const ssize_t got = read(m_fd, buffer, sizeof buffer);
+        constexpr size_t kChunk = 64 * 1024;
+        const size_t before = m_pending.size();
+        m_pending.resize(before + kChunk);
+        const ssize_t got = read(m_fd, m_pending.data() + before, kChunk);
+        m_pending.resize(before + (got > 0 ? static_cast<size_t>(got) : 0));
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) return Received::Failed;
         if (got == 0) return Received::Closed;
-        m_pending.append(buffer, static_cast<size_t>(got));
     }
 }
 

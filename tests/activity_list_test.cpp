@@ -2,7 +2,7 @@
 
 #include <thread>
 
-#include "app/ActivityList.h"
+#include "support/ActivityList.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <filesystem>
 #include <string>
 
-#include "app/IniFile.h"
-#include "app/IniPlatform.h"
+#include "support/IniFile.h"
+#include "support/IniPlatform.h"
 #include "tests/TestFiles.h"
 
 namespace {

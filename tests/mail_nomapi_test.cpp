@@ -4,8 +4,8 @@
 
 #include <cstdlib>
 
-#include "app/ActivityList.h"
 #include "mail/VelmarMapi.h"
+#include "support/ActivityList.h"
 
 namespace {
 
@@ -20,12 +20,12 @@ TEST(MailWithoutMapi, FailurePaths) {
 
     CActivityList activity;
     CVelmarMapi mapi(&activity);
-    EXPECT_FALSE(mapi.m_bMAPIInitialized);
+    EXPECT_FALSE(mapi.IsMAPIInitialized());
     int defaultProfile = 0;
     EXPECT_TRUE(mapi.GetProfileNames(defaultProfile).empty());
     EXPECT_EQ(defaultProfile, -1);
     mapi.Logon(L"Velmar", 0);
-    EXPECT_FALSE(mapi.m_lpMAPISession);
+    EXPECT_FALSE(mapi.HasSession());
     EXPECT_EQ(activity.Lines(), (Lines{L"CVelmarMapi::CVelmarMapi",
                                        L"CVelmarMapi::MAPIInitialize start",
                                        L"CVelmarMapi::MAPIInitialize end",

@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "app/ActivityList.h"
 #include "mail/VelmarMapi.h"
+#include "support/ActivityList.h"
 #include "tests/TestFiles.h"
 
 namespace {
@@ -42,7 +42,7 @@ using Lines = std::vector<std::wstring>;
 TEST_F(MailSession, ProfilesLogonStoresAndTheirTrace) {
     {
         CVelmarMapi mapi(&m_activity);
-        EXPECT_TRUE(mapi.m_bMAPIInitialized);
+        EXPECT_TRUE(mapi.IsMAPIInitialized());
         EXPECT_EQ(Take(), (Lines{L"CVelmarMapi::CVelmarMapi", L"CVelmarMapi::MAPIInitialize start",
                                  L"CVelmarMapi::MAPIInitialize end"}));
 
@@ -62,7 +62,7 @@ TEST_F(MailSession, ProfilesLogonStoresAndTheirTrace) {
         Take();
 
         mapi.Logon(L"Alpha", 0);
-        ASSERT_TRUE(mapi.m_lpMAPISession);
+        ASSERT_TRUE(mapi.HasSession());
         const Lines logon = Take();
         ASSERT_EQ(logon.size(), 19u);
         EXPECT_EQ(logon[15], L"CVelmarMapi::Logon MAPILogonEx start");
@@ -70,12 +70,13 @@ TEST_F(MailSession, ProfilesLogonStoresAndTheirTrace) {
         EXPECT_EQ(logon.back(), L"CVelmarMapi::Logon");
 
         mapi.OpenMessageStoreTable();
-        ASSERT_EQ(mapi.m_MsgStores.size(), 2u);
-        EXPECT_EQ(mapi.m_MsgStores[0]->strDisplayName, L"Eins");
-        EXPECT_EQ(mapi.m_MsgStores[0]->strEMailAddress, L"a@x");
-        EXPECT_EQ(mapi.m_MsgStores[1]->strEMailAddress, L"b@x");
-        EXPECT_EQ(mapi.m_nDefaultStore, 1);
-        EXPECT_EQ(mapi.m_nStoreIndex, 1);
+        const std::vector<MsgStoreInfo> stores = mapi.MessageStores();
+        ASSERT_EQ(stores.size(), 2u);
+        EXPECT_EQ(stores[0].strDisplayName, L"Eins");
+        EXPECT_EQ(stores[0].strEMailAddress, L"a@x");
+        EXPECT_EQ(stores[1].strEMailAddress, L"b@x");
+        EXPECT_EQ(mapi.DefaultStore(), 1);
+        EXPECT_EQ(mapi.StoreIndex(), 1);
         const Lines table = Take();
         EXPECT_EQ(table.front(), L"CVelmarMapi::OpenMessageStoreTable start");
         EXPECT_EQ(table[1], L"CVelmarMapi::OpenMessageStoreTable CreateDispatch");
@@ -91,13 +92,13 @@ TEST_F(MailSession, ProfilesLogonStoresAndTheirTrace) {
                          L"CVelmarMapi::OpenMessageStoreTable end"}));
 
         EXPECT_TRUE(mapi.SetMessageStore(L"Eins"));
-        EXPECT_EQ(mapi.m_nStoreIndex, 0);
+        EXPECT_EQ(mapi.StoreIndex(), 0);
         EXPECT_EQ(Take(), (Lines{L"CVelmarMapi::SetMessageStore start",
                                  L"CVelmarMapi::SetMessageStore SetMessageStore start",
                                  L"CVelmarMapi::SetMessageStore start", L"CVelmarMapi::SetMessageStore end",
                                  L"CVelmarMapi::SetMessageStore end"}));
         EXPECT_FALSE(mapi.SetMessageStore(L"eins")) << "names compare exactly";
-        EXPECT_EQ(mapi.m_nStoreIndex, 0);
+        EXPECT_EQ(mapi.StoreIndex(), 0);
         Take();
 
         mapi.OutputError(L"Fehler beim Ausgang \u00d6ffnung, Fehlernummer: 80004005");
@@ -119,7 +120,7 @@ TEST_F(MailSession, ProfilesLogonStoresAndTheirTrace) {
 TEST_F(MailSession, WithoutAnActivityListTheTraceIsDropped) {
     CVelmarMapi mapi(nullptr);
     mapi.Logon(L"Beta", 0);
-    EXPECT_TRUE(mapi.m_lpMAPISession);
+    EXPECT_TRUE(mapi.HasSession());
     EXPECT_EQ(m_activity.Count(), 0u);
 }
 
@@ -139,7 +140,7 @@ TEST_F(MailSession, MessageDataAndExportTraceEveryStepInOrder) {
     CVelmarMapi mapi(&m_activity);
     mapi.Logon(L"Alpha", 0);
     mapi.OpenMessageStoreTable();
-    mapi.m_nStoreIndex = 0;
+    mapi.SetStoreIndex(0);
     Take();
 
     EMailData data;

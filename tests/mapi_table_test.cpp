@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "mapi/runtime/MapiBuffers.h"
+#include "mapi/runtime/ProviderBuffers.h"
 #include "mapi/runtime/Table.h"
 #include "mapiutil.h"
 

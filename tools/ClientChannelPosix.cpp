@@ -3,22 +3,14 @@
 #include <sys/un.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 #include "support/FramedSocket.h"
+#include "support/ServiceChannel.h"
 #include "tools/ClientChannel.h"
 
 namespace velmar::tools {
 namespace {
-
-// The service's socket: $VELMAR_PIPE, else in $XDG_RUNTIME_DIR, else in the user's private folder in /tmp.
-std::string SocketPath() {
-    if (const char* named = std::getenv("VELMAR_PIPE"); named && *named) return named;
-    if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime && *runtime)
-        return std::string(runtime) + "/velmartaskschedulernamedpipe";
-    return "/tmp/velmar-" + std::to_string(getuid()) + "/velmartaskschedulernamedpipe";
-}
 
 class CSocketChannel : public IClientChannel {
 public:
@@ -26,8 +18,7 @@ public:
 
     bool Send(const std::string& request) override { return m_socket.Send(request); }
     bool Receive(std::string& reply, int timeoutMilliseconds) override {
-        // A reply is never larger than a request may be; anything longer is no reply of the service.
-        return m_socket.Receive(reply, 1000000, timeoutMilliseconds) ==
+        return m_socket.Receive(reply, kMaxReplyBytes, timeoutMilliseconds) ==
                velmar::CFramedSocket::Received::Message;
     }
 
@@ -38,11 +29,11 @@ private:
 }  // namespace
 
 std::unique_ptr<IClientChannel> ConnectToService(std::string& error) {
-    const std::string path = SocketPath();
+    const std::string path = ServiceSocketPath();
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
-        error = "socket path too long: " + path;
+    if (path.empty() || path.size() >= sizeof address.sun_path) {
+        error = "no usable socket path: '" + path + "'";
         return nullptr;
     }
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);

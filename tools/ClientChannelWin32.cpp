@@ -2,12 +2,11 @@
 
 #include <vector>
 
+#include "support/ServiceChannel.h"
 #include "tools/ClientChannel.h"
 
 namespace velmar::tools {
 namespace {
-
-constexpr const wchar_t* kPipeName = L"\\\\.\\pipe\\velmartaskschedulernamedpipe";
 
 class CPipeChannel : public IClientChannel {
 public:
@@ -30,11 +29,17 @@ public:
             if (GetTickCount64() >= deadline) return false;
             Sleep(5);
         }
-        std::vector<char> buffer(1000000);
-        DWORD got = 0;
-        if (!ReadFile(m_pipe, buffer.data(), static_cast<DWORD>(buffer.size()), &got, nullptr)) return false;
-        reply.assign(buffer.data(), got);
-        return true;
+        // One reply is one message, read in pieces while the pipe says there is more of it.
+        reply.clear();
+        std::vector<char> buffer(64 * 1024);
+        for (;;) {
+            DWORD got = 0;
+            const bool whole =
+                ReadFile(m_pipe, buffer.data(), static_cast<DWORD>(buffer.size()), &got, nullptr);
+            reply.append(buffer.data(), got);
+            if (whole) return true;
+            if (GetLastError() != ERROR_MORE_DATA || reply.size() > kMaxReplyBytes) return false;
+        }
     }
 
 private:
@@ -45,8 +50,8 @@ private:
 
 std::unique_ptr<IClientChannel> ConnectToService(std::string& error) {
     for (int attempt = 0; attempt < 50; ++attempt) {
-        HANDLE pipe =
-            CreateFileW(kPipeName, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+        HANDLE pipe = CreateFileW(kServicePipeName, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                  0, nullptr);
         if (pipe != INVALID_HANDLE_VALUE) {
             DWORD mode = PIPE_READMODE_MESSAGE;
             SetNamedPipeHandleState(pipe, &mode, nullptr, nullptr);
@@ -55,7 +60,7 @@ std::unique_ptr<IClientChannel> ConnectToService(std::string& error) {
         // Between two instances the pipe is briefly busy or not there at all.
         const DWORD error = GetLastError();
         if (error == ERROR_PIPE_BUSY)
-            WaitNamedPipeW(kPipeName, 100);
+            WaitNamedPipeW(kServicePipeName, 100);
         else if (error == ERROR_FILE_NOT_FOUND)
             Sleep(100);
         else

@@ -1,5 +1,5 @@
 #include "mapi/runtime/Table.h"
-#include "mapi/runtime/MapiBuffers.h"
+#include "mapi/runtime/ProviderBuffers.h"
 
 #include <algorithm>
 #include <cstdint>

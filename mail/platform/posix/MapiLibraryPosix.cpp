@@ -1,14 +1,11 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include "mail/MapiLibrary.h"
-#include "support/Utf8.h"
 
 namespace velmar::mail {
 
@@ -29,12 +26,6 @@ LibraryHandle LoadSystemMapiLibrary() {
 
 void* FindExport(LibraryHandle library, const char* name) {
     return library ? dlsym(library, name) : nullptr;
-}
-
-std::wstring FormatLastErrorText(const std::wstring& operationName) {
-    const int error = errno;
-    return L"Error" + operationName + L" failed with error " + std::to_wstring(error) + L": " +
-           Utf8ToWide(std::strerror(error));
 }
 
 }  // namespace velmar::mail

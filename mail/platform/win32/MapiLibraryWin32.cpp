@@ -50,7 +50,9 @@ HKEY OpenDefaultMailClientKey() {
     return clientKey;
 }
 
-// An 8-bit value of the key, or empty when missing, empty, or of another type.
+// An 8-bit value of the key with all its bytes, NULs included, or empty when missing, empty, or of another
+// type. Office registers MSIApplicationLCID and MSIOfficeLCID as REG_MULTI_SZ (a key, then value names), and
+// FGetComponentPath reads every string of it: cut at the first NUL, the qualifier would lose its value names.
 std::string ReadStringValue(HKEY key, const char* name) {
     char value[MAX_PATH] = {};
     DWORD type = 0;
@@ -58,7 +60,9 @@ std::string ReadStringValue(HKEY key, const char* name) {
     if (RegQueryValueExA(key, name, nullptr, &type, reinterpret_cast<BYTE*>(value), &size) != ERROR_SUCCESS ||
         size == 0 || (type != REG_SZ && type != REG_DWORD && type != REG_MULTI_SZ))
         return {};
-    return value;
+    // value[size] is still 0: with the string's own terminator, even a list stored without its final NUL
+    // ends in two.
+    return std::string(value, size + 1);
 }
 
 bool GetMapiComponentPath(const std::string& componentId, const char* qualifier, std::wstring& path) {
@@ -112,19 +116,6 @@ LibraryHandle LoadSystemMapiLibrary() {
 
 void* FindExport(LibraryHandle library, const char* name) {
     return library ? reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(library), name)) : nullptr;
-}
-
-std::wstring FormatLastErrorText(const std::wstring& operationName) {
-    const DWORD error = GetLastError();
-    wchar_t* message = nullptr;
-    FormatMessageW(
-        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-        error, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), reinterpret_cast<LPWSTR>(&message), 0, nullptr);
-    // The number prints as a signed int, as "%d" does: an HRESULT-style code shows negative.
-    std::wstring text = L"Error" + operationName + L" failed with error " +
-                        std::to_wstring(static_cast<int>(error)) + L": " + (message ? message : L"");
-    if (message) LocalFree(message);
-    return text;
 }
 
 }  // namespace velmar::mail

@@ -4,7 +4,7 @@
 
 #include <cstdio>
 
-#include "app/IniPlatform.h"
+#include "support/IniPlatform.h"
 
 namespace velmar::ini {
 namespace {

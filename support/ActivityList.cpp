@@ -1,4 +1,4 @@
-#include "app/ActivityList.h"
+#include "support/ActivityList.h"
 
 #include <cstdio>
 

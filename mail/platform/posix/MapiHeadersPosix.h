@@ -1,4 +1,4 @@
-// The MAPI declarations of this platform: our own MAPI's headers.
+// The MAPI declarations of the POSIX build: our own MAPI's SDK-shaped headers (see mail/MapiHeaders.h).
 #pragma once
 
 #include "imessage.h"

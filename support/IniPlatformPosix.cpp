@@ -5,8 +5,8 @@
 #include <climits>
 #include <cstdlib>
 
-#include "app/IniPlatform.h"
 #include "support/FileBytes.h"
+#include "support/IniPlatform.h"
 #include "support/IniText.h"
 #include "support/Utf8.h"
 

@@ -1,5 +1,6 @@
 // Owning holders for MAPI memory inside our MAPI: a buffer freed with MAPIFreeBuffer (with every block
-// chained to it), and a row set freed with FreeProws.
+// chained to it), and a row set freed with FreeProws. The mail layer has its own (mail/ClientMapiHolders.h):
+// it links no MAPI library and frees through the loaded function table, while our MAPI calls itself.
 #pragma once
 
 #include <memory>

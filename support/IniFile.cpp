@@ -1,6 +1,6 @@
-#include "app/IniFile.h"
+#include "support/IniFile.h"
 
-#include "app/IniPlatform.h"
+#include "support/IniPlatform.h"
 #include "support/NumberText.h"
 
 namespace {

@@ -1,5 +1,7 @@
 // Owning holders for what the mail layer gets from MAPI: buffers freed with MAPIFreeBuffer and row sets
 // freed with FreeProws, both called through the MAPI function table. Interfaces use CComPtr.
+// Beside these, our MAPI has its own (mapi/runtime/ProviderBuffers.h): the mail layer links no MAPI library
+// and frees through the loaded table, while our MAPI calls its own functions directly.
 #pragma once
 
 #include <memory>

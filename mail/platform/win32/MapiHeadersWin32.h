@@ -1,4 +1,5 @@
-// The MAPI declarations of this platform: the Windows SDK's headers, plus what mingw-w64 leaves out.
+// The MAPI declarations of the Windows build: the SDK's headers, plus what mingw-w64 leaves out (see
+// mail/MapiHeaders.h).
 #pragma once
 
 #include <windows.h>

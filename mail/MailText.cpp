@@ -1,0 +1,72 @@
+#include "mail/MailText.h"
+
+#include <cstring>
+#include <cwchar>
+#include <cwctype>
+
+#include "support/LocalTime.h"
+
+namespace velmar::mail {
+namespace {
+
+constexpr wchar_t kReplacedCharacters[] = L"^&*-+=[]\\|;:\",<>/?";
+constexpr size_t kMaxFileNameLength = 259;
+
+}  // namespace
+
+std::vector<std::wstring> AddressTokens(const std::wstring& addresses) {
+    std::vector<std::wstring> tokens;
+    size_t start = 0;
+    while (start <= addresses.size()) {
+        size_t end = addresses.find(L',', start);
+        if (end == std::wstring::npos) end = addresses.size();
+        const std::wstring piece = addresses.substr(start, end - start);
+        const size_t first = piece.find_first_not_of(L" \t\r\n");
+        const size_t last = piece.find_last_not_of(L" \t\r\n");
+        if (first != std::wstring::npos) tokens.push_back(piece.substr(first, last - first + 1));
+        start = end + 1;
+    }
+    // Deliberate: a trailing comma stands for one empty address.
+    if (!addresses.empty() && addresses.back() == L',') tokens.emplace_back();
+    std::vector<std::wstring> unique;
+    for (std::wstring& token : tokens)
+        if (unique.empty() || unique.back() != token) unique.push_back(std::move(token));
+    return unique;
+}
+
+std::wstring LocalDateText(const FILETIME& time) {
+    const unsigned long long ticks =
+        (static_cast<unsigned long long>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
+    const long long unixSeconds = static_cast<long long>(ticks / 10000000ULL) - 11644473600LL;
+    std::tm local{};
+    if (!velmar::ToLocalTime(unixSeconds, local)) return {};
+    wchar_t text[32] = {};
+    std::swprintf(text, 32, L"%.2d.%.2d.%.4d, %.2d:%.2d", local.tm_mday, local.tm_mon + 1,
+                  local.tm_year + 1900, local.tm_hour, local.tm_min);
+    return text;
+}
+
+std::wstring CleanFileName(const std::wstring& name) {
+    std::wstring cleaned = name.substr(0, kMaxFileNameLength);
+    for (size_t at = cleaned.find_first_of(kReplacedCharacters); at != std::wstring::npos;
+         at = cleaned.find_first_of(kReplacedCharacters, at + 1))
+        cleaned[at] = L'_';
+    return cleaned;
+}
+
+std::wstring CutAtNul(std::wstring text) {
+    text.resize(std::wcslen(text.c_str()));
+    return text;
+}
+
+std::string CutAtNul(std::string text) {
+    text.resize(std::strlen(text.c_str()));
+    return text;
+}
+
+std::wstring LowerText(std::wstring text) {
+    for (wchar_t& c : text) c = static_cast<wchar_t>(std::towlower(static_cast<wint_t>(c)));
+    return text;
+}
+
+}  // namespace velmar::mail

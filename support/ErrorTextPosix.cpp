@@ -1,0 +1,15 @@
+#include <cerrno>
+#include <cstring>
+
+#include "support/ErrorText.h"
+#include "support/Utf8.h"
+
+namespace velmar {
+
+std::wstring FormatLastErrorText(const std::wstring& operationName) {
+    const int error = errno;
+    return L"Error" + operationName + L" failed with error " + std::to_wstring(error) + L": " +
+           Utf8ToWide(std::strerror(error));
+}
+
+}  // namespace velmar
