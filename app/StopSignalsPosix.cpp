@@ -6,6 +6,8 @@
 #include "app/HeadlessWindow.h"
 
 void WatchStopSignals(CHeadlessWindow& window) {
+    // A reader of standard output that goes away must not end the program: the write just fails.
+    signal(SIGPIPE, SIG_IGN);
     // Blocked here, before any other thread exists, so that only the watcher receives them.
     sigset_t signals;
     sigemptyset(&signals);

@@ -1,17 +1,24 @@
 #include "support/ActivityList.h"
 
-#include <cstdio>
-
 #include "support/CodePage.h"
+#include "support/LineEcho.h"
+
+namespace {
+
+// What may wait for a slow reader of the echo before lines are dropped.
+constexpr size_t kMaxEchoBytes = 4u * 1024 * 1024;
+
+}  // namespace
+
+CActivityList::CActivityList(bool echoToStandardOutput) {
+    if (echoToStandardOutput) m_echo = std::make_unique<velmar::CLineEcho>(kMaxEchoBytes);
+}
+
+CActivityList::~CActivityList() = default;
 
 void CActivityList::Append(const std::wstring& line) {
     m_lines.push_back(line);
-    if (m_bEcho) {
-        std::string text = velmar::WideToAnsi(line);
-        text += '\n';
-        std::fwrite(text.data(), 1, text.size(), stdout);
-        std::fflush(stdout);
-    }
+    if (m_echo) m_echo->Push(velmar::WideToAnsi(line));
 }
 
 void CActivityList::AddLine(const std::wstring& line) {
@@ -21,9 +28,7 @@ void CActivityList::AddLine(const std::wstring& line) {
 
 void CActivityList::AddTraceLine(const std::wstring& line) {
     std::lock_guard lock(m_lock);
-    if (m_lines.size() > kMaxTraceLines)
-        m_lines.erase(m_lines.begin(),
-                      m_lines.begin() + static_cast<std::ptrdiff_t>(m_lines.size() - kMaxTraceLines));
+    while (m_lines.size() > kMaxTraceLines) m_lines.pop_front();
     Append(line);
 }
 
@@ -34,7 +39,7 @@ void CActivityList::Clear() {
 
 std::vector<std::wstring> CActivityList::Lines() const {
     std::lock_guard lock(m_lock);
-    return m_lines;
+    return std::vector<std::wstring>(m_lines.begin(), m_lines.end());
 }
 
 size_t CActivityList::Count() const {

@@ -1,19 +1,27 @@
 // The activity list: one line per step of the service and of the mail layer, in order. Lines may be added
-// from any thread. Without a window (headless), every line is also written to standard output as it is
-// added, so the service can be followed from a terminal.
+// from any thread. Without a window (headless), every line is also echoed to standard output, through a
+// queue, so that a slow reader of the output never holds up the service.
 #pragma once
 
-#include <functional>
+#include <deque>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
+
+namespace velmar {
+class CLineEcho;
+}
 
 class CActivityList {
 public:
     // The mail layer's trace keeps the list at most this long before it adds a line.
     static constexpr size_t kMaxTraceLines = 3000;
 
-    explicit CActivityList(bool echoToStandardOutput = false) : m_bEcho(echoToStandardOutput) {}
+    explicit CActivityList(bool echoToStandardOutput = false);
+    ~CActivityList();
+    CActivityList(const CActivityList&) = delete;
+    CActivityList& operator=(const CActivityList&) = delete;
 
     // A line of the service: appended at the end, without limit.
     void AddLine(const std::wstring& line);
@@ -30,6 +38,6 @@ private:
     void Append(const std::wstring& line);
 
     mutable std::mutex m_lock;
-    std::vector<std::wstring> m_lines;
-    bool m_bEcho;
+    std::deque<std::wstring> m_lines;  // the oldest lines leave from the front at constant cost
+    std::unique_ptr<velmar::CLineEcho> m_echo;
 };

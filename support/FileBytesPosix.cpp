@@ -47,4 +47,15 @@ std::optional<std::string> ReadFileBytes(const std::wstring& path, std::size_t m
     return bytes;
 }
 
+bool WriteStandardOutput(const std::string& text) {
+    size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t put = write(STDOUT_FILENO, text.data() + done, text.size() - done);
+        if (put < 0 && errno == EINTR) continue;
+        if (put <= 0) return false;
+        done += static_cast<size_t>(put);
+    }
+    return true;
+}
+
 }  // namespace velmar

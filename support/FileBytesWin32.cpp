@@ -40,4 +40,18 @@ std::optional<std::string> ReadFileBytes(const std::wstring& path, std::size_t m
     return bytes;
 }
 
+bool WriteStandardOutput(const std::string& text) {
+    const HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
+    if (output == nullptr || output == INVALID_HANDLE_VALUE) return false;
+    size_t done = 0;
+    while (done < text.size()) {
+        DWORD put = 0;
+        if (!WriteFile(output, text.data() + done, static_cast<DWORD>(text.size() - done), &put, nullptr) ||
+            put == 0)
+            return false;
+        done += put;
+    }
+    return true;
+}
+
 }  // namespace velmar

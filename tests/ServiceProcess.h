@@ -12,6 +12,8 @@ public:
     // Starts the program with the arguments; its standard output goes to logFile.
     CServiceProcess(const std::string& program, const std::vector<std::string>& arguments,
                     const std::string& logFile);
+    // POSIX: the same with standard output on a descriptor the caller owns (a pipe, say).
+    CServiceProcess(const std::string& program, const std::vector<std::string>& arguments, int outputFd);
     // Ends the process if it still runs.
     ~CServiceProcess();
     CServiceProcess(const CServiceProcess&) = delete;

@@ -10,8 +10,10 @@
 
 namespace velmar::test {
 
-CServiceProcess::CServiceProcess(const std::string& program, const std::vector<std::string>& arguments,
-                                 const std::string& logFile) {
+namespace {
+
+// Starts program with its standard output on output (closed in the parent by the caller).
+long long Spawn(const std::string& program, const std::vector<std::string>& arguments, int output) {
     std::vector<std::string> words{program};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
@@ -19,13 +21,25 @@ CServiceProcess::CServiceProcess(const std::string& program, const std::vector<s
     argv.push_back(nullptr);
     const pid_t pid = fork();
     if (pid == 0) {
-        const int log = open(logFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        if (log >= 0) dup2(log, STDOUT_FILENO);
+        if (output >= 0) dup2(output, STDOUT_FILENO);
         execv(program.c_str(), argv.data());
         _exit(127);
     }
-    m_process = pid;
+    return pid;
 }
+
+}  // namespace
+
+CServiceProcess::CServiceProcess(const std::string& program, const std::vector<std::string>& arguments,
+                                 const std::string& logFile) {
+    const int log = open(logFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    m_process = Spawn(program, arguments, log);
+    if (log >= 0) close(log);
+}
+
+CServiceProcess::CServiceProcess(const std::string& program, const std::vector<std::string>& arguments,
+                                 int outputFd)
+    : m_process(Spawn(program, arguments, outputFd)) {}
 
 CServiceProcess::~CServiceProcess() {
     if (m_process > 0 && !m_bExited) {
