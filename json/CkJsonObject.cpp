@@ -21,6 +21,8 @@ namespace {
 // Texts this short without an opening brace may name a file to load (a convenience callers rely on).
 constexpr size_t kFileNameTextLimit = 512;
 constexpr size_t kMaxJsonFileBytes = 256u * 1024 * 1024;
+constexpr const char* kPathAttention =
+    "\nAttention: The contents of the JSON should be passed to this method, NOT the file path.";
 
 std::string_view WithoutByteOrderMark(std::string_view text) {
     return text.starts_with("\xEF\xBB\xBF") ? text.substr(3) : text;
@@ -58,13 +60,27 @@ bool CkJsonObject::Load(std::string_view json) {
     if (!m_handle.IsBound()) return false;
     bool fromFile = false;
     const std::string text = LoadableText(json, fromFile);
+    const bool lookedLikeAPath = !fromFile && json.size() < kFileNameTextLimit && json.find('{') == json.npos;
+    return ReplaceMembers(text, lookedLikeAPath ? kPathAttention : "");
+}
+
+bool CkJsonObject::LoadText(const char* json) {
+    if (!json) return m_handle.Fail("No JSON text.");
+    return LoadText(std::string_view(json));
+}
+
+bool CkJsonObject::LoadText(std::string_view json) {
+    if (!m_handle.IsBound()) return false;
+    return ReplaceMembers(m_handle.ToDocumentText(WithoutByteOrderMark(json)), "");
+}
+
+// Parses UTF-8 text and takes the members of its top object; on failure the document stays as it was.
+bool CkJsonObject::ReplaceMembers(std::string_view documentText, std::string_view failureNote) {
     std::string error;
-    const JsonNodePtr parsed = velmar::json::ParseJson(text, error);
+    const JsonNodePtr parsed = velmar::json::ParseJson(documentText, error);
     if (!parsed || parsed->kind != JsonKind::Object) {
         if (parsed) error = "The JSON text is not an object.";
-        if (!fromFile && json.size() < kFileNameTextLimit && json.find('{') == json.npos)
-            error +=
-                "\nAttention: The contents of the JSON should be passed to this method, NOT the file path.";
+        error += failureNote;
         return m_handle.Fail(std::move(error));
     }
     const auto lock = m_handle.Lock();
@@ -76,10 +92,10 @@ const char* CkJsonObject::Emit() {
     if (!m_handle.IsBound()) return nullptr;
     const auto lock = m_handle.Lock();
     const velmar::json::JsonDocument& document = m_handle.Document();
-    const std::string text = velmar::json::WriteJson(
+    std::string text = velmar::json::WriteJson(
         *m_handle.Node(), {.compact = document.compactOutput, .crLfLineBreaks = document.crLfLineBreaks});
     m_handle.Succeed();
-    return m_handle.KeepResult(text);
+    return m_handle.KeepResult(std::move(text));
 }
 
 bool CkJsonObject::CompactOutput() {

@@ -25,6 +25,10 @@ public:
     // existing file is taken as that file's name and the file is loaded instead.
     bool Load(const char* json);
     bool Load(std::string_view json);
+    // As Load, but the text is always JSON: it is never taken as a file name. For text from outside
+    // (requests), which must not be able to make us read a file.
+    bool LoadText(const char* json);
+    bool LoadText(std::string_view json);
     // This object as JSON text, compact or indented as the document says; null on failure.
     const char* Emit();
 
@@ -58,6 +62,7 @@ private:
     bool AddMemberAt(int index, const char* name, velmar::json::JsonNodePtr value);
     velmar::json::JsonNodePtr Find(const char* path);
     std::string LoadableText(std::string_view json, bool& fromFile);
+    bool ReplaceMembers(std::string_view documentText, std::string_view failureNote);
 
     velmar::json::CJsonHandle m_handle;
 };

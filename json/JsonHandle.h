@@ -37,7 +37,7 @@ public:
     // 8-bit text of the caller to the document's UTF-8, and back.
     std::string ToDocumentText(std::string_view text) const;
     // Returns a pointer into one slot of a small ring, valid until that slot is reused.
-    const char* KeepResult(std::string_view documentText);
+    const char* KeepResult(std::string documentText);
 
     bool Succeed() { return m_bLastCallSucceeded = true; }
     bool Fail(std::string diagnostic) {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "json/JsonChars.h"
 #include "support/Utf8.h"
 
 namespace velmar::json {
@@ -85,8 +86,7 @@ bool CJsonParser::ParseString(std::string& out) {
     for (;;) {
         // Copy the run up to the next quote, backslash or control character in one step.
         const size_t runStart = m_pos;
-        while (!AtEnd() && Peek() != '"' && Peek() != '\\' && static_cast<unsigned char>(Peek()) >= 0x20)
-            ++m_pos;
+        m_pos = PlainRunEnd(m_text, m_pos);
         out.append(m_text.substr(runStart, m_pos - runStart));
         if (AtEnd()) return Fail("unterminated string");
         const char c = m_text[m_pos++];

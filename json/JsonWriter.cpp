@@ -1,5 +1,7 @@
 #include "json/JsonWriter.h"
 
+#include "json/JsonChars.h"
+
 namespace velmar::json {
 namespace {
 
@@ -53,12 +55,8 @@ private:
             case JsonKind::Array:
                 break;
         }
-        const bool isObject = node.kind == JsonKind::Object;
-        if (isObject ? node.members.empty() : node.elements.empty()) {
-            m_out += isObject ? "{}" : "[]";
-            return;
-        }
-        m_out += isObject ? '{' : '[';
+        // An empty container gets its frame too: indented, its closing bracket goes on a line of its own.
+        m_out += node.kind == JsonKind::Object ? '{' : '[';
         m_stack.push_back({&node, 0});
     }
 
@@ -79,7 +77,13 @@ private:
 void AppendQuoted(std::string& out, std::string_view text) {
     static constexpr char kHex[] = "0123456789abcdef";
     out += '"';
-    for (const char c : text) {
+    for (size_t pos = 0;;) {
+        // Runs without anything to escape are most of a mail body; they go over in one piece.
+        const size_t runEnd = PlainRunEnd(text, pos);
+        out.append(text.data() + pos, runEnd - pos);
+        if (runEnd == text.size()) break;
+        const char c = text[runEnd];
+        pos = runEnd + 1;
         switch (c) {
             case '"':
                 out += "\\\"";
@@ -102,14 +106,10 @@ void AppendQuoted(std::string& out, std::string_view text) {
             case '\t':
                 out += "\\t";
                 break;
-            default:
-                if (static_cast<unsigned char>(c) < 0x20) {
-                    out += "\\u00";
-                    out += kHex[(c >> 4) & 0x0F];
-                    out += kHex[c & 0x0F];
-                } else {
-                    out += c;
-                }
+            default:  // the other control characters
+                out += "\\u00";
+                out += kHex[(c >> 4) & 0x0F];
+                out += kHex[c & 0x0F];
         }
     }
     out += '"';

@@ -12,7 +12,8 @@ struct JsonWriteOptions {
 };
 
 // Compact: no white space at all. Indented: a line break after each opening bracket, one member or element
-// a line, two spaces a level, one space after ':'. Empty containers stay on one line as {} and [].
+// a line, two spaces a level, one space after ':'. An empty container is no exception: its closing bracket
+// stands on the next line at the container's own indentation ("[\r\n  ]"); compact, it is {} or [].
 std::string WriteJson(const JsonNode& node, JsonWriteOptions options);
 
 // Appends text as a quoted JSON string: quote, backslash and control characters escaped (RFC 8259).

@@ -175,7 +175,8 @@ void CRequestService::ServeRequests(IPipeConnection& connection) {
         m_activity.AddLine(L"HandlePipeRequest");
         m_activity.AddLine(AnsiToWide(text));
         CkJsonObject request;
-        request.Load(text);
+        // Only ever parsed: a request text that names a file is no way to read that file.
+        request.LoadText(text);
         const char* target = request.StringOf("command-target");
         if (target && std::strcmp(target, "MAPI") == 0) {
             m_activity.AddLine(L"Mapi handling");

@@ -53,7 +53,8 @@ TEST(JsonEmit, ReplyIdiomsNestAndIndent) {
               "    },\r\n"
               "    \"plain\"\r\n"
               "  ],\r\n"
-              "  \"empty\": [],\r\n"
+              "  \"empty\": [\r\n"
+              "  ],\r\n"
               "  \"status\": \"OK\"\r\n"
               "}");
     EXPECT_EQ(Emitted(reply, true),
@@ -62,6 +63,55 @@ TEST(JsonEmit, ReplyIdiomsNestAndIndent) {
     reply.SetCrLfLineBreaks(false);
     EXPECT_EQ(Emitted(reply, false).find('\r'), std::string::npos);
     EXPECT_NE(Emitted(reply, false).find("[\n    {\n      \"fileName\""), std::string::npos);
+}
+
+TEST(JsonEmit, EmptyContainersCloseOnTheirOwnLine) {
+    CkJsonObject root;
+    EXPECT_EQ(Emitted(root, false), "{\r\n}");
+    EXPECT_EQ(Emitted(root, true), "{}");
+
+    CkJsonObject reply;
+    ASSERT_TRUE(reply.AddArrayAt(-1, "arraystrings"));
+    reply.AppendString("status", "FAILED");
+    EXPECT_EQ(Emitted(reply, false), "{\r\n  \"arraystrings\": [\r\n  ],\r\n  \"status\": \"FAILED\"\r\n}");
+    EXPECT_EQ(Emitted(reply, true), R"({"arraystrings":[],"status":"FAILED"})");
+    reply.SetCrLfLineBreaks(false);
+    EXPECT_EQ(Emitted(reply, false), "{\n  \"arraystrings\": [\n  ],\n  \"status\": \"FAILED\"\n}");
+}
+
+TEST(JsonEmit, NestedEmptyContainersIndentAtTheirLevel) {
+    CkJsonObject reply;
+    ASSERT_TRUE(reply.LoadText(R"({"items":[{"name":"a","parts":[]},{},[],{"deeper":[[],{}]}],"last":[]})"));
+    EXPECT_EQ(Emitted(reply, false),
+              "{\r\n"
+              "  \"items\": [\r\n"
+              "    {\r\n"
+              "      \"name\": \"a\",\r\n"
+              "      \"parts\": [\r\n"
+              "      ]\r\n"
+              "    },\r\n"
+              "    {\r\n"
+              "    },\r\n"
+              "    [\r\n"
+              "    ],\r\n"
+              "    {\r\n"
+              "      \"deeper\": [\r\n"
+              "        [\r\n"
+              "        ],\r\n"
+              "        {\r\n"
+              "        }\r\n"
+              "      ]\r\n"
+              "    }\r\n"
+              "  ],\r\n"
+              "  \"last\": [\r\n"
+              "  ]\r\n"
+              "}");
+    EXPECT_EQ(Emitted(reply, true),
+              R"({"items":[{"name":"a","parts":[]},{},[],{"deeper":[[],{}]}],"last":[]})");
+    // Indented text reads back to the same document.
+    CkJsonObject again;
+    ASSERT_TRUE(again.LoadText(Emitted(reply, false)));
+    EXPECT_EQ(Emitted(again, true), Emitted(reply, true));
 }
 
 TEST(JsonEmit, InsertPositionsAndOrder) {
@@ -89,6 +139,60 @@ TEST(JsonEmit, EscapesPerRfc8259) {
     again.SetUtf8Strings(true);
     ASSERT_TRUE(again.Load(Emitted(json, true)));
     EXPECT_STREQ(again.StringOf("q\"uote"), "back\\slash \"q\" \b\f\n\r\t \x01\x1f / \xC3\xA9");
+}
+
+// Strings are scanned eight bytes at a time; a byte that needs escaping, or one that looks like such a byte
+// with its high bit set, must be found at any offset and next to any other.
+TEST(JsonEmit, EscapesAtEveryOffsetOfAWord) {
+    const std::string specials[] = {"\"", "\\", "\x01", "\x1f", "\n", "\t"};
+    const std::string plain[] = {" ", "!", "#", "[", "]", "\x7f", "\xC2\xA2", "\xC3\x9C", "\xC2\x9F"};
+    const auto escaped = [](const std::string& text) {
+        std::string out;
+        for (const char c : text) {
+            if (c == '"' || c == '\\')
+                out += std::string("\\") + c;
+            else if (c == '\n')
+                out += "\\n";
+            else if (c == '\t')
+                out += "\\t";
+            else if (static_cast<unsigned char>(c) < 0x20)
+                out += (c == 1 ? "\\u0001" : "\\u001f");
+            else
+                out += c;
+        }
+        return out;
+    };
+    for (size_t offset = 0; offset < 19; ++offset) {
+        for (const std::string& special : specials) {
+            for (const std::string& neighbour : plain) {
+                std::string value;
+                while (value.size() < offset) value += neighbour;
+                value += special;
+                for (int i = 0; i < 9; ++i) value += neighbour;
+                CkJsonObject json;
+                json.SetUtf8Strings(true);
+                ASSERT_TRUE(json.AppendString("v", value.c_str()));
+                ASSERT_EQ(Emitted(json, true), "{\"v\":\"" + escaped(value) + "\"}") << offset;
+                CkJsonObject again;
+                again.SetUtf8Strings(true);
+                ASSERT_TRUE(again.LoadText(Emitted(json, true))) << offset;
+                ASSERT_STREQ(again.StringOf("v"), value.c_str()) << offset;
+            }
+        }
+    }
+}
+
+TEST(JsonHandles, IllFormedUtf8IsRepairedAtAnyOffset) {
+    for (size_t offset = 0; offset < 19; ++offset) {
+        const std::string value = std::string(offset, 'a') + "\xFF" + std::string(9, 'b');
+        const std::string repaired = std::string(offset, 'a') + "\xEF\xBF\xBD" + std::string(9, 'b');
+        CkJsonObject json;
+        json.SetUtf8Strings(true);
+        ASSERT_TRUE(json.AppendString("v", value.c_str()));
+        EXPECT_EQ(std::string(json.StringOf("v")), repaired) << offset;
+        ASSERT_TRUE(json.LoadText("{\"v\":\"" + value + "\"}"));
+        EXPECT_EQ(std::string(json.StringOf("v")), repaired) << offset;
+    }
 }
 
 // ---------------------------------------------------------------------------------------------- lookups
@@ -295,6 +399,36 @@ TEST(JsonLoad, ShortTextWithoutBraceNamesAFile) {
     velmar::test::WriteFile(dir / "{odd}.json", "{\"a\":1}");
     CkJsonObject brace;
     EXPECT_FALSE(brace.Load((dir / "{odd}.json").string()));
+}
+
+TEST(JsonLoad, LoadTextNeverReadsAFile) {
+    velmar::test::CTempDir dir;
+    const auto file = dir / "request.json";
+    velmar::test::WriteFile(file, "{\"command\":\"IsInitialized\"}");
+
+    CkJsonObject json;
+    json.AppendString("kept", "yes");
+    EXPECT_FALSE(json.LoadText(file.string())) << "a file name is not JSON text";
+    EXPECT_FALSE(json.LastCallSucceeded());
+    EXPECT_FALSE(json.HasMember("command"));
+    EXPECT_STREQ(json.StringOf("kept"), "yes") << "a failed LoadText leaves the document as it was";
+    EXPECT_FALSE(json.LoadText(file.string().c_str()));
+    EXPECT_FALSE(json.HasMember("command"));
+    EXPECT_FALSE(json.LoadText(static_cast<const char*>(nullptr)));
+
+    // The same name given to Load still loads the file.
+    CkJsonObject loaded;
+    ASSERT_TRUE(loaded.Load(file.string()));
+    EXPECT_STREQ(loaded.StringOf("command"), "IsInitialized");
+
+    // Text is parsed as Load parses it: members replaced, a leading byte-order mark skipped, only objects.
+    ASSERT_TRUE(json.LoadText("\xEF\xBB\xBF{\"command\":\"Logon\",\"n\":[1]}"));
+    EXPECT_EQ(json.Count(), 2);
+    EXPECT_FALSE(json.HasMember("kept"));
+    EXPECT_STREQ(json.StringOf("command"), "Logon");
+    EXPECT_FALSE(json.LoadText("[1]"));
+    EXPECT_FALSE(json.LoadText("{\"a\":1} x"));
+    EXPECT_STREQ(json.StringOf("command"), "Logon");
 }
 
 // ---------------------------------------------------------------------------------------------- handles

@@ -113,7 +113,7 @@ TEST_F(ServiceEndToEnd, OnlyKnownCommandsForMapiAreAnswered) {
 
 TEST_F(ServiceEndToEnd, SessionAndStoreCommands) {
     const std::string noProfiles =
-        "{\r\n  \"status\": \"FAILED\",\r\n  \"arraystrings\": [],\r\n  \"status\": \"FAILED\"\r\n}";
+        "{\r\n  \"status\": \"FAILED\",\r\n  \"arraystrings\": [\r\n  ],\r\n  \"status\": \"FAILED\"\r\n}";
     const std::string profiles =
         "{\r\n  \"status\": \"OK\",\r\n  \"arraystrings\": [\r\n    {\r\n      \"element\": "
         "\"Velmar\"\r\n    }\r\n  ],\r\n  \"status\": \"OK\"\r\n}";

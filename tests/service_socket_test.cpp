@@ -143,6 +143,70 @@ TEST_F(ServiceSocket, FramingAndBrokenRequests) {
     EXPECT_FALSE(fs::exists(Socket()));
 }
 
+TEST_F(ServiceSocket, TheLimitCountsTheRequestAndItsZeroByte) {
+    Start();
+    // 999,999 bytes of text and the zero byte fill the buffer exactly: served.
+    const std::string head = R"({"command-target":"MAPI","command":"IsMAPIDllInitialized")";
+    const std::string fits = head + std::string(999999 - head.size() - 1, ' ') + "}" + '\0';
+    ASSERT_EQ(fits.size(), 1000000u);
+    CRawSocket largest(Socket());
+    ASSERT_TRUE(largest.Send(fits));
+    EXPECT_EQ(largest.Receive(kOk.size(), 10000), kOk);
+    // One byte more ends the connection unanswered, also when the zero byte comes in the same write.
+    const std::string tooLong = head + std::string(999999 - head.size(), ' ') + "}" + '\0';
+    CRawSocket oversized(Socket());
+    ASSERT_TRUE(oversized.Send(tooLong));
+    EXPECT_EQ(oversized.Receive(1, 2000), "");
+    EXPECT_TRUE(oversized.Closed(10000));
+    Close();
+}
+
+TEST_F(ServiceSocket, ARequestIsNeverReadFromAFile) {
+    Start();
+    // A short text without "{" that names a file holding a request: it is no request itself.
+    velmar::test::WriteFile(m_dir / "r.json",
+                            R"({"command-target":"MAPI","command":"IsMAPIDllInitialized"})");
+    CRawSocket client(Socket());
+    ASSERT_TRUE(client.Send((m_dir / "r.json").string() + '\0'));
+    EXPECT_EQ(client.Receive(1, 500), "") << "the file's request must not be answered";
+    ASSERT_TRUE(client.Send(kAsk));
+    EXPECT_EQ(client.Receive(kOk.size(), 5000), kOk);
+    Close();
+}
+
+TEST_F(ServiceSocket, AnOutputNobodyReadsHoldsUpNothing) {
+    int output[2];
+    ASSERT_EQ(pipe(output), 0);
+    m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{}, output[1]);
+    close(output[1]);
+    for (int attempt = 0; attempt < 200 && !CRawSocket(Socket()).Connected(); ++attempt)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    // Each request writes six lines: the pipe is full after a few hundred requests, and what waits for
+    // the reader is bounded too, so lines are dropped in the end.
+    CRawSocket client(Socket());
+    for (int i = 0; i < 30000; ++i) {
+        ASSERT_TRUE(client.Send(kAsk));
+        ASSERT_EQ(client.Receive(kOk.size(), 5000), kOk) << "request " << i;
+    }
+    // A reader that comes at last gets what was kept, then the count of what was left out, then the rest.
+    std::string echoed;
+    std::thread reader([&] {
+        char buffer[65536];
+        for (ssize_t got; (got = read(output[0], buffer, sizeof buffer)) > 0;)
+            echoed.append(buffer, static_cast<size_t>(got));
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    ASSERT_TRUE(client.Send(kAsk));
+    EXPECT_EQ(client.Receive(kOk.size(), 5000), kOk);
+    Close();
+    reader.join();
+    close(output[0]);
+    const size_t notice = echoed.find(" Zeilen ausgelassen\n");
+    ASSERT_NE(notice, std::string::npos);
+    EXPECT_NE(echoed.find("-> CloseVelmarTaskScheduler", notice), std::string::npos)
+        << "lines after the gap are echoed again";
+}
+
 TEST_F(ServiceSocket, SecondCopyIsRefusedAndStaleSocketsReplaced) {
     Start();
     velmar::test::CServiceProcess second(VELMAR_SERVICE_PROGRAM, {}, (m_dir / "second.log").string());
