@@ -2,6 +2,7 @@
 // attachment interfaces, over Maildir folders these tests write.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cstdlib>
@@ -98,6 +99,20 @@ constexpr char kHtmlOnlyMessage[] =
     "\n"
     "<html><body><style>p {color:red}</style><p>Erste&nbsp;Zeile</p><p>Zweite &amp; letzte "
     "\x80</p></body></html>\n";
+
+// Sets the times of a folder's new/ and cur/ to one second long past, as the index sees them when another
+// program renames a file within the same tick of the folder's clock: the index then trusts its old listing.
+void BackdateFolder(const fs::path& folder) {
+    const timespec past[2] = {{1700000000, 0}, {1700000000, 0}};
+    for (const char* sub : {"new", "cur"})
+        ASSERT_EQ(utimensat(AT_FDCWD, (folder / sub).c_str(), past, 0), 0) << sub;
+}
+
+// The text of a row's value, or "<error>" when the row lacks it.
+std::wstring RowText(const SRow& row, ULONG tag) {
+    const SPropValue* value = PpropFindProp(row.lpProps, row.cValues, tag);
+    return value ? value->Value.lpszW : L"<error>";
+}
 
 class MapiProvider : public ::testing::Test {
 protected:
@@ -532,6 +547,208 @@ TEST_F(MapiProvider, ConcurrentReadersOfOneFolder) {
     }
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(found.load(), 100);
+}
+
+TEST_F(MapiProvider, StoreTableAndStoresNameTheirOwners) {
+    velmar::test::WriteFile(m_dir / "owners.ini",
+                            "[Arbeit]\n"
+                            "store1.name = Postfach\n"
+                            "store1.path = main\n"
+                            "store1.address = me@example.org\n"
+                            "store2.name = Archiv\n"
+                            "store2.path = archive\n"
+                            "store2.address = archive@example.org\n"
+                            "store2.owner = Anna Archiv\n"
+                            "store3.name = Ohne\n"
+                            "store3.path = nobody\n");
+    velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "owners.ini").string());
+    CComPtr<IMAPISession> session = Logon(L"Arbeit");
+    ASSERT_TRUE(session);
+    CComPtr<IMAPITable> table;
+    ASSERT_EQ(session->GetMsgStoresTable(0, table.Put()), S_OK);
+
+    // The owner's columns follow the others, which keep their places.
+    LPSPropTagArray rawColumns = nullptr;
+    ASSERT_EQ(table->QueryColumns(0, &rawColumns), S_OK);
+    const std::vector<ULONG> columns(rawColumns->aulPropTag, rawColumns->aulPropTag + rawColumns->cValues);
+    MAPIFreeBuffer(rawColumns);
+    EXPECT_EQ(columns, (std::vector<ULONG>{PR_INSTANCE_KEY, PR_ENTRYID, PR_RECORD_KEY, PR_PROVIDER_DISPLAY_W,
+                                           PR_DISPLAY_NAME_W, PR_DEFAULT_STORE, PR_MDB_PROVIDER,
+                                           PR_RESOURCE_FLAGS, PR_EMAIL_ADDRESS_W, PR_MAILBOX_OWNER_NAME_W}));
+
+    // As the mail layer reads the owners' addresses.
+    SizedSPropTagArray(2, wanted) = {2, {PR_DISPLAY_NAME_W, PR_EMAIL_ADDRESS_W}};
+    ASSERT_EQ(table->SetColumns(reinterpret_cast<LPSPropTagArray>(&wanted), 0), S_OK);
+    CRowsHolder rows;
+    ASSERT_EQ(table->QueryRows(10, 0, &rows.rows), S_OK);
+    ASSERT_EQ(rows.rows->cRows, 3u);
+    for (ULONG r = 0; r < 3; ++r) {
+        ASSERT_EQ(rows.rows->aRow[r].cValues, 2u);
+        EXPECT_EQ(rows.rows->aRow[r].lpProps[0].ulPropTag, PR_DISPLAY_NAME_W);
+    }
+    EXPECT_STREQ(rows.rows->aRow[0].lpProps[0].Value.lpszW, L"Postfach");
+    EXPECT_EQ(rows.rows->aRow[0].lpProps[1].ulPropTag, PR_EMAIL_ADDRESS_W);
+    EXPECT_STREQ(rows.rows->aRow[0].lpProps[1].Value.lpszW, L"me@example.org");
+    EXPECT_STREQ(rows.rows->aRow[1].lpProps[1].Value.lpszW, L"archive@example.org");
+    EXPECT_EQ(rows.rows->aRow[2].lpProps[1].ulPropTag, CHANGE_PROP_TYPE(PR_EMAIL_ADDRESS_W, PT_ERROR))
+        << "a store without an address has none";
+
+    // The owner's name: the profile's, else the address's local part.
+    ASSERT_EQ(table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr), S_OK);
+    SizedSPropTagArray(1, names) = {1, {PR_MAILBOX_OWNER_NAME_W}};
+    ASSERT_EQ(table->SetColumns(reinterpret_cast<LPSPropTagArray>(&names), 0), S_OK);
+    CRowsHolder owners;
+    ASSERT_EQ(table->QueryRows(10, 0, &owners.rows), S_OK);
+    ASSERT_EQ(owners.rows->cRows, 3u);
+    EXPECT_EQ(RowText(owners.rows->aRow[0], PR_MAILBOX_OWNER_NAME_W), L"me");
+    EXPECT_EQ(RowText(owners.rows->aRow[1], PR_MAILBOX_OWNER_NAME_W), L"Anna Archiv");
+    EXPECT_EQ(RowText(owners.rows->aRow[2], PR_MAILBOX_OWNER_NAME_W), L"<error>");
+
+    // The stores themselves say the same.
+    CComPtr<IMsgStore> mine = OpenStore(session.get(), 0);
+    ASSERT_TRUE(mine);
+    EXPECT_EQ(WideProp(mine.get(), PR_EMAIL_ADDRESS_W), L"me@example.org");
+    EXPECT_EQ(WideProp(mine.get(), PR_MAILBOX_OWNER_NAME_W), L"me");
+    CComPtr<IMsgStore> archive = OpenStore(session.get(), 1);
+    ASSERT_TRUE(archive);
+    EXPECT_EQ(WideProp(archive.get(), PR_EMAIL_ADDRESS_W), L"archive@example.org");
+    EXPECT_EQ(WideProp(archive.get(), PR_MAILBOX_OWNER_NAME_W), L"Anna Archiv");
+    CComPtr<IMsgStore> nobody = OpenStore(session.get(), 2);
+    ASSERT_TRUE(nobody);
+    EXPECT_EQ(WideProp(nobody.get(), PR_EMAIL_ADDRESS_W), L"<missing>");
+}
+
+TEST_F(MapiProvider, EmbeddedProfileOwnerIsTheUser) {
+    velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "none.ini").string());
+    velmar::test::SetEnvironment("XDG_DATA_HOME", (m_dir / "data").string());
+    velmar::test::SetEnvironment("USER", "maria");
+    CComPtr<IMAPISession> session = Logon(L"Velmar");
+    ASSERT_TRUE(session);
+    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
+    ASSERT_TRUE(store);
+    EXPECT_EQ(WideProp(store.get(), PR_EMAIL_ADDRESS_W), L"maria@localhost");
+    EXPECT_EQ(WideProp(store.get(), PR_MAILBOX_OWNER_NAME_W), L"maria");
+}
+
+TEST_F(MapiProvider, ContentsTableValuesSortAndRestrict) {
+    CComPtr<IMAPISession> session = Logon(L"Arbeit");
+    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
+    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    const std::string betaText = "Message-ID: <b@x>\nSubject: Beta\n\nbody\n";
+    Deliver(m_mainPath, "1700000060.M1P1.host:2,FS", betaText, "cur");
+    Deliver(m_mainPath, "1700000061.M1P1.host", kRichMessage);
+    Deliver(m_mainPath, "1700000062.M1P1.host", "Message-ID: <a@x>\nSubject: Alpha\n\nbody\n");
+
+    CComPtr<IMAPITable> table;
+    ASSERT_EQ(inbox->GetContentsTable(0, table.Put()), S_OK);
+    SizedSPropTagArray(6, columns) = {6,
+                                      {PR_SUBJECT_W, PR_INTERNET_MESSAGE_ID_W, PR_MESSAGE_FLAGS,
+                                       PR_MESSAGE_CLASS_A, PR_INSTANCE_KEY, PR_MESSAGE_SIZE}};
+    ASSERT_EQ(table->SetColumns(reinterpret_cast<LPSPropTagArray>(&columns), 0), S_OK);
+    SSortOrderSet order{1, 0, 0, {{PR_SUBJECT_W, TABLE_SORT_DESCEND}}};
+    ASSERT_EQ(table->SortTable(&order, 0), S_OK);
+    CRowsHolder rows;
+    ASSERT_EQ(table->QueryRows(10, 0, &rows.rows), S_OK);
+    ASSERT_EQ(rows.rows->cRows, 3u);
+    const wchar_t* subjects[] = {L"Gr\u00fc\u00dfe aus K\u00f6ln", L"Beta", L"Alpha"};
+    for (ULONG r = 0; r < 3; ++r) EXPECT_EQ(RowText(rows.rows->aRow[r], PR_SUBJECT_W), subjects[r]) << r;
+    const SRow& beta = rows.rows->aRow[1];
+    EXPECT_EQ(RowText(beta, PR_INTERNET_MESSAGE_ID_W), L"<b@x>") << "8-bit ids read as wide strings";
+    EXPECT_EQ(beta.lpProps[2].Value.l, static_cast<LONG>(MSGFLAG_READ)) << "the file has the S flag";
+    EXPECT_EQ(rows.rows->aRow[2].lpProps[2].Value.l, 0);
+    EXPECT_STREQ(beta.lpProps[3].Value.lpszA, "IPM.Note");
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(beta.lpProps[4].Value.bin.lpb),
+                          beta.lpProps[4].Value.bin.cb),
+              "1700000060.M1P1.host");
+    EXPECT_EQ(beta.lpProps[5].Value.l, static_cast<LONG>(betaText.size()));
+
+    // A substring of a decoded subject, ignoring case.
+    SPropValue pattern{};
+    pattern.ulPropTag = PR_SUBJECT_W;
+    pattern.Value.lpszW = const_cast<LPWSTR>(L"K\u00d6LN");
+    SRestriction restriction{};
+    restriction.rt = RES_CONTENT;
+    restriction.res.resContent = {FL_SUBSTRING | FL_IGNORECASE, PR_SUBJECT_W, &pattern};
+    ASSERT_EQ(table->Restrict(&restriction, 0), S_OK);
+    CRowsHolder found;
+    ASSERT_EQ(table->QueryRows(10, 0, &found.rows), S_OK);
+    ASSERT_EQ(found.rows->cRows, 1u);
+    EXPECT_EQ(RowText(found.rows->aRow[0], PR_INTERNET_MESSAGE_ID_W), L"<rich-1@example.org>");
+}
+
+TEST_F(MapiProvider, MessageRenamedAfterTheTableWasReadStillHasItsContent) {
+    CComPtr<IMAPISession> session = Logon(L"Arbeit");
+    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
+    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    Deliver(m_mainPath, "1700000070.M1P1.host", kRichMessage);
+    BackdateFolder(m_mainPath);
+
+    CComPtr<IMAPITable> table;
+    ASSERT_EQ(inbox->GetContentsTable(0, table.Put()), S_OK);
+    CRowsHolder rows;
+    ASSERT_EQ(table->QueryRows(1, 0, &rows.rows), S_OK);
+    ASSERT_EQ(rows.rows->cRows, 1u);
+    const SPropValue* id = PpropFindProp(rows.rows->aRow[0].lpProps, rows.rows->aRow[0].cValues, PR_ENTRYID);
+    ASSERT_NE(id, nullptr);
+
+    // A mail client takes the message to cur/ and marks it read, within the tick the index saw.
+    fs::rename(m_mainPath / "new" / "1700000070.M1P1.host", m_mainPath / "cur" / "1700000070.M1P1.host:2,S");
+    BackdateFolder(m_mainPath);
+
+    ULONG type = 0;
+    LPUNKNOWN object = nullptr;
+    ASSERT_EQ(store->OpenEntry(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), nullptr, 0,
+                               &type, &object),
+              S_OK);
+    CComPtr<IMessage> message(static_cast<IMessage*>(object));
+    EXPECT_EQ(WideProp(message.get(), PR_BODY_W), L"Gr\u00fc\u00dfe");
+    EXPECT_EQ(LongProp(message.get(), PR_MESSAGE_FLAGS) & MSGFLAG_READ, static_cast<LONG>(MSGFLAG_READ));
+    CComPtr<IMAPITable> attachments;
+    ASSERT_EQ(message->GetAttachmentTable(0, attachments.Put()), S_OK);
+    ULONG count = 0;
+    ASSERT_EQ(attachments->GetRowCount(0, &count), S_OK);
+    EXPECT_EQ(count, 2u);
+    CComPtr<IAttach> pdf;
+    ASSERT_EQ(message->OpenAttach(1, nullptr, 0, pdf.Put()), S_OK);
+    LPUNKNOWN unknown = nullptr;
+    ASSERT_EQ(pdf->OpenProperty(PR_ATTACH_DATA_BIN, &IID_IStream, 0, 0, &unknown), S_OK);
+    CComPtr<IStream> bytes(static_cast<IStream*>(unknown));
+    EXPECT_EQ(ReadStream(bytes.get()), "%PDF-1.4\n");
+}
+
+TEST_F(MapiProvider, ReadFlagFollowsAFileRenamedAfterItWasOpened) {
+    CComPtr<IMAPISession> session = Logon(L"Arbeit");
+    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
+    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    Deliver(m_mainPath, "1700000080.M1P1.host", kRichMessage);
+    BackdateFolder(m_mainPath);
+    CComPtr<IMessage> message = FindMessage(store.get(), inbox.get(), "<rich-1@example.org>");
+    ASSERT_TRUE(message);
+
+    // A sync tool takes the message to cur/ and flags it.
+    fs::rename(m_mainPath / "new" / "1700000080.M1P1.host", m_mainPath / "cur" / "1700000080.M1P1.host:2,F");
+    BackdateFolder(m_mainPath);
+
+    LPUNKNOWN unknown = nullptr;
+    ASSERT_EQ(message->OpenProperty(PR_BODY_W, &IID_IStream, 0, 0, &unknown), S_OK);
+    CComPtr<IStream> body(static_cast<IStream*>(unknown));
+    EXPECT_EQ(ReadStream(body.get()).size(), 5 * sizeof(wchar_t)) << "the body was read when it was opened";
+    ASSERT_EQ(message->SetReadFlag(0), S_OK);
+    EXPECT_TRUE(fs::exists(m_mainPath / "cur" / "1700000080.M1P1.host:2,FS")) << "its flag is kept";
+    EXPECT_FALSE(fs::exists(m_mainPath / "cur" / "1700000080.M1P1.host:2,F"));
+    EXPECT_FALSE(fs::exists(m_mainPath / "new" / "1700000080.M1P1.host"));
+    EXPECT_EQ(LongProp(message.get(), PR_MESSAGE_FLAGS) & MSGFLAG_READ, static_cast<LONG>(MSGFLAG_READ));
+
+    // Through the folder, on a file renamed once more.
+    fs::rename(m_mainPath / "cur" / "1700000080.M1P1.host:2,FS",
+               m_mainPath / "cur" / "1700000080.M1P1.host:2,S");
+    const std::vector<BYTE> entryId = BinaryProp(message.get(), PR_ENTRYID);
+    SBinary entry{static_cast<ULONG>(entryId.size()), const_cast<BYTE*>(entryId.data())};
+    ENTRYLIST list{1, &entry};
+    EXPECT_EQ(inbox->SetReadFlags(&list, 0, nullptr, CLEAR_READ_FLAG), S_OK);
+    EXPECT_TRUE(fs::exists(m_mainPath / "cur" / "1700000080.M1P1.host:2,"));
+    EXPECT_EQ(message->SetReadFlag(0), S_OK) << "the object's own name is stale again";
+    EXPECT_TRUE(fs::exists(m_mainPath / "cur" / "1700000080.M1P1.host:2,S"));
 }
 
 }  // namespace

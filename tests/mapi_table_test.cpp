@@ -543,11 +543,11 @@ public:
                 m_index[std::get<std::wstring>(id->data)].push_back(row);
     }
     size_t RowCount() const override { return m_rows.RowCount(); }
-    const CPropValue* Find(size_t row, ULONG tag) const override {
+    const CPropValue* Find(size_t row, ULONG tag, CPropValue& slot) const override {
         ++m_finds;
         if (PROP_ID(tag) == PROP_ID(PR_INTERNET_MESSAGE_ID_W))
             ADD_FAILURE() << "message id read from row " << row;
-        return m_rows.Find(row, tag);
+        return m_rows.Find(row, tag, slot);
     }
     std::vector<ULONG> DefaultColumns() const override { return m_rows.DefaultColumns(); }
     std::optional<std::vector<size_t>> IndexedEqual(const SPropValue& value) const override {

@@ -29,11 +29,8 @@ std::vector<CPropValue> CMaildirFolder::Properties() const {
     std::vector<CPropValue> props = FolderRow(m_store, m_folderName);
     const auto snapshot =
         IndexForFolder(FolderPath(m_store.path, m_folderName), m_store.id, m_folderName)->Refresh();
-    std::int32_t unread = 0;
-    for (const CIndexedMessage& message : snapshot->Messages())
-        if (message.flags.find('S') == std::string::npos) ++unread;
     props.push_back({PR_CONTENT_COUNT, static_cast<std::int32_t>(snapshot->RowCount())});
-    props.push_back({PR_CONTENT_UNREAD, unread});
+    props.push_back({PR_CONTENT_UNREAD, static_cast<std::int32_t>(snapshot->UnreadCount())});
     props.push_back({PR_FOLDER_TYPE, static_cast<std::int32_t>(FOLDER_GENERIC)});
     props.push_back({PR_CONTAINER_CLASS_W, std::wstring(L"IPF.Note")});
     props.push_back({PR_RECORD_KEY, EncodeEntryId({EntryKind::Folder, m_store.id, m_folderName, {}})});

@@ -45,12 +45,17 @@ std::wstring FolderDisplayName(std::string_view folderName) {
 }
 
 CMaildirName SplitMaildirName(std::string_view fileName) {
-    size_t info = fileName.rfind(":2,");
-    if (info == std::string_view::npos) info = fileName.rfind(";2,");
-    if (info == std::string_view::npos) return {std::string(fileName), {}, ':'};
+    const size_t info = MaildirKey(fileName).size();
+    if (info == fileName.size()) return {std::string(fileName), {}, ':'};
     std::string flags(fileName.substr(info + 3));
     std::sort(flags.begin(), flags.end());
     return {std::string(fileName.substr(0, info)), flags, fileName[info]};
+}
+
+std::string_view MaildirKey(std::string_view fileName) {
+    size_t info = fileName.rfind(":2,");
+    if (info == std::string_view::npos) info = fileName.rfind(";2,");
+    return info == std::string_view::npos ? fileName : fileName.substr(0, info);
 }
 
 std::string JoinMaildirName(const CMaildirName& name) {

@@ -28,6 +28,8 @@ struct CMaildirName {
     char separator = ':';  // some servers write ";2," where ':' is not allowed in file names
 };
 CMaildirName SplitMaildirName(std::string_view fileName);
+// The key of a file name as SplitMaildirName gives it, as a view into fileName.
+std::string_view MaildirKey(std::string_view fileName);
 std::string JoinMaildirName(const CMaildirName& name);
 
 }  // namespace velmar::mapi

@@ -1,51 +1,94 @@
 // What a folder's contents table shows, without parsing whole messages: the headers of each file are read
 // once, and later refreshes only look at files that came, went or were renamed. Lookups by Message-ID go
 // through a hash index, so they cost the same for ten messages or a hundred thousand.
+//
+// A large inbox stays resident, so a message costs a fixed record and its strings (file name, Message-ID,
+// subject as UTF-8) packed into one text block; table values are made when a row is read, not kept.
 #pragma once
 
 #include <ctime>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
-#include <unordered_map>
+#include <string_view>
 #include <vector>
 
+#include "mapi/provider/RowHash.h"
 #include "mapi/runtime/TableRows.h"
 
 namespace velmar::mapi {
 
+// How often a reader looks a message up again when its file was renamed by another program (a mail client
+// moving it from new/ to cur/, a sync tool changing its flags) between the lookup and the open or rename.
+inline constexpr int kRenameRetries = 3;
+
+// One message of a snapshot. The views point into the snapshot and live as long as it does.
 struct CIndexedMessage {
-    std::string key;       // unique part of the file name
-    std::string fileName;  // in new/ or cur/
+    std::string_view key;       // unique part of the file name
+    std::string_view fileName;  // in new/ or cur/
     bool inNew = false;
-    std::string flags;
-    std::string messageId;  // the Message-ID header as written, white space trimmed
-    std::wstring subject;   // decoded
-    CFileTime delivered;    // the file's modification time
+    std::string_view flags;      // the letters after ":2,", as the file name has them
+    std::string_view messageId;  // the Message-ID header as written, white space trimmed
+    std::string_view subject;    // decoded, UTF-8
+    CFileTime delivered;         // the file's modification time
     std::uint64_t size = 0;
-    std::vector<CPropValue> values;  // the table columns of this message
 };
 
 // One state of a folder, shared by every table made from it; never changes once made.
 class CIndexSnapshot : public ITableRows {
 public:
-    CIndexSnapshot(std::vector<CIndexedMessage> messages, std::string folderPath);
+    // A message as the snapshot holds it: its strings are at text in the snapshot's text block, the file
+    // name first (the key is its first keyLength bytes), then the Message-ID, then the subject.
+    struct CEntry {
+        std::uint64_t delivered = 0;  // CFileTime ticks
+        std::uint64_t size = 0;
+        std::uint64_t text = 0;
+        std::uint32_t messageIdLength = 0;
+        std::uint32_t subjectLength = 0;
+        std::uint16_t nameLength = 0;  // a file name is at most 255 bytes
+        std::uint16_t keyLength = 0;
+        bool inNew = false;
+    };
 
-    size_t RowCount() const override { return m_messages.size(); }
-    const CPropValue* Find(size_t row, ULONG tag) const override;
+    // entries in row order, their strings in text. Throws std::bad_alloc.
+    CIndexSnapshot(std::vector<CEntry> entries, std::string text, std::string folderPath,
+                   std::uint64_t storeId, std::string folderName);
+
+    size_t RowCount() const override { return m_entries.size(); }
+    const CPropValue* Find(size_t row, ULONG tag, CPropValue& slot) const override;
     std::vector<ULONG> DefaultColumns() const override;
     std::optional<std::vector<size_t>> IndexedEqual(const SPropValue& value) const override;
 
-    const std::vector<CIndexedMessage>& Messages() const { return m_messages; }
-    const CIndexedMessage* FindByKey(const std::string& key) const;
-    // The file's path, or empty when the snapshot does not know the key.
-    std::string PathOf(const std::string& key) const;
+    CIndexedMessage Message(size_t row) const;
+    // The first row whose file has that key, or nullopt.
+    std::optional<size_t> FindByKey(std::string_view key) const;
+    // The row of that file; else the first row with its key (the same message under another name); else
+    // nullopt.
+    std::optional<size_t> FindFile(std::string_view fileName, bool inNew) const;
+    // Every value the row has, as a table shows them: what a message reads when its file cannot be parsed.
+    std::vector<CPropValue> RowValues(size_t row) const;
+    // The path of the row's file.
+    std::string PathOf(size_t row) const;
+    // Rows whose file has no S flag.
+    size_t UnreadCount() const;
 
 private:
-    std::vector<CIndexedMessage> m_messages;  // by delivery time, then key
-    std::unordered_multimap<std::string, size_t> m_byMessageId;
-    std::unordered_map<std::string, size_t> m_byKey;
+    std::string_view Key(size_t row) const {
+        return std::string_view(m_text).substr(m_entries[row].text, m_entries[row].keyLength);
+    }
+    std::string_view MessageId(size_t row) const {
+        const CEntry& entry = m_entries[row];
+        return std::string_view(m_text).substr(entry.text + entry.nameLength, entry.messageIdLength);
+    }
+
+    std::vector<CEntry> m_entries;  // by delivery time, then key
+    std::string m_text;
+    CRowHash m_byMessageId;
+    CRowHash m_byKey;
     std::string m_folderPath;
+    std::uint64_t m_storeId;
+    std::string m_folderName;
 };
 
 class CMaildirIndex {
@@ -53,13 +96,16 @@ public:
     // storeId and folderName go into the entry ids of the rows.
     CMaildirIndex(std::string folderPath, std::uint64_t storeId, std::string folderName);
 
-    // Brings the index up to date with the folder, reading only new or renamed files, and returns it.
+    // Brings the index up to date with the folder, reading only new or renamed files, and returns it. Throws
+    // std::bad_alloc.
     std::shared_ptr<const CIndexSnapshot> Refresh();
+    // Lists the folder again even when its times say nothing changed: for a reader whose file was renamed
+    // within the same tick of the folder's clock. Throws std::bad_alloc.
+    std::shared_ptr<const CIndexSnapshot> Rescan();
 
 private:
-    bool ScanSubfolder(const char* sub, bool inNew,
-                       std::unordered_map<std::string, CIndexedMessage>& current);
-    void FillValues(CIndexedMessage& message) const;
+    class CBuilder;
+    std::shared_ptr<const CIndexSnapshot> Scan(timespec newStamp, timespec curStamp);
 
     std::mutex m_lock;
     std::string m_folderPath;
@@ -67,16 +113,13 @@ private:
     std::string m_folderName;
     timespec m_newStamp{};
     timespec m_curStamp{};
-    std::unordered_map<std::string, CIndexedMessage> m_byKey;
-    std::shared_ptr<const CIndexSnapshot> m_snapshot;
+    std::shared_ptr<const CIndexSnapshot> m_snapshot;  // the index's whole state; the next is built from it
 };
 
 // The process's index of a folder (one per path, made on first use).
 std::shared_ptr<CMaildirIndex> IndexForFolder(const std::string& folderPath, std::uint64_t storeId,
                                               const std::string& folderName);
 
-// Reads the header block of a message file (up to the first empty line, at most 256 KB).
-std::string ReadHeaderBlock(const std::string& path);
 // The unfolded value of the first header of that name (case-insensitive), or empty.
 std::string HeaderValue(std::string_view headers, std::string_view name);
 // An unstructured header value with its encoded words decoded, as UTF-8.

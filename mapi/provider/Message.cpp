@@ -1,6 +1,9 @@
 #include "mapi/provider/Message.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -26,6 +29,28 @@ constexpr ULONG kAttachmentColumns[] = {
 
 void AddIfPresent(std::vector<CPropValue>& props, ULONG tag, const std::wstring& value) {
     if (!value.empty()) props.push_back({tag, value});
+}
+
+// Renames the message's file into cur/ with the S flag set or cleared; 0 or the errno of the rename.
+int RenameForReadFlag(CMessageLocation& where, bool read) {
+    std::string flags = where.flags;
+    const size_t seen = flags.find('S');
+    if (read && seen == std::string::npos) flags += 'S';
+    if (!read && seen != std::string::npos) flags.erase(seen, 1);
+    CMaildirName name = SplitMaildirName(where.fileName);
+    name.flags = flags;
+    std::sort(name.flags.begin(), name.flags.end());
+    const std::string fileName = JoinMaildirName(name);
+    const std::string from = where.folderPath + (where.inNew ? "/new/" : "/cur/") + where.fileName;
+    // Nothing to rename, when the file is still where this message last saw it.
+    if (fileName == where.fileName && !where.inNew) return access(from.c_str(), F_OK) == 0 ? 0 : errno;
+    const std::string to = where.folderPath + "/cur/" + fileName;
+    // One rename: the message is never missing from the folder, and a concurrent reader sees old or new.
+    if (std::rename(from.c_str(), to.c_str()) != 0) return errno;
+    where.fileName = fileName;
+    where.inNew = false;
+    where.flags = name.flags;
+    return 0;
 }
 
 std::vector<BYTE> WideBytes(const std::wstring& text) {
@@ -154,27 +179,29 @@ HRESULT CMimeMessage::OpenAttach(ULONG ulAttachmentNum, LPCIID lpInterface, ULON
 }
 
 HRESULT CMimeMessage::SetReadFlag(ULONG ulFlags) {
-    std::lock_guard lock(m_lock);
-    if (!m_location) return S_OK;  // an embedded message has no flags of its own
-    CMessageLocation& where = *m_location;
-    std::string flags = where.flags;
-    const bool read = !(ulFlags & CLEAR_READ_FLAG);
-    const size_t seen = flags.find('S');
-    if (read && seen == std::string::npos) flags += 'S';
-    if (!read && seen != std::string::npos) flags.erase(seen, 1);
-    CMaildirName name = SplitMaildirName(where.fileName);
-    name.flags = flags;
-    std::sort(name.flags.begin(), name.flags.end());
-    const std::string fileName = JoinMaildirName(name);
-    if (fileName == where.fileName && !where.inNew) return S_OK;
-    const std::string from = where.folderPath + (where.inNew ? "/new/" : "/cur/") + where.fileName;
-    const std::string to = where.folderPath + "/cur/" + fileName;
-    // One rename: the message is never missing from the folder, and a concurrent reader sees old or new.
-    if (std::rename(from.c_str(), to.c_str()) != 0) return MAPI_E_NOT_FOUND;
-    where.fileName = fileName;
-    where.inNew = false;
-    where.flags = name.flags;
-    return S_OK;
+    try {
+        std::lock_guard lock(m_lock);
+        if (!m_location) return S_OK;  // an embedded message has no flags of its own
+        CMessageLocation& where = *m_location;
+        const bool read = !(ulFlags & CLEAR_READ_FLAG);
+        // Another program may have renamed the file since (a client moving it to cur/, a sync tool changing
+        // its flags): then the folder is listed again and its current name, with its current flags, is
+        // renamed instead.
+        for (int attempt = 0;; ++attempt) {
+            const int error = RenameForReadFlag(where, read);
+            if (error == 0) return S_OK;
+            if (error != ENOENT || attempt == kRenameRetries) return MAPI_E_NOT_FOUND;
+            const auto snapshot = IndexForFolder(where.folderPath, where.storeId, where.folderName)->Rescan();
+            const std::optional<size_t> row = snapshot->FindByKey(where.key);
+            if (!row) return MAPI_E_NOT_FOUND;
+            const CIndexedMessage indexed = snapshot->Message(*row);
+            where.fileName = indexed.fileName;
+            where.inNew = indexed.inNew;
+            where.flags = indexed.flags;
+        }
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
 }
 
 std::vector<CPropValue> CMimeAttach::Properties() const {

@@ -1,6 +1,5 @@
 #include "mapi/provider/MimeContent.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -270,9 +269,8 @@ std::shared_ptr<CMessageContent> ReadMimeMessage(GMimeMessage* message) {
     return content;
 }
 
-std::shared_ptr<CMessageContent> ReadMessageFile(const std::string& path, std::vector<CPropValue> fallback) {
+std::shared_ptr<CMessageContent> ReadMessageFile(int fd, std::vector<CPropValue> fallback) {
     EnsureGMime();
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
     GObjectPtr<GMimeMessage> message;
     if (fd >= 0) {
         // The stream owns the descriptor; parts refer to their bytes in the file instead of copies.

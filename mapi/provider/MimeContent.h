@@ -40,9 +40,10 @@ struct CMessageContent {
     GObjectPtr<GMimeMessage> message;  // keeps the parts alive
 };
 
-// Reads the message in a file. A file GMime cannot read still gives a message: the given fallback
+// Reads the message in an open file, taking over fd (closed when the content goes, or at once when
+// parsing fails; -1 for none). A file GMime cannot read still gives a message: the given fallback
 // properties (from the folder index) and no body.
-std::shared_ptr<CMessageContent> ReadMessageFile(const std::string& path, std::vector<CPropValue> fallback);
+std::shared_ptr<CMessageContent> ReadMessageFile(int fd, std::vector<CPropValue> fallback);
 // The content of a message held in memory (an embedded message/rfc822 part).
 std::shared_ptr<CMessageContent> ReadMimeMessage(GMimeMessage* message);
 

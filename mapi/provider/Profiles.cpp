@@ -93,6 +93,7 @@ CProfile ProfileFromSection(const CIniSection& section, const std::string& baseF
             if (IniNamesEqual(field, L"name")) store.displayName = entry.value;
             if (IniNamesEqual(field, L"path")) store.path = ResolvePath(WideToUtf8(entry.value), baseFolder);
             if (IniNamesEqual(field, L"address")) store.ownerAddress = entry.value;
+            if (IniNamesEqual(field, L"owner")) store.ownerName = entry.value;
             if (IniNamesEqual(field, L"default")) store.isDefault = IsYes(entry.value);
         }
     }
@@ -107,6 +108,11 @@ CProfile ProfileFromSection(const CIniSection& section, const std::string& baseF
 }
 
 }  // namespace
+
+std::wstring OwnerName(const CStoreConfig& store) {
+    if (!store.ownerName.empty()) return store.ownerName;
+    return store.ownerAddress.substr(0, store.ownerAddress.rfind(L'@'));
+}
 
 std::string ProfilesFilePath() {
     const std::string named = Environment("VELMAR_MAPI_PROFILES");

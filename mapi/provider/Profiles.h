@@ -6,10 +6,14 @@
 //   store1.name = Postfach            ; display name of the store
 //   store1.path = ~/Maildir           ; its Maildir++ folder (relative paths: beside the profile file)
 //   store1.address = me@example.org   ; the owner's SMTP address
+//   store1.owner = Maria Muster       ; the owner's name (else the local part of the address, "me")
 //   store1.default = yes              ; the session's default store (else the first one)
 //
 // Without a profile file there is one embedded profile "Velmar" with the store "Postfach" at
 // $XDG_DATA_HOME/velmar-mapi/Maildir (~/.local/share by default), owned by $USER@localhost.
+//
+// The store table and the store show the owner as a MAPI server does: PR_EMAIL_ADDRESS_W is the address,
+// PR_MAILBOX_OWNER_NAME_W is OwnerName(store). Either is missing when it would be empty.
 #pragma once
 
 #include <cstdint>
@@ -22,6 +26,7 @@ struct CStoreConfig {
     std::wstring displayName;
     std::string path;  // absolute
     std::wstring ownerAddress;
+    std::wstring ownerName;  // as the profile gives it; empty when it gives none
     bool isDefault = false;
     std::uint64_t id = 0;  // StoreIdForPath(path)
 };
@@ -31,6 +36,10 @@ struct CProfile {
     bool isDefault = false;
     std::vector<CStoreConfig> stores;  // exactly one is the default when there are any
 };
+
+// The name of the store's owner: the profile's, else the local part of the address (the part before its
+// last "@"; the whole address when it has none); empty when the profile gives neither.
+std::wstring OwnerName(const CStoreConfig& store);
 
 // The profiles as the profile file says now; exactly one is the default when there are any.
 std::vector<CProfile> LoadProfiles();

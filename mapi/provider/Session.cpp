@@ -19,10 +19,10 @@ std::atomic<int> g_initializeCount{0};
 constexpr std::int32_t kStatusDefaultStore = 0x00000001;
 
 // The store table shows the provider's name before the store's, so a reader that takes the last name
-// column of a row takes the store's.
-constexpr ULONG kStoreColumns[] = {PR_INSTANCE_KEY,       PR_ENTRYID,        PR_RECORD_KEY,
-                                   PR_PROVIDER_DISPLAY_W, PR_DISPLAY_NAME_W, PR_DEFAULT_STORE,
-                                   PR_MDB_PROVIDER,       PR_RESOURCE_FLAGS};
+// column of a row takes the store's. The owner's columns come last, so the others keep their places.
+constexpr ULONG kStoreColumns[] = {
+    PR_INSTANCE_KEY,  PR_ENTRYID,      PR_RECORD_KEY,     PR_PROVIDER_DISPLAY_W, PR_DISPLAY_NAME_W,
+    PR_DEFAULT_STORE, PR_MDB_PROVIDER, PR_RESOURCE_FLAGS, PR_EMAIL_ADDRESS_W,    PR_MAILBOX_OWNER_NAME_W};
 
 // An address book with no containers: entries of messages carry one-off ids, which need no directory.
 class CAddrBook : public CMapiProp<IAddrBook> {
@@ -88,6 +88,7 @@ public:
                             {PR_MDB_PROVIDER, std::vector<BYTE>(entryId.begin() + 4, entryId.begin() + 20)},
                             {PR_RESOURCE_FLAGS, store.isDefault ? kStatusDefaultStore : 0},
                             {PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_STORE)}});
+            AddOwner(store, rows.back());
         }
         return MakeRowListTable(std::vector<ULONG>(std::begin(kStoreColumns), std::end(kStoreColumns)),
                                 std::move(rows), lppTable);

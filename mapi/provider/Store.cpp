@@ -1,5 +1,8 @@
 #include "mapi/provider/Store.h"
 
+#include <fcntl.h>
+
+#include <cerrno>
 #include <cstring>
 
 #include "mapi/provider/Folder.h"
@@ -34,13 +37,31 @@ HRESULT HandOutEntry(CComPtr<T> object, LPCIID requested, ULONG type, ULONG* lpu
 HRESULT OpenMessage(const CStoreConfig& config, const CEntryId& id, LPCIID lpInterface, ULONG* lpulObjType,
                     LPUNKNOWN* lppUnk) {
     const std::string folderPath = FolderPath(config.path, id.folder);
-    const auto snapshot = IndexForFolder(folderPath, config.id, id.folder)->Refresh();
-    const CIndexedMessage* indexed = snapshot->FindByKey(id.message);
-    if (!indexed) return MAPI_E_NOT_FOUND;
-    CMessageLocation location{config.id,      id.folder,          folderPath,
-                              indexed->key,   indexed->fileName,  indexed->inNew,
-                              indexed->flags, indexed->delivered, indexed->size};
-    std::shared_ptr<CMessageContent> content = ReadMessageFile(snapshot->PathOf(id.message), indexed->values);
+    const std::shared_ptr<CMaildirIndex> index = IndexForFolder(folderPath, config.id, id.folder);
+    std::shared_ptr<const CIndexSnapshot> snapshot = index->Refresh();
+    std::optional<size_t> row;
+    std::vector<CPropValue> fallback;
+    int fd = -1;
+    // Another program may rename the file after the index was read: then the key is looked up again.
+    for (int attempt = 0;; ++attempt) {
+        row = snapshot->FindByKey(id.message);
+        if (!row) return MAPI_E_NOT_FOUND;
+        fallback = snapshot->RowValues(*row);
+        fd = open(snapshot->PathOf(*row).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+        if (fd >= 0 || errno != ENOENT || attempt == kRenameRetries) break;
+        snapshot = index->Rescan();
+    }
+    std::shared_ptr<CMessageContent> content = ReadMessageFile(fd, std::move(fallback));
+    const CIndexedMessage indexed = snapshot->Message(*row);
+    CMessageLocation location{config.id,
+                              id.folder,
+                              folderPath,
+                              std::string(indexed.key),
+                              std::string(indexed.fileName),
+                              indexed.inNew,
+                              std::string(indexed.flags),
+                              indexed.delivered,
+                              indexed.size};
     return HandOutEntry(MakeObject<CMimeMessage>(std::move(content), std::move(location)), lpInterface,
                         MAPI_MESSAGE, lpulObjType, lppUnk);
 }
@@ -96,9 +117,15 @@ HRESULT CompareEntryIds(ULONG cb1, LPENTRYID id1, ULONG cb2, LPENTRYID id2, ULON
     return S_OK;
 }
 
+void AddOwner(const CStoreConfig& config, std::vector<CPropValue>& props) {
+    if (!config.ownerAddress.empty()) props.push_back({PR_EMAIL_ADDRESS_W, config.ownerAddress});
+    if (std::wstring name = OwnerName(config); !name.empty())
+        props.push_back({PR_MAILBOX_OWNER_NAME_W, std::move(name)});
+}
+
 std::vector<CPropValue> CMaildirStore::Properties() const {
     const std::vector<BYTE> entryId = EncodeEntryId({EntryKind::Store, m_config.id, {}, {}});
-    return {
+    std::vector<CPropValue> props{
         {PR_DISPLAY_NAME_W, m_config.displayName},
         {PR_ENTRYID, entryId},
         {PR_RECORD_KEY, entryId},
@@ -113,9 +140,10 @@ std::vector<CPropValue> CMaildirStore::Properties() const {
         {PR_IPM_OUTBOX_ENTRYID, FolderId(m_config, kOutboxFolder)},
         {PR_IPM_SENTMAIL_ENTRYID, FolderId(m_config, kSentFolder)},
         {PR_IPM_WASTEBASKET_ENTRYID, FolderId(m_config, kTrashFolder)},
-        {PR_MAILBOX_OWNER_NAME_W, m_config.ownerAddress},
         {PR_MAILBOX_OWNER_ENTRYID, MakeOneOffEntryId(m_config.ownerAddress, L"SMTP", m_config.ownerAddress)},
     };
+    AddOwner(m_config, props);
+    return props;
 }
 
 HRESULT CMaildirStore::CompareEntryIDs(ULONG cbEntryID1, LPENTRYID lpEntryID1, ULONG cbEntryID2,

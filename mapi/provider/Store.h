@@ -48,6 +48,10 @@ HRESULT OpenMaildirStore(const CStoreConfig& config, LPMDB* lppMDB);
 HRESULT OpenStoreEntry(const CStoreConfig& config, const CEntryId& id, LPCIID lpInterface, ULONG* lpulObjType,
                        LPUNKNOWN* lppUnk);
 
+// Adds the owner's PR_EMAIL_ADDRESS_W and PR_MAILBOX_OWNER_NAME_W (see Profiles.h) to a store's properties
+// or its store table row. Throws std::bad_alloc.
+void AddOwner(const CStoreConfig& config, std::vector<CPropValue>& props);
+
 // Compares two entry ids of this provider: *lpulResult is TRUE when they name the same object.
 HRESULT CompareEntryIds(ULONG cb1, LPENTRYID id1, ULONG cb2, LPENTRYID id2, ULONG* lpulResult);
 

@@ -177,11 +177,13 @@ bool MatchNot(const SNotRestriction& restriction, const ITableRows& rows, size_t
 }
 
 bool MatchExist(const SExistRestriction& restriction, const ITableRows& rows, size_t row) {
-    return rows.Find(row, restriction.ulPropTag) != nullptr;
+    CPropValue slot{};
+    return rows.Find(row, restriction.ulPropTag, slot) != nullptr;
 }
 
 bool MatchProperty(const SPropertyRestriction& restriction, const ITableRows& rows, size_t row) {
-    const CPropValue* stored = rows.Find(row, restriction.ulPropTag);
+    CPropValue slot{};
+    const CPropValue* stored = rows.Find(row, restriction.ulPropTag, slot);
     if (!stored) return false;
     // Viewed as the type of the value compared against, so 8-bit and wide strings meet at one width.
     CViewScratch scratch;
@@ -191,7 +193,8 @@ bool MatchProperty(const SPropertyRestriction& restriction, const ITableRows& ro
 }
 
 bool MatchContent(const SContentRestriction& restriction, const ITableRows& rows, size_t row) {
-    const CPropValue* stored = rows.Find(row, restriction.ulPropTag);
+    CPropValue slot{};
+    const CPropValue* stored = rows.Find(row, restriction.ulPropTag, slot);
     if (!stored) return false;
     const ULONG level = restriction.ulFuzzyLevel & kFuzzyLevelMask;
     const SPropValue& pattern = *restriction.lpProp;

@@ -90,11 +90,14 @@ std::vector<size_t> CMapiTable::Matches(const SRestriction& restriction) const {
 void CMapiTable::Sort(std::vector<size_t>& rows, const std::vector<SSortOrder>& order) const {
     std::ranges::sort(rows);  // so that rows with equal keys keep their source order
     if (order.empty()) return;
-    // Each key is looked up once rather than at every comparison.
+    // Each key is looked up once rather than at every comparison; a source that makes its values makes
+    // them in slots, which live as long as the keys.
     const size_t width = order.size();
     std::vector<const CPropValue*> keys(rows.size() * width);
+    std::vector<CPropValue> slots(rows.size() * width);
     for (size_t i = 0; i < rows.size(); ++i)
-        for (size_t k = 0; k < width; ++k) keys[i * width + k] = m_rows->Find(rows[i], order[k].ulPropTag);
+        for (size_t k = 0; k < width; ++k)
+            keys[i * width + k] = m_rows->Find(rows[i], order[k].ulPropTag, slots[i * width + k]);
     std::vector<size_t> positions(rows.size());
     std::iota(positions.begin(), positions.end(), size_t{0});
     CViewScratch leftScratch;
@@ -116,9 +119,10 @@ HRESULT CMapiTable::CopyRow(size_t sourceRow, SRow& out) const {
     MapiBuffer<SPropValue> props;
     if (const HRESULT hr = AllocateBuffer(sizeof(SPropValue) * m_columns.size(), props); FAILED(hr))
         return hr;
+    CPropValue slot{};
     for (size_t i = 0; i < m_columns.size(); ++i) {
         const ULONG tag = m_columns[i];
-        const CPropValue* value = m_rows->Find(sourceRow, tag);
+        const CPropValue* value = m_rows->Find(sourceRow, tag, slot);
         const HRESULT hr = value ? CopyToMapi(*value, tag, props.get()[i], props.get()) : MAPI_E_NOT_FOUND;
         if (hr == MAPI_E_NOT_ENOUGH_MEMORY) return hr;
         if (FAILED(hr)) props.get()[i] = ErrorValue(tag, hr);

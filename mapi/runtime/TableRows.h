@@ -13,8 +13,10 @@ class ITableRows {
 public:
     virtual ~ITableRows() = default;
     virtual size_t RowCount() const = 0;
-    // The value in row that answers tag (see Answers), or null when the row has none.
-    virtual const CPropValue* Find(size_t row, ULONG tag) const = 0;
+    // The value in row that answers tag (see Answers), or null when the row has none. A source that keeps
+    // its values returns one of them; one that makes them when asked makes it in slot and returns &slot.
+    // Either way the value stays valid while the source lives and slot is left alone.
+    virtual const CPropValue* Find(size_t row, ULONG tag, CPropValue& slot) const = 0;
     // The columns a new table shows.
     virtual std::vector<ULONG> DefaultColumns() const = 0;
     // The rows, in ascending order, whose value of value.ulPropTag equals value exactly, when the source
@@ -31,7 +33,8 @@ public:
         : m_defaultColumns(std::move(defaultColumns)), m_rows(std::move(rows)) {}
 
     size_t RowCount() const override { return m_rows.size(); }
-    const CPropValue* Find(size_t row, ULONG tag) const override {
+    const CPropValue* Find(size_t row, ULONG tag, CPropValue&) const override { return Find(row, tag); }
+    const CPropValue* Find(size_t row, ULONG tag) const {
         for (const CPropValue& value : m_rows[row])
             if (Answers(value, tag)) return &value;
         return nullptr;
