@@ -144,6 +144,50 @@ TEST_F(MessageCommands, FoundAndNotFound) {
     EXPECT_EQ(velmar::test::CountOf(activity, "MAPILogonEx start"), 1u);
 }
 
+TEST_F(MessageCommands, TextEndsAtItsFirstNul) {
+    Deliver("one", "1.M1.h",
+            Message("<nul@x>", "mit NUL", "Content-Transfer-Encoding: quoted-printable\n", "Hallo=00Welt\n"));
+    Start();
+    std::string reply;
+    ASSERT_TRUE(
+        m_channel->Send(R"({"command-target":"MAPI","command":"GetMessageData","messageId":"<nul@x>",)"
+                        R"("profileName":"Velmar","storeIndex":0})"));
+    ASSERT_TRUE(m_channel->Receive(reply, 60000));
+    EXPECT_NE(reply.find("\"body\": \"Hallo\","), std::string::npos) << reply;
+    EXPECT_EQ(reply.find("Welt"), std::string::npos) << "nothing after the NUL reaches the reply";
+    EXPECT_NE(reply.find("\"status\": \"OK\""), std::string::npos);
+}
+
+TEST_F(MessageCommands, StoreOwnersFollowTheSessionNotAMessageRequest) {
+    velmar::test::WriteFile(m_dir / "profiles.ini",
+                            "[Velmar]\n"
+                            "store1.name = Eins\nstore1.path = one\nstore1.address = one@x\n"
+                            "[Andere]\n"
+                            "store1.name = Eins\nstore1.path = other\nstore1.address = other@x\n");
+    Deliver("one", "1.M1.h", Message("<own@x>", "Besitzer"));
+    Start();
+    // A message request naming another profile changes no owner of the session's stores.
+    auto data = MessageData("<own@x>", "", 0, false);
+    ASSERT_TRUE(data);
+    CkJsonObject request;
+    request.AppendString("command-target", "MAPI");
+    request.AppendString("command", "GetMessageData");
+    request.AppendString("messageId", "<none@x>");
+    request.AppendString("profileName", "Andere");
+    request.AddIntAt(-1, "storeIndex", 0);
+    ASSERT_TRUE(Ask(request.Emit()));
+    auto stores = Ask(R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})");
+    ASSERT_TRUE(stores);
+    std::unique_ptr<CkJsonArray> entries = stores->ArrayOf("messageStoreEntries");
+    ASSERT_TRUE(entries);
+    ASSERT_EQ(entries->Count(), 1);
+    EXPECT_STREQ(entries->ObjectAt(0)->StringOf("emailAddress"), "one@x");
+    // So a search by receiving mailbox still finds the store of that address.
+    auto byMailbox = MessageData("<own@x>", "one@x", 0, false, true);
+    ASSERT_TRUE(byMailbox);
+    EXPECT_STREQ(byMailbox->StringOf("status"), "OK");
+}
+
 TEST_F(MessageCommands, SearchOrdersArchiveStoreAndReadFlag) {
     Deliver("two", "2.M1.h", Message("<shared@x>", "in zwei"));
     Deliver("archive", "3.M1.h", Message("<shared@x>", "im Archiv"));

@@ -1,0 +1,210 @@
+// The dispatcher in process, through a connection of the test's own: which commands are answered, with
+// which activity lines, and the exact reply each writes. On POSIX the mail layer runs on our MAPI; under
+// Wine it finds Wine's mapi32, which does not initialise, so the replies show the failure paths.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+#include "json/CkJsonObject.h"
+#include "mail/VelmarMapi.h"
+#include "service/Dispatcher.h"
+#include "support/ActivityList.h"
+#include "support/CodePage.h"
+#include "tests/TestFiles.h"
+
+namespace {
+
+using velmar::service::CRequestDispatcher;
+using velmar::service::IPipeConnection;
+using velmar::service::kNoReply;
+using velmar::service::kReplyWritten;
+
+#ifdef VELMAR_MAPI_LIBRARY_FILE
+constexpr bool kMapiWorks = true;
+#else
+constexpr bool kMapiWorks = false;
+#endif
+
+// Keeps what the dispatcher writes; can be told to fail its writes.
+class CRecordingConnection : public IPipeConnection {
+public:
+    bool ReadRequest(std::string&, std::wstring&) override { return false; }
+    bool WriteReply(const std::string& reply, std::wstring& error) override {
+        if (m_bFailWrites) {
+            error = L"ErrorWriteFile failed with error 232: Die Pipe wird geschlossen.";
+            return false;
+        }
+        m_replies.push_back(reply);
+        return true;
+    }
+    void End() override {}
+    void Interrupt() override {}
+
+    std::vector<std::string> m_replies;
+    bool m_bFailWrites = false;
+};
+
+class Dispatcher : public ::testing::Test {
+protected:
+    void SetUp() override {
+#ifdef VELMAR_MAPI_LIBRARY_FILE
+        velmar::test::SetEnvironment("VELMAR_MAPI_LIBRARY", VELMAR_MAPI_LIBRARY_FILE);
+#endif
+        velmar::test::WriteFile(m_dir / "profiles.ini",
+                                "[Velmar]\nstore1.name = Postfach\nstore1.path = main\n"
+                                "store1.address = me@example.org\nstore1.default = yes\n");
+        velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "profiles.ini").string());
+    }
+
+    // Dispatches request; the reply it wrote, or "(none)".
+    std::string Dispatch(const std::string& request, HRESULT expected = kReplyWritten) {
+        CkJsonObject document;
+        EXPECT_TRUE(document.LoadText(request)) << request;
+        m_connection.m_replies.clear();
+        bool endsProgram = false;
+        EXPECT_EQ(m_dispatcher.Dispatch(document, m_connection, m_stop, endsProgram), expected) << request;
+        m_bEndsProgram = endsProgram;
+        return m_connection.m_replies.empty() ? "(none)" : m_connection.m_replies.back();
+    }
+
+    // The service lines (not the mail trace) added since the last call.
+    std::vector<std::string> ServiceLines() {
+        const std::vector<std::wstring> all = m_activity.Lines();
+        std::vector<std::string> lines;
+        for (size_t i = m_seen; i < all.size(); ++i)
+            if (all[i].rfind(L"CVelmarMapi::", 0) != 0 && all[i].rfind(L"::", 0) != 0 &&
+                all[i].rfind(L"m_lpMAPISession", 0) != 0)
+                lines.push_back(velmar::WideToAnsi(all[i]));
+        m_seen = all.size();
+        return lines;
+    }
+
+    velmar::test::CTempDir m_dir;
+    CActivityList m_activity;
+    CVelmarMapi m_mapi{&m_activity};
+    CRequestDispatcher m_dispatcher{m_mapi, m_activity};
+    CRecordingConnection m_connection;
+    std::atomic<bool> m_stop{false};
+    bool m_bEndsProgram = false;
+    size_t m_seen = 0;
+};
+
+std::string Status(const char* status) {
+    return std::string("{\r\n  \"status\": \"") + status + "\"\r\n}";
+}
+
+const char* Ok(bool success) {
+    return success ? "OK" : "FAILED";
+}
+
+TEST_F(Dispatcher, EveryCommandWritesItsLineAndOneReply) {
+    ServiceLines();
+    struct CRow {
+        const char* command;
+        const char* line;
+    };
+    // FindMessage writes the line of SendEmail: it has none of its own.
+    const CRow rows[] = {{"GetProfileNames", "-> GetProfileNames"},
+                         {"Logon", "-> Logon"},
+                         {"Logoff", "-> Logoff"},
+                         {"OpenMessageStoreTable", "-> OpenMessageStoreTable"},
+                         {"SetMessageStore", "-> SetMessageStore"},
+                         {"GetMessageData", "-> GetMessageData"},
+                         {"OpenAttachment", "-> OpenAttachment"},
+                         {"FindMessage", "-> SendEmail"},
+                         {"IsInitialized", "-> IsInitialized"},
+                         {"IsMAPIDllInitialized", "-> IsMAPIDllInitialized"},
+                         {"SaveToMsg", "-> SaveToMsg"}};
+    for (const CRow& row : rows) {
+        const std::string reply =
+            Dispatch(std::string(R"({"command-target":"MAPI","command":")") + row.command + "\"}");
+        const std::vector<std::string> lines = ServiceLines();
+        ASSERT_GE(lines.size(), 3u) << row.command;
+        EXPECT_EQ(lines.front(), row.line);
+        EXPECT_EQ(lines[lines.size() - 2], "Write Back Json") << row.command;
+        EXPECT_EQ(lines.back(), reply) << "the reply itself is the last line";
+        EXPECT_EQ(m_connection.m_replies.size(), 1u) << row.command;
+        EXPECT_FALSE(m_stop) << row.command;
+    }
+}
+
+TEST_F(Dispatcher, UnknownEmptyAndMissingCommandsGetNothing) {
+    ServiceLines();
+    for (const char* request :
+         {R"({"command-target":"MAPI","command":"Bogus"})", R"({"command-target":"MAPI","command":""})",
+          R"({"command-target":"MAPI"})", R"({"command-target":"MAPI","command":"closevelmartaskscheduler"})",
+          R"({"command-target":"MAPI","command":"OpenEmail"})"}) {
+        EXPECT_EQ(Dispatch(request, kNoReply), "(none)") << request;
+        EXPECT_TRUE(ServiceLines().empty()) << request;
+    }
+    EXPECT_FALSE(m_stop);
+}
+
+TEST_F(Dispatcher, ReplyEnvelopes) {
+    // "status" leads and ends the profile list.
+    const std::string profiles =
+        kMapiWorks ? "{\r\n  \"status\": \"OK\",\r\n  \"arraystrings\": [\r\n    {\r\n      \"element\": "
+                     "\"Velmar\"\r\n    }\r\n  ],\r\n  \"status\": \"OK\"\r\n}"
+                   : "{\r\n  \"status\": \"FAILED\",\r\n  \"arraystrings\": [\r\n  ],\r\n  \"status\": "
+                     "\"FAILED\"\r\n}";
+    EXPECT_EQ(Dispatch(R"({"command-target":"MAPI","command":"GetProfileNames"})"), profiles);
+    EXPECT_EQ(Dispatch(R"({"command-target":"MAPI","command":"IsMAPIDllInitialized"})"),
+              Status(Ok(kMapiWorks)));
+    // The logon's own outcome does not show: "OK" whenever MAPI is there.
+    EXPECT_EQ(Dispatch(R"({"command-target":"MAPI","command":"Logon","data_string":"Nirgends"})"),
+              Status(Ok(kMapiWorks)));
+    EXPECT_EQ(Dispatch(R"({"command-target":"MAPI","command":"Logon","data_string":"Velmar"})"),
+              Status(Ok(kMapiWorks)));
+    EXPECT_EQ(Dispatch(R"({"command-target":"MAPI","command":"IsInitialized"})"), Status("FAILED"))
+        << "no store is selected yet";
+    const std::string stores =
+        kMapiWorks ? "{\r\n  \"storeIndex\": 0,\r\n  \"messageStoreEntries\": [\r\n    {\r\n      "
+                     "\"displayName\": \"Postfach\",\r\n      \"emailAddress\": \"me@example.org\"\r\n    "
+                     "}\r\n  ],\r\n  \"status\": \"OK\"\r\n}"
+                   : "{\r\n  \"storeIndex\": -1,\r\n  \"messageStoreEntries\": [\r\n  ],\r\n  \"status\": "
+                     "\"OK\"\r\n}";
+    EXPECT_EQ(Dispatch(R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})"), stores);
+    EXPECT_EQ(Dispatch(R"({"command-target":"MAPI","command":"IsInitialized"})"), Status(Ok(kMapiWorks)));
+    EXPECT_EQ(Dispatch(R"({"command-target":"MAPI","command":"SetMessageStore","data_int":5})"),
+              kMapiWorks ? "{\r\n  \"oldIndex\": 0,\r\n  \"foundIndex\": 0,\r\n  \"status\": \"OK\"\r\n}"
+                         : "{\r\n  \"oldIndex\": -1,\r\n  \"foundIndex\": -1,\r\n  \"status\": \"OK\"\r\n}");
+    EXPECT_EQ(Dispatch(R"({"command-target":"MAPI","command":"SetMessageStore","data_string":"postfach"})"),
+              kMapiWorks ? "{\r\n  \"foundIndex\": 0,\r\n  \"status\": \"FAILED\"\r\n}"
+                         : "{\r\n  \"foundIndex\": -1,\r\n  \"status\": \"FAILED\"\r\n}");
+    const std::string unknownMessage =
+        "{\r\n  \"emailConnection\": \"\",\r\n  \"mailbox\": \"\",\r\n  \"messageId\": \"\",\r\n  \"from\": "
+        "\"\",\r\n  \"fromAddress\": \"\",\r\n  \"to\": \"\",\r\n  \"cc\": \"\",\r\n  \"bcc\": \"\",\r\n  "
+        "\"sent\": \"\",\r\n  \"subject\": \"\",\r\n  \"body\": \"\",\r\n  \"rtfBody\": \"\",\r\n  "
+        "\"htmlBody\": \"\",\r\n  \"sentDate\": \"\",\r\n  \"LotusNotesUrl\": \"\",\r\n  "
+        "\"strEmbeddedAttachments\": [\r\n  ],\r\n  \"attachments\": [\r\n  ],\r\n  \"status\": "
+        "\"FAILED\"\r\n}";
+    EXPECT_EQ(Dispatch(R"({"command-target":"MAPI","command":"GetMessageData","messageId":"<nie@x>"})"),
+              unknownMessage);
+    EXPECT_EQ(Dispatch(R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<nie@x>"})"),
+              "{\r\n  \"fileName\": \"\",\r\n  \"status\": \"OK\"\r\n}");
+    EXPECT_EQ(Dispatch(R"({"command-target":"MAPI","command":"FindMessage","messageId":"<nie@x>"})"),
+              Status("OK"))
+        << "FindMessage always answers OK";
+    EXPECT_EQ(Dispatch(R"({"command-target":"MAPI","command":"SaveToMsg","messageId":"<nie@x>"})"),
+              Status("FAILED"));
+    EXPECT_EQ(Dispatch(R"({"command-target":"MAPI","command":"Logoff"})"), Status(Ok(kMapiWorks)));
+}
+
+TEST_F(Dispatcher, CloseSetsTheStopFlagAndAsksToEndTheProgram) {
+    EXPECT_EQ(Dispatch(R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})"), Status("OK"));
+    EXPECT_TRUE(m_stop);
+    EXPECT_TRUE(m_bEndsProgram);
+}
+
+TEST_F(Dispatcher, AFailedWriteIsTracedAndReported) {
+    m_connection.m_bFailWrites = true;
+    ServiceLines();
+    EXPECT_EQ(Dispatch(R"({"command-target":"MAPI","command":"IsMAPIDllInitialized"})", E_FAIL), "(none)");
+    const std::vector<std::wstring> lines = m_activity.Lines();
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(lines.back(), L"ErrorWriteFile failed with error 232: Die Pipe wird geschlossen.");
+}
+
+}  // namespace
