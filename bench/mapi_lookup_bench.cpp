@@ -1,6 +1,8 @@
 // Message-ID lookup in a large Maildir inbox through our MAPI, as the mail layer makes it.
 // Prints: the time to read every file's header bytes (the baseline), the first contents table of the
-// inbox (the cold index), and warm lookups (GetContentsTable + Restrict + QueryRows), with ratios.
+// inbox (the cold index), warm lookups (GetContentsTable + Restrict + QueryRows) and the lookup after one
+// delivery (a refresh), with ratios, and the memory the index holds: the growth of the resident set while
+// it is built, per indexed message.
 //   mapi_lookup_bench [messages=100000] [lookups=2000]
 #include <fcntl.h>
 #include <unistd.h>
@@ -13,6 +15,7 @@
 #include <random>
 #include <string>
 
+#include "bench/BenchInbox.h"
 #include "mapiutil.h"
 #include "support/ComPtr.h"
 
@@ -26,26 +29,13 @@ double Seconds(Clock::time_point since) {
     return std::chrono::duration<double>(Clock::now() - since).count();
 }
 
-std::string MessageText(int i) {
-    std::string text = "Return-Path: <sender" + std::to_string(i % 97) +
-                       "@example.org>\n"
-                       "Received: from mx.example.org by mail.example.com; Mon, 1 Jan 2024 10:00:00 +0000\n"
-                       "From: Sender " +
-                       std::to_string(i % 97) + " <sender" + std::to_string(i % 97) +
-                       "@example.org>\n"
-                       "To: Empf\xC3\xA4nger <me@example.com>\n"
-                       "Subject: Nachricht Nummer " +
-                       std::to_string(i) +
-                       "\n"
-                       "Date: Mon, 1 Jan 2024 10:00:00 +0000\n"
-                       "Message-ID: <msg-" +
-                       std::to_string(i) +
-                       "@bench.example.org>\n"
-                       "MIME-Version: 1.0\n"
-                       "Content-Type: text/plain; charset=utf-8\n\n";
-    for (int line = 0; line < 12; ++line)
-        text += "Dies ist eine Zeile des Nachrichtentextes, die etwas Platz braucht.\n";
-    return text;
+// The resident set of this process in bytes, from /proc/self/statm (its second field, in pages).
+long long ResidentBytes() {
+    std::ifstream statm("/proc/self/statm");
+    long long totalPages = 0;
+    long long residentPages = 0;
+    if (!(statm >> totalPages >> residentPages)) return 0;
+    return residentPages * sysconf(_SC_PAGESIZE);
 }
 
 size_t ReadHeaders(const fs::path& folder) {
@@ -103,16 +93,12 @@ int main(int argc, char** argv) {
     const int messages = argc > 1 ? std::atoi(argv[1]) : 100000;
     const int lookups = argc > 2 ? std::atoi(argv[2]) : 2000;
     const fs::path root = fs::temp_directory_path() / ("velmar-bench-" + std::to_string(getpid()));
-    fs::create_directories(root / "inbox" / "new");
-    fs::create_directories(root / "inbox" / "tmp");
-    fs::create_directories(root / "inbox" / "cur");
     std::ofstream(root / "profiles.ini") << "[Bench]\nstore1.name = Bench\nstore1.path = inbox\n";
     setenv("VELMAR_MAPI_PROFILES", (root / "profiles.ini").c_str(), 1);
 
     std::printf("generating %d messages in %s\n", messages, root.c_str());
-    for (int i = 0; i < messages; ++i)
-        std::ofstream(root / "inbox" / "cur" / ("1700000000.M" + std::to_string(i) + "P1.bench:2,S"))
-            << MessageText(i);
+    fs::create_directories(root);
+    velmar::bench::WriteBenchInbox(root / "inbox", messages);
     sleep(2);  // folder times of the current second are not trusted by the index
 
     auto start = Clock::now();
@@ -123,6 +109,7 @@ int main(int argc, char** argv) {
     {
         CComPtr<IMAPISession> session;
         CComPtr<IMsgStore> store;
+        const long long residentBefore = ResidentBytes();
         start = Clock::now();
         CComPtr<IMAPIFolder> inbox = OpenInbox(session, store);
         CComPtr<IMAPITable> table;
@@ -131,28 +118,40 @@ int main(int argc, char** argv) {
             return 1;
         }
         const double cold = Seconds(start);
+        // The table holds the index's snapshot, so everything the index keeps is still resident here.
+        const long long indexBytes = ResidentBytes() - residentBefore;
 
         std::mt19937 random(42);
         int found = 0;
         start = Clock::now();
         for (int i = 0; i < lookups; ++i)
-            found +=
-                Lookup(inbox.get(), "<msg-" + std::to_string(random() % messages) + "@bench.example.org>",
-                       true, table);
+            found += Lookup(inbox.get(), velmar::bench::BenchMessageId(static_cast<int>(random() % messages)),
+                            true, table);
         const double warmWithTable = Seconds(start) / lookups;
         start = Clock::now();
         for (int i = 0; i < lookups; ++i)
-            found +=
-                Lookup(inbox.get(), "<msg-" + std::to_string(random() % messages) + "@bench.example.org>",
-                       false, table);
+            found += Lookup(inbox.get(), velmar::bench::BenchMessageId(static_cast<int>(random() % messages)),
+                            false, table);
         const double warmRestrict = Seconds(start) / lookups;
+
+        // One delivery: the next table lists the folder again, but only the new file is read.
+        const std::string newId = velmar::bench::BenchMessageId(messages);
+        std::ofstream(root / "inbox" / "new" / "1700000001.M0P2.bench")
+            << velmar::bench::BenchMessageText(messages);
+        start = Clock::now();
+        const bool delivered = Lookup(inbox.get(), newId, true, table);
+        const double refresh = Seconds(start);
 
         std::printf("header bytes read (baseline):   %.3f s for %zu bytes (%.1f MB/s)\n", baseline,
                     headerBytes, headerBytes / baseline / 1e6);
         std::printf("cold index (first table):       %.3f s, %.2f x the baseline\n", cold, cold / baseline);
+        std::printf("index memory (resident growth): %.1f MB, %.0f bytes per indexed message\n",
+                    static_cast<double>(indexBytes) / 1e6, static_cast<double>(indexBytes) / messages);
         std::printf("warm lookup, new table:         %.1f us\n", warmWithTable * 1e6);
         std::printf("warm lookup, Restrict+QueryRows: %.1f us (%.5f x the baseline per message read)\n",
                     warmRestrict * 1e6, warmRestrict / (baseline / messages));
+        std::printf("refresh after one delivery:     %.3f s, %.3f x the cold index%s\n", refresh,
+                    refresh / cold, delivered ? "" : " (the new message was NOT found)");
         std::printf("lookups that found their message: %d of %d\n", found, 2 * lookups);
     }
     MAPIUninitialize();

@@ -1,10 +1,15 @@
-// Round trip of "IsMAPIDllInitialized" through the real service against a raw echo over the same kind of
-// socket, measured in one run; prints both and their ratio.
-//   service_roundtrip_bench [requests=20000]
+// "IsMAPIDllInitialized" through the real service against a raw echo server on the same kind of socket,
+// both asked by the same raw socket client, in one run:
+//   - the median round trip of one client;
+//   - the requests per second of 64 clients at once, each on its own connection.
+// Prints both figures with their ratios (service / echo).
+//   service_roundtrip_bench [requests=20000] [clients=64]
 #include <unistd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -12,70 +17,141 @@
 #include <filesystem>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "tests/ServiceProcess.h"
-#include "tools/ClientChannel.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 namespace fs = std::filesystem;
 
-// Echoes each zero-terminated message back, as a service that does nothing would.
-void EchoServer(int listener) {
-    const int fd = accept(listener, nullptr, nullptr);
-    std::string pending;
-    char buffer[65536];
-    for (;;) {
-        const ssize_t got = read(fd, buffer, sizeof buffer);
-        if (got <= 0) break;
-        pending.append(buffer, static_cast<size_t>(got));
-        for (size_t end = pending.find('\0'); end != std::string::npos; end = pending.find('\0')) {
-            if (send(fd, pending.data(), end + 1, MSG_NOSIGNAL) <= 0) break;
-            pending.erase(0, end + 1);
-        }
-    }
-    close(fd);
+sockaddr_un AddressOf(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    return address;
 }
 
-double MicrosecondsPerRoundTrip(velmar::tools::IClientChannel& channel, const std::string& request,
-                                int count) {
-    std::string reply;
+int Connect(const std::string& path) {
+    const sockaddr_un address = AddressOf(path);
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return fd;
+    close(fd);
+    return -1;
+}
+
+// Sends request with its zero byte and reads up to the reply's zero byte; false on any failure.
+bool RawRoundTrip(int fd, const std::string& request) {
+    if (send(fd, request.c_str(), request.size() + 1, MSG_NOSIGNAL) !=
+        static_cast<ssize_t>(request.size() + 1))
+        return false;
+    char buffer[4096];
+    for (;;) {
+        const ssize_t got = read(fd, buffer, sizeof buffer);
+        if (got <= 0) return false;
+        if (std::memchr(buffer, 0, static_cast<size_t>(got))) return true;
+    }
+}
+
+// A raw echo: a thread per connection that sends back every byte it reads, as a service that does nothing
+// would answer.
+class CEchoServer {
+public:
+    explicit CEchoServer(const std::string& path)
+        : m_listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        const sockaddr_un address = AddressOf(path);
+        m_bReady = bind(m_listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+                   listen(m_listener, SOMAXCONN) == 0;
+        if (m_bReady) m_acceptor = std::thread([this] { AcceptLoop(); });
+    }
+    ~CEchoServer() {
+        shutdown(m_listener, SHUT_RDWR);
+        if (m_acceptor.joinable()) m_acceptor.join();
+        close(m_listener);
+        for (std::thread& connection : m_connections) connection.join();
+    }
+    bool Ready() const { return m_bReady; }
+
+private:
+    void AcceptLoop() {
+        for (;;) {
+            const int fd = accept(m_listener, nullptr, nullptr);
+            if (fd < 0) return;
+            m_connections.emplace_back([fd] {
+                char buffer[4096];
+                for (ssize_t got; (got = read(fd, buffer, sizeof buffer)) > 0;)
+                    if (send(fd, buffer, static_cast<size_t>(got), MSG_NOSIGNAL) != got) break;
+                close(fd);
+            });
+        }
+    }
+
+    int m_listener;
+    bool m_bReady = false;
+    std::thread m_acceptor;
+    std::vector<std::thread> m_connections;
+};
+
+const std::string kRequest = R"({"command-target":"MAPI","command":"IsMAPIDllInitialized"})";
+
+// Median microseconds of one client's round trips; negative on failure.
+double MedianRoundTrip(const std::string& path, int requests) {
+    const int fd = Connect(path);
+    if (fd < 0) return -1;
+    std::vector<double> times;
+    for (int i = 0; i < requests; ++i) {
+        const auto start = Clock::now();
+        if (!RawRoundTrip(fd, kRequest)) break;
+        times.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
+    }
+    close(fd);
+    if (times.size() != static_cast<size_t>(requests)) return -1;
+    std::sort(times.begin(), times.end());
+    return times[times.size() / 2];
+}
+
+// Requests per second of clients at once, each sending requestsEach on its own connection.
+double Throughput(const std::string& path, int clients, int requestsEach) {
+    std::vector<int> sockets;
+    for (int c = 0; c < clients; ++c) sockets.push_back(Connect(path));
+    if (std::count(sockets.begin(), sockets.end(), -1) > 0) return -1;
+    std::atomic<int> failed{0};
+    std::vector<std::thread> threads;
     const auto start = Clock::now();
-    for (int i = 0; i < count; ++i)
-        if (!channel.Send(request) || !channel.Receive(reply, 10000)) return -1;
-    return std::chrono::duration<double, std::micro>(Clock::now() - start).count() / count;
+    for (int fd : sockets)
+        threads.emplace_back([&, fd] {
+            for (int i = 0; i < requestsEach; ++i)
+                if (!RawRoundTrip(fd, kRequest)) {
+                    ++failed;
+                    return;
+                }
+        });
+    for (std::thread& thread : threads) thread.join();
+    const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    for (int fd : sockets) close(fd);
+    return failed > 0 ? -1 : clients * static_cast<double>(requestsEach) / seconds;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     const int requests = argc > 1 ? std::atoi(argv[1]) : 20000;
-    const std::string request = R"({"command-target":"MAPI","command":"IsMAPIDllInitialized"})";
+    const int clients = argc > 2 ? std::atoi(argv[2]) : 64;
+    const int requestsEach = std::max(1, requests / clients);
     const fs::path folder = fs::temp_directory_path() / ("velmar-roundtrip-" + std::to_string(getpid()));
     fs::create_directories(folder);
 
-    // Baseline: an echo server on a Unix-domain socket, read through the same client channel.
-    const std::string echoPath = (folder / "echo.sock").string();
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, echoPath.c_str(), sizeof address.sun_path - 1);
-    const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
-    if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        listen(listener, 1) != 0) {
-        std::perror("echo socket");
-        return 1;
-    }
-    std::thread echo(EchoServer, listener);
-    setenv("VELMAR_PIPE", echoPath.c_str(), 1);
-    std::string error;
     double echoTime = -1;
+    double echoRate = -1;
     {
-        auto channel = velmar::tools::ConnectToService(error);
-        if (channel) echoTime = MicrosecondsPerRoundTrip(*channel, request, requests);
+        const std::string echoPath = (folder / "echo.sock").string();
+        CEchoServer echo(echoPath);
+        if (echo.Ready()) {
+            echoTime = MedianRoundTrip(echoPath, requests);
+            echoRate = Throughput(echoPath, clients, requestsEach);
+        }
     }
-    echo.join();
-    close(listener);
 
     // The service, with its activity list going nowhere.
     const std::string servicePath = (folder / "service.sock").string();
@@ -83,27 +159,33 @@ int main(int argc, char** argv) {
     setenv("VELMAR_MAPI_PROFILES", (folder / "none.ini").c_str(), 1);
     setenv("XDG_DATA_HOME", (folder / "data").c_str(), 1);
     double serviceTime = -1;
+    double serviceRate = -1;
     {
         velmar::test::CServiceProcess service(VELMAR_SERVICE_PROGRAM, {}, "/dev/null");
-        std::unique_ptr<velmar::tools::IClientChannel> channel;
-        for (int attempt = 0; attempt < 200 && !channel; ++attempt) {
-            channel = velmar::tools::ConnectToService(error);
-            if (!channel) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        int probe = -1;
+        for (int attempt = 0; attempt < 200 && probe < 0; ++attempt) {
+            probe = Connect(servicePath);
+            if (probe < 0) std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
-        if (channel) {
-            MicrosecondsPerRoundTrip(*channel, request, 200);  // warm up: MAPI loaded, pages touched
-            serviceTime = MicrosecondsPerRoundTrip(*channel, request, requests);
-            channel->Send(R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})");
+        if (probe >= 0) {
+            for (int i = 0; i < 200; ++i)
+                RawRoundTrip(probe, kRequest);  // warm up: MAPI loaded, pages touched
+            serviceTime = MedianRoundTrip(servicePath, requests);
+            serviceRate = Throughput(servicePath, clients, requestsEach);
+            const std::string close = R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})";
+            send(probe, close.c_str(), close.size() + 1, MSG_NOSIGNAL);
+            ::close(probe);
         }
         service.WaitForExit(10000);
     }
     fs::remove_all(folder);
-    if (echoTime <= 0 || serviceTime <= 0) {
+    if (echoTime <= 0 || serviceTime <= 0 || echoRate <= 0 || serviceRate <= 0) {
         std::fprintf(stderr, "a round trip failed\n");
         return 1;
     }
-    std::printf("raw echo round trip:             %.1f us\n", echoTime);
-    std::printf("IsMAPIDllInitialized round trip: %.1f us\n", serviceTime);
-    std::printf("ratio service / echo:            %.2f\n", serviceTime / echoTime);
+    std::printf("one client, median round trip:  echo %.1f us, IsMAPIDllInitialized %.1f us, ratio %.2f\n",
+                echoTime, serviceTime, serviceTime / echoTime);
+    std::printf("%d clients at once:             echo %.0f requests/s, service %.0f requests/s, ratio %.2f\n",
+                clients, echoRate, serviceRate, serviceRate / echoRate);
     return 0;
 }

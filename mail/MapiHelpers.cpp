@@ -7,17 +7,15 @@
 namespace velmar::mail {
 
 HRESULT ReadStream(IStream* stream, std::string& bytes, size_t maxBytes) {
-    constexpr size_t kChunk = 256 * 1024;
     bytes.clear();
+    char buffer[64 * 1024];
     while (bytes.size() < maxBytes) {
-        const size_t want = std::min(kChunk, maxBytes - bytes.size());
-        const size_t before = bytes.size();
-        bytes.resize(before + want);
+        const ULONG want = static_cast<ULONG>(std::min(sizeof buffer, maxBytes - bytes.size()));
         ULONG got = 0;
-        const HRESULT hr = stream->Read(bytes.data() + before, static_cast<ULONG>(want), &got);
-        bytes.resize(before + (SUCCEEDED(hr) ? std::min<size_t>(got, want) : 0));
+        const HRESULT hr = stream->Read(buffer, want, &got);
         if (FAILED(hr)) return hr;
         if (got == 0) break;
+        bytes.append(buffer, std::min(got, want));
     }
     return S_OK;
 }

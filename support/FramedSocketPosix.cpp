@@ -46,14 +46,12 @@ CFramedSocket::Received CFramedSocket::Receive(std::string& message, size_t maxB
             if (polled == 0) return Received::TimedOut;
             if (polled < 0) return Received::Failed;
         }
-        constexpr size_t kChunk = 64 * 1024;
-        const size_t before = m_pending.size();
-        m_pending.resize(before + kChunk);
-        const ssize_t got = read(m_fd, m_pending.data() + before, kChunk);
-        m_pending.resize(before + (got > 0 ? static_cast<size_t>(got) : 0));
+        char buffer[64 * 1024];
+        const ssize_t got = read(m_fd, buffer, sizeof buffer);
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) return Received::Failed;
         if (got == 0) return Received::Closed;
+        m_pending.append(buffer, static_cast<size_t>(got));
     }
 }
 

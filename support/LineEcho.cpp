@@ -42,6 +42,7 @@ CLineEcho::~CLineEcho() {
 
 void CLineEcho::Push(std::string line) {
     line += '\n';
+    bool wake = false;
     {
         std::lock_guard lock(m_state->lock);
         if (m_state->bStopping) return;
@@ -49,10 +50,13 @@ void CLineEcho::Push(std::string line) {
             ++m_state->dropped;
             return;
         }
+        // Only a writer that found the queue empty waits for it: waking it per line would cost a system
+        // call per line.
+        wake = m_state->queue.empty();
         m_state->queuedBytes += line.size();
         m_state->queue.push_back(std::move(line));
     }
-    m_state->changed.notify_all();
+    if (wake) m_state->changed.notify_all();
 }
 
 void CLineEcho::WriterLoop(const std::shared_ptr<CState>& state) {

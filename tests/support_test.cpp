@@ -40,6 +40,27 @@ TEST(Utf8, WideRoundTripIncludingAstralCharacters) {
     }
 }
 
+// The conversions skip runs of ASCII eight bytes at a time: every character must come out the same
+// wherever it falls in such a block.
+TEST(Utf8, EveryPositionAroundAsciiBlocks) {
+    const std::string fffd = "\xEF\xBF\xBD";
+    for (size_t before = 0; before < 18; ++before) {
+        for (const std::string& odd : {std::string("\xC3\xA9"), std::string("\xF0\x9F\x98\x80"),
+                                       std::string("\xFF"), std::string("\xE2\x82")}) {
+            const std::string text = std::string(before, 'a') + odd + std::string(17 - before, 'z');
+            const bool valid = odd != "\xFF" && odd != "\xE2\x82";
+            EXPECT_EQ(velmar::IsValidUtf8(text), valid) << before;
+            const std::string clean =
+                std::string(before, 'a') + (valid ? odd : fffd) + std::string(17 - before, 'z');
+            EXPECT_EQ(velmar::SanitizeUtf8(text), clean) << before;
+            EXPECT_EQ(velmar::WideToUtf8(velmar::Utf8ToWide(text)), clean) << before;
+            EXPECT_EQ(velmar::Utf8ToWide(text).size(),
+                      17 + (odd.size() == 4 && sizeof(wchar_t) == 2 ? 2u : 1u))
+                << before;
+        }
+    }
+}
+
 TEST(NumberText, LeadingIntReadsLikeAtoi) {
     EXPECT_EQ(ParseLeadingInt(std::string_view("")), 0);
     EXPECT_EQ(ParseLeadingInt(std::string_view("abc")), 0);
