@@ -101,6 +101,7 @@ int main(int argc, char** argv) {
                                             "store1.address = me@example.com\n";
     setenv("VELMAR_MAPI_PROFILES", (root / "profiles.ini").c_str(), 1);
     setenv("TMPDIR", root.c_str(), 1);
+    sync();    // the written files reach the disk now, not while the requests are timed
     sleep(2);  // folder times of the current second are not trusted by the index
 
     // The floor: a raw echo on the same kind of socket.

@@ -28,8 +28,11 @@ CTraceScope::~CTraceScope() {
     if (m_bEnd) m_mapi.AddTrace(m_name + L" end");
 }
 
-void CTraceScope::Step(const std::wstring& step) const {
-    m_mapi.AddTrace(m_name + L" " + step);
+void CTraceScope::Step(std::wstring_view step) const {
+    std::wstring line;
+    line.reserve(m_name.size() + 1 + step.size());
+    line.append(m_name).append(1, L' ').append(step);
+    m_mapi.AddTrace(std::move(line));
 }
 
 }  // namespace velmar::mail

@@ -7,6 +7,7 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "mail/ClientMapiHolders.h"
 
@@ -141,7 +142,7 @@ public:
     CTraceScope(const CTraceScope&) = delete;
     CTraceScope& operator=(const CTraceScope&) = delete;
 
-    void Step(const std::wstring& step) const;
+    void Step(std::wstring_view step) const;
     // For the exits after which the operation writes no end line: the caller says why where it calls it.
     void SkipEnd() { m_bEnd = false; }
 

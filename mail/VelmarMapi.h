@@ -59,7 +59,7 @@ public:
     void SetAddrBook();
     void ReleaseSessionData();
     void OutputError(const std::wstring& text);
-    void AddTrace(const std::wstring& text);
+    void AddTrace(std::wstring text);
 
     // Message stores.
     void OpenMessageStoreTable();

@@ -39,8 +39,8 @@ CVelmarMapi::~CVelmarMapi() {
     }
 }
 
-void CVelmarMapi::AddTrace(const std::wstring& text) {
-    if (m_pActivityList) m_pActivityList->AddTraceLine(text);
+void CVelmarMapi::AddTrace(std::wstring text) {
+    if (m_pActivityList) m_pActivityList->AddTraceLine(std::move(text));
 }
 
 void CVelmarMapi::OutputError(const std::wstring& text) {

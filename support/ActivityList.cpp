@@ -1,6 +1,5 @@
 #include "support/ActivityList.h"
 
-#include "support/CodePage.h"
 #include "support/LineEcho.h"
 
 namespace {
@@ -16,20 +15,20 @@ CActivityList::CActivityList(bool echoToStandardOutput) {
 
 CActivityList::~CActivityList() = default;
 
-void CActivityList::Append(const std::wstring& line) {
-    m_lines.push_back(line);
-    if (m_echo) m_echo->Push(velmar::WideToAnsi(line));
+void CActivityList::Append(std::wstring line) {
+    if (m_echo) m_echo->Push(line);
+    m_lines.push_back(std::move(line));
 }
 
-void CActivityList::AddLine(const std::wstring& line) {
+void CActivityList::AddLine(std::wstring line) {
     std::lock_guard lock(m_lock);
-    Append(line);
+    Append(std::move(line));
 }
 
-void CActivityList::AddTraceLine(const std::wstring& line) {
+void CActivityList::AddTraceLine(std::wstring line) {
     std::lock_guard lock(m_lock);
     while (m_lines.size() > kMaxTraceLines) m_lines.pop_front();
-    Append(line);
+    Append(std::move(line));
 }
 
 void CActivityList::Clear() {

@@ -24,9 +24,9 @@ public:
     CActivityList& operator=(const CActivityList&) = delete;
 
     // A line of the service: appended at the end, without limit.
-    void AddLine(const std::wstring& line);
+    void AddLine(std::wstring line);
     // A line of the mail trace: first the oldest lines go while the list holds more than kMaxTraceLines.
-    void AddTraceLine(const std::wstring& line);
+    void AddTraceLine(std::wstring line);
     void Clear();
 
     std::vector<std::wstring> Lines() const;
@@ -35,7 +35,7 @@ public:
     std::wstring Text() const;
 
 private:
-    void Append(const std::wstring& line);
+    void Append(std::wstring line);
 
     mutable std::mutex m_lock;
     std::deque<std::wstring> m_lines;  // the oldest lines leave from the front at constant cost

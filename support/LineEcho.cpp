@@ -5,7 +5,9 @@
 #include <deque>
 #include <mutex>
 #include <thread>
+#include <utility>
 
+#include "support/CodePage.h"
 #include "support/FileBytes.h"
 
 namespace velmar {
@@ -13,18 +15,21 @@ namespace {
 
 // How long the end of the program waits for a reader that does not read.
 constexpr auto kFinalWait = std::chrono::milliseconds(500);
+// How long a woken writer lets lines gather: one wake-up and one write for the lines of many requests.
+constexpr auto kGatherTime = std::chrono::milliseconds(5);
 
 }  // namespace
 
 struct CLineEcho::CState {
     std::mutex lock;
     std::condition_variable changed;
-    std::deque<std::string> queue;
+    std::deque<std::wstring> queue;
     size_t queuedBytes = 0;
     size_t maxQueuedBytes = 0;
     size_t dropped = 0;
     bool bStopping = false;
     bool bFinished = false;
+    bool bWriterIdle = false;  // the writer waits for lines and must be woken
 };
 
 CLineEcho::CLineEcho(size_t maxQueuedBytes) : m_state(std::make_shared<CState>()) {
@@ -40,42 +45,52 @@ CLineEcho::~CLineEcho() {
     m_state->changed.wait_for(lock, kFinalWait, [this] { return m_state->bFinished; });
 }
 
-void CLineEcho::Push(std::string line) {
-    line += '\n';
+void CLineEcho::Push(std::wstring line) {
+    // A line is counted as the characters it has and its line break.
+    const size_t bytes = line.size() + 1;
     bool wake = false;
     {
         std::lock_guard lock(m_state->lock);
         if (m_state->bStopping) return;
-        if (m_state->queuedBytes + line.size() > m_state->maxQueuedBytes) {
+        if (m_state->queuedBytes + bytes > m_state->maxQueuedBytes) {
             ++m_state->dropped;
             return;
         }
-        // Only a writer that found the queue empty waits for it: waking it per line would cost a system
-        // call per line.
-        wake = m_state->queue.empty();
-        m_state->queuedBytes += line.size();
+        // Waking the writer costs a system call and a thread switch: only an idle writer is woken.
+        wake = m_state->bWriterIdle;
+        m_state->bWriterIdle = false;
+        m_state->queuedBytes += bytes;
         m_state->queue.push_back(std::move(line));
     }
-    if (wake) m_state->changed.notify_all();
+    if (wake) m_state->changed.notify_one();
 }
 
 void CLineEcho::WriterLoop(const std::shared_ptr<CState>& state) {
     std::unique_lock lock(state->lock);
     for (;;) {
+        state->bWriterIdle = true;
         state->changed.wait(lock,
                             [&] { return state->bStopping || !state->queue.empty() || state->dropped > 0; });
+        state->bWriterIdle = false;
         if (state->queue.empty() && state->dropped == 0) break;  // stopping with nothing left
+        if (!state->bStopping) {
+            lock.unlock();
+            std::this_thread::sleep_for(kGatherTime);
+            lock.lock();
+        }
         // While the queue is full nothing is added to it, so every dropped line came after the lines taken
         // here: the count follows them.
-        std::string batch;
-        for (const std::string& line : state->queue) batch += line;
-        state->queue.clear();
+        std::deque<std::wstring> lines;
+        lines.swap(state->queue);
         state->queuedBytes = 0;
-        if (state->dropped > 0) {
-            batch += "... " + std::to_string(state->dropped) + " Zeilen ausgelassen\n";
-            state->dropped = 0;
-        }
+        const size_t dropped = std::exchange(state->dropped, 0);
         lock.unlock();
+        std::string batch;
+        for (const std::wstring& line : lines) {
+            batch += WideToAnsi(line);
+            batch += '\n';
+        }
+        if (dropped > 0) batch += "... " + std::to_string(dropped) + " Zeilen ausgelassen\n";
         const bool written = WriteStandardOutput(batch);
         lock.lock();
         if (!written) break;

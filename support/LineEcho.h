@@ -1,4 +1,4 @@
-// Echoes text lines to standard output (of a headless program) from a thread of its own, so that whoever
+// Echoes lines of text to standard output (of a headless program) from a thread of its own, so that whoever
 // adds a line never waits for the reader. Lines wait in a queue of bounded size; when the reader does not
 // keep up, further lines are dropped and counted, and the count is written after the lines that came
 // before them.
@@ -20,8 +20,9 @@ public:
     CLineEcho(const CLineEcho&) = delete;
     CLineEcho& operator=(const CLineEcho&) = delete;
 
-    // Queues one line (a line break is added); never blocks on the reader.
-    void Push(std::string line);
+    // Queues one line, to be written in the code page of the platform with a line break; never blocks on
+    // the reader (the conversion is the writer's).
+    void Push(std::wstring line);
 
 private:
     struct CState;

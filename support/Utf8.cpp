@@ -76,7 +76,8 @@ void ForEachCodePoint(std::string_view text, Sink&& sink) {
 }
 
 char32_t Checked(char32_t codePoint) {
-    return codePoint > 0x10FFFF || (codePoint >= 0xD800 && codePoint <= 0xDFFF) ? kReplacementChar : codePoint;
+    return codePoint > 0x10FFFF || (codePoint >= 0xD800 && codePoint <= 0xDFFF) ? kReplacementChar
+                                                                                : codePoint;
 }
 
 size_t Utf8Length(char32_t codePoint) {

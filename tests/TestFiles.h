@@ -10,6 +10,7 @@
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <thread>
 
 namespace velmar::test {
 
@@ -48,6 +49,19 @@ inline void SetEnvironment(const char* name, const std::string& value) {
 inline std::string ReadFile(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// The contents of a file another process is still appending to, once nothing has been added for a while:
+// the service echoes its activity list through a writer thread, a few milliseconds behind its replies.
+inline std::string ReadSettledFile(const std::filesystem::path& path) {
+    std::string text = ReadFile(path);
+    for (int round = 0; round < 100; ++round) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        std::string again = ReadFile(path);
+        if (again == text) break;
+        text = std::move(again);
+    }
+    return text;
 }
 
 // How often needle occurs in text.

@@ -101,10 +101,7 @@ protected:
         return Ask(request.Emit());
     }
 
-    std::string Activity() {
-        std::ifstream in(m_dir / "activity.log", std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    }
+    std::string Activity() { return velmar::test::ReadSettledFile(m_dir / "activity.log"); }
 
     velmar::test::CTempDir m_dir;
     std::string m_previousTmpdir;

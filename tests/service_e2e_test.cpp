@@ -75,10 +75,7 @@ protected:
         return reply;
     }
 
-    std::string Activity() {
-        std::ifstream in(m_dir / "activity.log", std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    }
+    std::string Activity() { return velmar::test::ReadSettledFile(m_dir / "activity.log"); }
 
     velmar::test::CTempDir m_dir;
     std::optional<velmar::test::CServiceProcess> m_service;

@@ -92,8 +92,8 @@ std::vector<CPropValue> AttachmentProperties(const CAttachmentContent& attachmen
 }
 
 std::vector<CPropValue> CMimeMessage::Properties() const {
-    std::vector<CPropValue> props = m_content->properties;
-    std::int32_t flags = m_content->attachments.empty() ? 0 : MSGFLAG_HASATTACH;
+    std::vector<CPropValue> props = Content()->properties;
+    std::int32_t flags = Content()->attachments.empty() ? 0 : MSGFLAG_HASATTACH;
     std::lock_guard lock(m_lock);
     if (m_location) {
         const CMessageLocation& where = *m_location;
@@ -125,14 +125,14 @@ HRESULT CMimeMessage::OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG, ULONG u
     try {
         std::vector<BYTE> bytes;
         if (ulPropTag == PR_BODY_W) {
-            bytes = WideBytes(m_content->body);
+            bytes = WideBytes(Content()->body);
         } else if (ulPropTag == PR_BODY_A) {
-            const std::string utf8 = WideToUtf8(m_content->body);
+            const std::string utf8 = WideToUtf8(Content()->body);
             bytes.assign(utf8.begin(), utf8.end());
-        } else if (ulPropTag == PR_HTML && !m_content->html.empty()) {
-            bytes.assign(m_content->html.begin(), m_content->html.end());
-        } else if (ulPropTag == PR_RTF_COMPRESSED && !m_content->rtfCompressed.empty()) {
-            bytes = m_content->rtfCompressed;
+        } else if (ulPropTag == PR_HTML && !Content()->html.empty()) {
+            bytes.assign(Content()->html.begin(), Content()->html.end());
+        } else if (ulPropTag == PR_RTF_COMPRESSED && !Content()->rtfCompressed.empty()) {
+            bytes = Content()->rtfCompressed;
         } else {
             return MAPI_E_NOT_FOUND;
         }
@@ -146,7 +146,7 @@ HRESULT CMimeMessage::OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG, ULONG u
 HRESULT CMimeMessage::GetRecipientTable(ULONG, LPMAPITABLE* lppTable) {
     std::vector<std::vector<CPropValue>> rows;
     std::int32_t rowId = 0;
-    for (const CRecipientContent& recipient : m_content->recipients) {
+    for (const CRecipientContent& recipient : Content()->recipients) {
         rows.push_back({{PR_DISPLAY_NAME_W, recipient.displayName},
                         {PR_EMAIL_ADDRESS_W, recipient.address},
                         {PR_SMTP_ADDRESS_W, recipient.address},
@@ -162,7 +162,7 @@ HRESULT CMimeMessage::GetRecipientTable(ULONG, LPMAPITABLE* lppTable) {
 
 HRESULT CMimeMessage::GetAttachmentTable(ULONG, LPMAPITABLE* lppTable) {
     std::vector<std::vector<CPropValue>> rows;
-    for (const CAttachmentContent& attachment : m_content->attachments)
+    for (const CAttachmentContent& attachment : Content()->attachments)
         rows.push_back(AttachmentProperties(attachment));
     return MakeRowListTable(std::vector<ULONG>(std::begin(kAttachmentColumns), std::end(kAttachmentColumns)),
                             std::move(rows), lppTable);
@@ -171,10 +171,10 @@ HRESULT CMimeMessage::GetAttachmentTable(ULONG, LPMAPITABLE* lppTable) {
 HRESULT CMimeMessage::OpenAttach(ULONG ulAttachmentNum, LPCIID lpInterface, ULONG, LPATTACH* lppAttach) {
     if (!lppAttach) return MAPI_E_INVALID_PARAMETER;
     *lppAttach = nullptr;
-    if (ulAttachmentNum >= m_content->attachments.size()) return MAPI_E_NOT_FOUND;
+    if (ulAttachmentNum >= Content()->attachments.size()) return MAPI_E_NOT_FOUND;
     if (lpInterface && !IsOneOf(*lpInterface, {IID_IAttachment, IID_IMAPIProp, IID_IUnknown}))
         return MAPI_E_INTERFACE_NOT_SUPPORTED;
-    *lppAttach = MakeObject<CMimeAttach>(m_content, ulAttachmentNum).Detach();
+    *lppAttach = MakeObject<CMimeAttach>(Content(), ulAttachmentNum).Detach();
     return S_OK;
 }
 

@@ -29,6 +29,10 @@ class CMimeMessage : public CMapiProp<IMessage> {
 public:
     CMimeMessage(std::shared_ptr<CMessageContent> content, std::optional<CMessageLocation> location)
         : m_content(std::move(content)), m_location(std::move(location)) {}
+    // A message file, open as fd (taken over), read when its content is first asked for; fallback holds
+    // what the folder index knows, for a file that cannot be parsed.
+    CMimeMessage(int fd, std::vector<CPropValue> fallback, CMessageLocation location)
+        : m_content(fd, std::move(fallback)), m_location(std::move(location)) {}
 
     HRESULT OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG ulInterfaceOptions, ULONG ulFlags,
                          LPUNKNOWN* lppUnk) override;
@@ -49,7 +53,9 @@ protected:
     }
 
 private:
-    std::shared_ptr<CMessageContent> m_content;
+    const std::shared_ptr<CMessageContent>& Content() const { return m_content.Get(); }
+
+    CDeferredContent m_content;
     mutable std::mutex m_lock;  // guards m_location, which SetReadFlag changes
     std::optional<CMessageLocation> m_location;
 };

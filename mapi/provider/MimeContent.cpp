@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cstdlib>
 #include <cwctype>
+#include <utility>
 
 #include "mapi/provider/Tnef.h"
 #include "mapitags.h"
@@ -285,6 +286,22 @@ std::shared_ptr<CMessageContent> ReadMessageFile(int fd, std::vector<CPropValue>
         return content;
     }
     return ReadMimeMessage(message.get());
+}
+
+CDeferredContent::CDeferredContent(std::shared_ptr<CMessageContent> ready) {
+    std::call_once(m_once, [&] { m_content = std::move(ready); });
+}
+
+CDeferredContent::~CDeferredContent() {
+    if (m_fd >= 0) close(m_fd);
+}
+
+const std::shared_ptr<CMessageContent>& CDeferredContent::Get() const {
+    std::call_once(m_once, [this] {
+        m_content = ReadMessageFile(std::exchange(m_fd, -1), std::move(m_fallback));
+        m_fallback.clear();
+    });
+    return m_content;
 }
 
 std::vector<BYTE> DecodedBytes(const CAttachmentContent& attachment) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -46,6 +47,27 @@ struct CMessageContent {
 std::shared_ptr<CMessageContent> ReadMessageFile(int fd, std::vector<CPropValue> fallback);
 // The content of a message held in memory (an embedded message/rfc822 part).
 std::shared_ptr<CMessageContent> ReadMimeMessage(GMimeMessage* message);
+
+// A message's content, read when it is first asked for: a lookup that only finds a message (and perhaps
+// marks it read) never parses it. The file is opened when the message is, so a later rename does not lose
+// it. Safe to ask from several threads.
+class CDeferredContent {
+public:
+    // Takes over fd (-1 for none), to be read as ReadMessageFile reads it.
+    CDeferredContent(int fd, std::vector<CPropValue> fallback) : m_fd(fd), m_fallback(std::move(fallback)) {}
+    explicit CDeferredContent(std::shared_ptr<CMessageContent> ready);
+    ~CDeferredContent();
+    CDeferredContent(const CDeferredContent&) = delete;
+    CDeferredContent& operator=(const CDeferredContent&) = delete;
+
+    const std::shared_ptr<CMessageContent>& Get() const;
+
+private:
+    mutable std::once_flag m_once;
+    mutable int m_fd = -1;
+    mutable std::vector<CPropValue> m_fallback;
+    mutable std::shared_ptr<CMessageContent> m_content;
+};
 
 // The decoded bytes of an attachment's part (or its unpacked data).
 std::vector<BYTE> DecodedBytes(const CAttachmentContent& attachment);

@@ -51,7 +51,6 @@ HRESULT OpenMessage(const CStoreConfig& config, const CEntryId& id, LPCIID lpInt
         if (fd >= 0 || errno != ENOENT || attempt == kRenameRetries) break;
         snapshot = index->Rescan();
     }
-    std::shared_ptr<CMessageContent> content = ReadMessageFile(fd, std::move(fallback));
     const CIndexedMessage indexed = snapshot->Message(*row);
     CMessageLocation location{config.id,
                               id.folder,
@@ -62,7 +61,7 @@ HRESULT OpenMessage(const CStoreConfig& config, const CEntryId& id, LPCIID lpInt
                               std::string(indexed.flags),
                               indexed.delivered,
                               indexed.size};
-    return HandOutEntry(MakeObject<CMimeMessage>(std::move(content), std::move(location)), lpInterface,
+    return HandOutEntry(MakeObject<CMimeMessage>(fd, std::move(fallback), std::move(location)), lpInterface,
                         MAPI_MESSAGE, lpulObjType, lppUnk);
 }
 
