@@ -390,6 +390,11 @@ std::shared_ptr<const CIndexSnapshot> CMaildirIndex::Refresh() {
     return Scan(newStamp, curStamp);
 }
 
+std::shared_ptr<const CIndexSnapshot> CMaildirIndex::Last() {
+    std::lock_guard lock(m_lock);
+    return m_snapshot;
+}
+
 std::shared_ptr<const CIndexSnapshot> CMaildirIndex::Rescan() {
     std::lock_guard lock(m_lock);
     return Scan(FolderStamp(m_folderPath + "/new"), FolderStamp(m_folderPath + "/cur"));

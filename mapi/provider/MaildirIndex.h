@@ -102,6 +102,8 @@ public:
     // Lists the folder again even when its times say nothing changed: for a reader whose file was renamed
     // within the same tick of the folder's clock. Throws std::bad_alloc.
     std::shared_ptr<const CIndexSnapshot> Rescan();
+    // The index as the last refresh left it, without looking at the folder (null before the first).
+    std::shared_ptr<const CIndexSnapshot> Last();
 
 private:
     class CBuilder;

@@ -58,6 +58,38 @@ std::vector<BYTE> WideBytes(const std::wstring& text) {
     return std::vector<BYTE>(begin, begin + text.size() * sizeof(wchar_t));
 }
 
+CPropValue AttachmentSizeValue(std::uint64_t size) {
+    return {PR_ATTACH_SIZE, static_cast<std::int32_t>(std::min<std::uint64_t>(size, 0x7FFFFFFF))};
+}
+
+// The attachment table. Every column but the size is kept; the size needs the part decoded, so it is made
+// only for a table that shows it (the mail layer's does not).
+class CAttachmentRows : public ITableRows {
+public:
+    explicit CAttachmentRows(std::shared_ptr<CMessageContent> content) : m_content(std::move(content)) {
+        for (const CAttachmentContent& attachment : m_content->attachments)
+            m_rows.push_back(AttachmentProperties(attachment, std::nullopt));
+    }
+
+    size_t RowCount() const override { return m_rows.size(); }
+    const CPropValue* Find(size_t row, ULONG tag, CPropValue& slot) const override {
+        if (PROP_ID(tag) == PROP_ID(PR_ATTACH_SIZE)) {
+            slot = AttachmentSizeValue(AttachmentSize(m_content->attachments[row]));
+            return Answers(slot, tag) ? &slot : nullptr;
+        }
+        for (const CPropValue& value : m_rows[row])
+            if (Answers(value, tag)) return &value;
+        return nullptr;
+    }
+    std::vector<ULONG> DefaultColumns() const override {
+        return std::vector<ULONG>(std::begin(kAttachmentColumns), std::end(kAttachmentColumns));
+    }
+
+private:
+    std::shared_ptr<CMessageContent> m_content;
+    std::vector<std::vector<CPropValue>> m_rows;
+};
+
 // 8.3 form of a long file name, as MAPI clients expect in PR_ATTACH_FILENAME.
 std::wstring ShortFileName(const std::wstring& name) {
     const size_t dot = name.rfind(L'.');
@@ -68,11 +100,11 @@ std::wstring ShortFileName(const std::wstring& name) {
 
 }  // namespace
 
-std::vector<CPropValue> AttachmentProperties(const CAttachmentContent& attachment) {
+std::vector<CPropValue> AttachmentProperties(const CAttachmentContent& attachment,
+                                             std::optional<std::uint64_t> size) {
     std::vector<CPropValue> props{
         {PR_ATTACH_NUM, static_cast<std::int32_t>(attachment.number)},
         {PR_ATTACH_METHOD, static_cast<std::int32_t>(attachment.method)},
-        {PR_ATTACH_SIZE, static_cast<std::int32_t>(std::min<std::uint64_t>(attachment.size, 0x7FFFFFFF))},
         {PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_ATTACH)},
         {PR_RENDERING_POSITION, std::int32_t{-1}},
         {PR_INSTANCE_KEY, std::vector<BYTE>{static_cast<BYTE>(attachment.number & 0xFF),
@@ -85,6 +117,7 @@ std::vector<CPropValue> AttachmentProperties(const CAttachmentContent& attachmen
     AddIfPresent(props, PR_ATTACH_CONTENT_ID_W, attachment.contentId);
     AddIfPresent(props, PR_ATTACH_MIME_TAG_W, attachment.mimeTag);
     AddIfPresent(props, PR_ATTACH_CONTENT_LOCATION_W, attachment.contentLocation);
+    if (size) props.push_back(AttachmentSizeValue(*size));
     const size_t dot = attachment.longFileName.rfind(L'.');
     if (dot != std::wstring::npos)
         props.push_back({PR_ATTACH_EXTENSION_W, attachment.longFileName.substr(dot)});
@@ -161,11 +194,14 @@ HRESULT CMimeMessage::GetRecipientTable(ULONG, LPMAPITABLE* lppTable) {
 }
 
 HRESULT CMimeMessage::GetAttachmentTable(ULONG, LPMAPITABLE* lppTable) {
-    std::vector<std::vector<CPropValue>> rows;
-    for (const CAttachmentContent& attachment : Content()->attachments)
-        rows.push_back(AttachmentProperties(attachment));
-    return MakeRowListTable(std::vector<ULONG>(std::begin(kAttachmentColumns), std::end(kAttachmentColumns)),
-                            std::move(rows), lppTable);
+    if (!lppTable) return MAPI_E_INVALID_PARAMETER;
+    *lppTable = nullptr;
+    try {
+        *lppTable = MakeTable(std::make_shared<CAttachmentRows>(Content())).Detach();
+        return S_OK;
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
 }
 
 HRESULT CMimeMessage::OpenAttach(ULONG ulAttachmentNum, LPCIID lpInterface, ULONG, LPATTACH* lppAttach) {
@@ -204,8 +240,15 @@ HRESULT CMimeMessage::SetReadFlag(ULONG ulFlags) {
     }
 }
 
+const std::vector<BYTE>& CMimeAttach::Decoded() const {
+    std::call_once(m_decodedOnce, [this] { m_decoded = DecodedBytes(m_content->attachments[m_index]); });
+    return m_decoded;
+}
+
 std::vector<CPropValue> CMimeAttach::Properties() const {
-    return AttachmentProperties(m_content->attachments[m_index]);
+    const CAttachmentContent& attachment = m_content->attachments[m_index];
+    const bool decodes = !attachment.size && !attachment.unpacked && attachment.method == ATTACH_BY_VALUE;
+    return AttachmentProperties(attachment, decodes ? Decoded().size() : AttachmentSize(attachment));
 }
 
 HRESULT CMimeAttach::OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG, ULONG ulFlags, LPUNKNOWN* lppUnk) {
@@ -216,7 +259,7 @@ HRESULT CMimeAttach::OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG, ULONG ul
     try {
         if (ulPropTag == PR_ATTACH_DATA_BIN && attachment.method == ATTACH_BY_VALUE) {
             if (*lpiid != IID_IStream) return MAPI_E_INTERFACE_NOT_SUPPORTED;
-            *lppUnk = MakeReadStream(DecodedBytes(attachment)).Detach();
+            *lppUnk = MakeReadStream(Decoded()).Detach();
             return S_OK;
         }
         if (ulPropTag == PR_ATTACH_DATA_OBJ && attachment.method == ATTACH_EMBEDDED_MSG) {

@@ -75,11 +75,18 @@ protected:
     }
 
 private:
+    // The attachment's decoded bytes, made once for its size and its data stream alike.
+    const std::vector<BYTE>& Decoded() const;
+
     std::shared_ptr<CMessageContent> m_content;
     size_t m_index;
+    mutable std::once_flag m_decodedOnce;
+    mutable std::vector<BYTE> m_decoded;
 };
 
-// The properties of an attachment, as its table row and its object show them.
-std::vector<CPropValue> AttachmentProperties(const CAttachmentContent& attachment);
+// The properties of an attachment, as its table row and its object show them; PR_ATTACH_SIZE only when the
+// size is given.
+std::vector<CPropValue> AttachmentProperties(const CAttachmentContent& attachment,
+                                             std::optional<std::uint64_t> size);
 
 }  // namespace velmar::mapi

@@ -129,7 +129,8 @@ private:
             attachment.displayName = attachment.longFileName;
         }
         attachment.part = RefObject(object);
-        attachment.size = method == ATTACH_EMBEDDED_MSG ? 0 : DecodedSize(object);
+        // A part's size costs decoding it, so it is left to whoever asks for it.
+        if (method == ATTACH_EMBEDDED_MSG) attachment.size = 0;
         if (MayBeTnef(attachment) && UnpackTnef(attachment)) return;
         m_content.attachments.push_back(std::move(attachment));
     }
@@ -167,14 +168,6 @@ private:
             m_content.attachments.push_back(std::move(winmail));
         }
         return true;
-    }
-
-    static std::uint64_t DecodedSize(GMimeObject* object) {
-        GMimeDataWrapper* wrapper = g_mime_part_get_content(GMIME_PART(object));
-        if (!wrapper) return 0;
-        GObjectPtr<GMimeStream> sink(g_mime_stream_null_new());
-        const ssize_t written = g_mime_data_wrapper_write_to_stream(wrapper, sink.get());
-        return written > 0 ? static_cast<std::uint64_t>(written) : 0;
     }
 
     CMessageContent& m_content;
@@ -302,6 +295,17 @@ const std::shared_ptr<CMessageContent>& CDeferredContent::Get() const {
         m_fallback.clear();
     });
     return m_content;
+}
+
+std::uint64_t AttachmentSize(const CAttachmentContent& attachment) {
+    if (attachment.size) return *attachment.size;
+    if (attachment.unpacked) return attachment.unpacked->size();
+    if (!attachment.part || !GMIME_IS_PART(attachment.part.get())) return 0;
+    GMimeDataWrapper* wrapper = g_mime_part_get_content(GMIME_PART(attachment.part.get()));
+    if (!wrapper) return 0;
+    GObjectPtr<GMimeStream> sink(g_mime_stream_null_new());
+    const ssize_t written = g_mime_data_wrapper_write_to_stream(wrapper, sink.get());
+    return written > 0 ? static_cast<std::uint64_t>(written) : 0;
 }
 
 std::vector<BYTE> DecodedBytes(const CAttachmentContent& attachment) {

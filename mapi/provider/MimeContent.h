@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,7 +27,8 @@ struct CAttachmentContent {
     std::wstring contentId;  // without angle brackets
     std::wstring mimeTag;    // "image/png"
     std::wstring contentLocation;
-    std::uint64_t size = 0;        // decoded bytes
+    // Decoded bytes, when known without decoding (unpacked or embedded ones); else AttachmentSize decodes.
+    std::optional<std::uint64_t> size;
     GObjectPtr<GMimeObject> part;  // a GMimePart, or a GMimeMessagePart for an embedded message
     std::shared_ptr<const std::vector<BYTE>> unpacked;  // the data of one unpacked from TNEF (no part)
 };
@@ -71,6 +73,8 @@ private:
 
 // The decoded bytes of an attachment's part (or its unpacked data).
 std::vector<BYTE> DecodedBytes(const CAttachmentContent& attachment);
+// How many bytes that is; a part is decoded (and the bytes thrown away) unless its size is known.
+std::uint64_t AttachmentSize(const CAttachmentContent& attachment);
 
 // Plain text from HTML: tags dropped, block ends as line breaks, entities decoded.
 std::wstring HtmlToText(std::string_view html);

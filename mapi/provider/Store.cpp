@@ -38,11 +38,13 @@ HRESULT OpenMessage(const CStoreConfig& config, const CEntryId& id, LPCIID lpInt
                     LPUNKNOWN* lppUnk) {
     const std::string folderPath = FolderPath(config.path, id.folder);
     const std::shared_ptr<CMaildirIndex> index = IndexForFolder(folderPath, config.id, id.folder);
-    std::shared_ptr<const CIndexSnapshot> snapshot = index->Refresh();
+    // The entry id came from a table of this index, so the last listing normally knows it: the folder is
+    // listed again only for a key it lacks, or when the file was renamed after the listing.
+    std::shared_ptr<const CIndexSnapshot> snapshot = index->Last();
+    if (!snapshot || !snapshot->FindByKey(id.message)) snapshot = index->Refresh();
     std::optional<size_t> row;
     std::vector<CPropValue> fallback;
     int fd = -1;
-    // Another program may rename the file after the index was read: then the key is looked up again.
     for (int attempt = 0;; ++attempt) {
         row = snapshot->FindByKey(id.message);
         if (!row) return MAPI_E_NOT_FOUND;
