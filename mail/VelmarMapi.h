@@ -6,6 +6,7 @@
 // own; callers read and set it through the operations below.
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <string>
@@ -126,7 +127,8 @@ public:
     void MyStgCreateStorageEx(const std::wstring& strPath);
 
 private:
-    bool m_bMAPIInitialized = false;
+    // Read without the service's lock by the commands that only ask whether MAPI is there.
+    std::atomic<bool> m_bMAPIInitialized{false};
     velmar::CComPtr<IMAPISession> m_lpMAPISession;
     velmar::CComPtr<IMsgStore> m_lpOutboxStore;
     velmar::CComPtr<IMAPIFolder> m_lpOutboxFolder;

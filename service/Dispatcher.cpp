@@ -20,10 +20,11 @@ const CRequestDispatcher::CCommand CRequestDispatcher::kCommands[] = {
     // FindMessage writes the line of SendEmail: it has none of its own.
     {"FindMessage", L"-> SendEmail", &CRequestDispatcher::FindMessage},
     {"IsInitialized", L"-> IsInitialized", &CRequestDispatcher::IsInitialized},
-    {"IsMAPIDllInitialized", L"-> IsMAPIDllInitialized", &CRequestDispatcher::IsMAPIDllInitialized},
+    {"IsMAPIDllInitialized", L"-> IsMAPIDllInitialized", &CRequestDispatcher::IsMAPIDllInitialized, false,
+     true},
     // Sets the stop flag; the request service closes the program once the reply is out.
     {"CloseVelmarTaskScheduler", L"-> CloseVelmarTaskScheduler",
-     &CRequestDispatcher::CloseVelmarTaskScheduler, true},
+     &CRequestDispatcher::CloseVelmarTaskScheduler, true, true},
     {"SaveToMsg", L"-> SaveToMsg", &CRequestDispatcher::SaveToMsg},
 };
 
@@ -37,7 +38,9 @@ HRESULT CRequestDispatcher::Dispatch(CkJsonObject& request, IPipeConnection& pip
         m_activity.AddLine(row.activityLine);
         CkJsonObject reply;
         bool success = false;
-        {
+        if (row.withoutSession) {
+            success = (this->*row.handler)(request, reply, stopFlag);
+        } else {
             std::lock_guard lock(m_mapiLock);
             success = (this->*row.handler)(request, reply, stopFlag);
         }

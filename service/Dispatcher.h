@@ -37,6 +37,8 @@ private:
         const wchar_t* activityLine;
         Handler handler;
         bool endsProgram = false;
+        // The handler touches no state of the session, so it does not wait for a request that does.
+        bool withoutSession = false;
     };
     static const CCommand kCommands[];
 

@@ -15,20 +15,23 @@ CActivityList::CActivityList(bool echoToStandardOutput) {
 
 CActivityList::~CActivityList() = default;
 
-void CActivityList::Append(std::wstring line) {
-    if (m_echo) m_echo->Push(line);
-    m_lines.push_back(std::move(line));
-}
-
+// The copy for the echo is made before the lock is taken: many request threads add lines at once.
 void CActivityList::AddLine(std::wstring line) {
+    std::wstring echoed = m_echo ? line : std::wstring();
     std::lock_guard lock(m_lock);
-    Append(std::move(line));
+    Append(std::move(line), std::move(echoed));
 }
 
 void CActivityList::AddTraceLine(std::wstring line) {
+    std::wstring echoed = m_echo ? line : std::wstring();
     std::lock_guard lock(m_lock);
     while (m_lines.size() > kMaxTraceLines) m_lines.pop_front();
-    Append(std::move(line));
+    Append(std::move(line), std::move(echoed));
+}
+
+void CActivityList::Append(std::wstring line, std::wstring echoed) {
+    if (m_echo) m_echo->Push(std::move(echoed));
+    m_lines.push_back(std::move(line));
 }
 
 void CActivityList::Clear() {

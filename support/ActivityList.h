@@ -35,7 +35,8 @@ public:
     std::wstring Text() const;
 
 private:
-    void Append(std::wstring line);
+    // The caller holds m_lock; echoed is the line's copy for the echo.
+    void Append(std::wstring line, std::wstring echoed);
 
     mutable std::mutex m_lock;
     std::deque<std::wstring> m_lines;  // the oldest lines leave from the front at constant cost
