@@ -93,11 +93,11 @@ int main(int argc, char** argv) {
     const int messages = argc > 1 ? std::atoi(argv[1]) : 100000;
     const int lookups = argc > 2 ? std::atoi(argv[2]) : 2000;
     const fs::path root = fs::temp_directory_path() / ("velmar-bench-" + std::to_string(getpid()));
+    fs::create_directories(root);
     std::ofstream(root / "profiles.ini") << "[Bench]\nstore1.name = Bench\nstore1.path = inbox\n";
     setenv("VELMAR_MAPI_PROFILES", (root / "profiles.ini").c_str(), 1);
 
     std::printf("generating %d messages in %s\n", messages, root.c_str());
-    fs::create_directories(root);
     velmar::bench::WriteBenchInbox(root / "inbox", messages);
     sync();    // the written files reach the disk now, not while the lookups are timed
     sleep(2);  // folder times of the current second are not trusted by the index

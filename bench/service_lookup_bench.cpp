@@ -20,23 +20,15 @@
 #include <vector>
 
 #include "bench/BenchInbox.h"
+#include "bench/BenchSockets.h"
 #include "support/FramedSocket.h"
 #include "tests/ServiceProcess.h"
 
 namespace {
 
+using velmar::bench::Connect;
 using Clock = std::chrono::steady_clock;
 namespace fs = std::filesystem;
-
-int Connect(const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return fd;
-    close(fd);
-    return -1;
-}
 
 // One request and its reply; the reply, or empty on failure.
 std::string Ask(velmar::CFramedSocket& socket, const std::string& request) {
@@ -74,16 +66,6 @@ long long ResidentKilobytes(long long pid) {
     return -1;
 }
 
-// Echoes each zero-ended message, as a service that does nothing would.
-void EchoServer(int listener) {
-    const int fd = accept(listener, nullptr, nullptr);
-    velmar::CFramedSocket socket(fd);
-    std::string message;
-    while (socket.Receive(message, 1000000, -1) == velmar::CFramedSocket::Received::Message &&
-           socket.Send(message)) {
-    }
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -105,28 +87,21 @@ int main(int argc, char** argv) {
     sleep(2);  // folder times of the current second are not trusted by the index
 
     // The floor: a raw echo on the same kind of socket.
-    const std::string echoPath = (root / "echo.sock").string();
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, echoPath.c_str(), sizeof address.sun_path - 1);
-    const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
-    if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        listen(listener, 1) != 0) {
-        std::perror("echo socket");
-        return 1;
-    }
-    std::thread echo(EchoServer, listener);
     bool ok = true;
     double echoTime = -1;
     {
+        const std::string echoPath = (root / "echo.sock").string();
+        velmar::bench::CEchoServer echo(echoPath);
+        if (!echo.Ready()) {
+            std::perror("echo socket");
+            return 1;
+        }
         velmar::CFramedSocket socket(Connect(echoPath));
         const std::string request = R"({"command-target":"MAPI","command":"FindMessage","messageId":"<x>"})";
         echoTime = MedianRoundTrip(
             socket, requests, [&](int) { return request; }, ok);
         ok = true;  // an echo carries no "status"
     }
-    echo.join();
-    close(listener);
 
     const std::string servicePath = (root / "service.sock").string();
     setenv("VELMAR_PIPE", servicePath.c_str(), 1);

@@ -14,6 +14,7 @@
 
 #include "mail/ClientMapiHolders.h"
 #include "mail/EMailData.h"
+#include "mail/MapiThreadContext.h"
 
 class CActivityList;
 namespace velmar::mail {
@@ -51,6 +52,9 @@ public:
     ~CVelmarMapi();
     CVelmarMapi(const CVelmarMapi&) = delete;
     CVelmarMapi& operator=(const CVelmarMapi&) = delete;
+
+    // What each thread that calls this object holds while it does (COM and MAPI on Windows).
+    using CThreadContext = velmar::mail::CMapiThreadContext;
 
     // Session and profiles.
     void MAPIInitialize();

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cstring>
 
-#include "mail/MapiThreadContext.h"
 #include "support/ActivityList.h"
 #include "support/CodePage.h"
 
@@ -164,7 +163,7 @@ void CRequestService::MarkEnding(IPipeConnection& connection) {
 // Reads and dispatches until the connection ends or the service stops; what the thread set up for the
 // mail layer is undone when this returns.
 void CRequestService::ServeRequests(IPipeConnection& connection) {
-    const velmar::mail::CMapiThreadContext threadContext;
+    const CVelmarMapi::CThreadContext threadContext;
     std::string text;
     std::wstring error;
     while (!m_bStop) {
