@@ -1,8 +1,8 @@
 // The file system as attachment export needs it; one implementation per platform.
 //   Windows: the user's temporary folder (GetTempPathW), "Velmar\" below it; structured storage for OLE
 //            attachments.
-//   POSIX:   $TMPDIR, else a private folder of our own under /tmp (mode 0700), "Velmar/" below it; no
-//            structured storage.
+//   POSIX:   $TMPDIR, else the user's private folder under /tmp, "Velmar/" below it; no structured storage.
+// A folder that is not ours is never written into, and a file appears under its name only when whole.
 #pragma once
 
 #include <string>
@@ -11,14 +11,28 @@
 
 namespace velmar::mail {
 
-// The user's temporary folder, ending in a separator; empty when there is none.
+// The user's temporary folder, ending in a separator; never empty and never relative.
 std::wstring TemporaryFolder();
 // "Velmar" and a separator, appended to a folder path.
 std::wstring AppendExportFolderName(const std::wstring& folder);
-// Whether path names an existing folder (and, on POSIX, a real one of ours, not a link).
+// Whether path names a folder that is ours to write into (on POSIX: a real one, no link, owned by us and
+// writable by nobody else).
 bool IsFolder(const std::wstring& path);
 // Creates a folder (private to the user on POSIX); false when that fails.
 bool MakeFolder(const std::wstring& path);
+// A private folder of this process's own, ending in a separator, for exports whose folder is not ours;
+// made on first use. Empty only when not even that can be had.
+std::wstring PrivateExportFolder();
+
+// The name, cut at its end (on a character boundary) to the longest one file name the file system takes.
+std::wstring FitFileName(const std::wstring& name);
+// A new name in the folder of path, for writing a file that replaces path once it is whole.
+std::wstring TemporaryFilePath(const std::wstring& path);
+// Puts the file at temporaryPath in the place of path (replacing what is there); false when that fails,
+// and the temporary file is then removed.
+bool ReplaceWithFile(const std::wstring& temporaryPath, const std::wstring& path);
+void RemoveFile(const std::wstring& path);
+
 // Copies storage into a new compound file at path (transacted, created or replaced); false where the
 // platform has no structured storage.
 bool CopyStorageToFile(LPSTORAGE storage, const std::wstring& path);

@@ -51,6 +51,9 @@ std::wstring CleanFileName(const std::wstring& name) {
     for (size_t at = cleaned.find_first_of(kReplacedCharacters); at != std::wstring::npos;
          at = cleaned.find_first_of(kReplacedCharacters, at + 1))
         cleaned[at] = L'_';
+    // Control characters (ESC, CR, LF, TAB, DEL, ...) have no place in a file name either.
+    for (wchar_t& c : cleaned)
+        if (c < 0x20 || c == 0x7F) c = L'_';
     return cleaned;
 }
 

@@ -18,7 +18,8 @@ std::vector<std::wstring> AddressTokens(const std::wstring& addresses);
 std::wstring LocalDateText(const FILETIME& time);
 
 // An attachment's name as a file name: cut to 259 characters, then each of ^&*-+=[]\|;:",<>/? becomes
-// "_" (the hyphen on purpose); full stops and blanks stay, so the extension survives.
+// "_" (the hyphen on purpose), and so does each control character; full stops and blanks stay, so the
+// extension survives.
 std::wstring CleanFileName(const std::wstring& name);
 
 // Text as a C string sees it: up to its first NUL.

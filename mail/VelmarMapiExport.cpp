@@ -61,12 +61,15 @@ std::wstring CVelmarMapi::WriteAttachmentToFile(LPATTACH lpAttach) {
     }
     trace.Step(L"SanitizeFileName");
     name = SanitizeFileName(name);
-    std::wstring folder = TemporaryFolder();
-    if (!folder.empty()) folder = AppendExportFolderName(folder);
+    std::wstring folder = AppendExportFolderName(TemporaryFolder());
     if (!IsFolder(folder)) MakeFolder(folder);
     trace.Step(L"GetStatus");
-    // Deliberate: checked a second time; a folder that cannot be made is traced and the export goes on.
-    if (!IsFolder(folder) && !MakeFolder(folder)) AddTrace(L"ERROR: Cannot Create: " + folder);
+    // Deliberate: checked a second time; a folder that cannot be made is traced. Then the export goes on,
+    // but never into a folder that is not ours (another user's, a link): a private one of our own instead.
+    if (!IsFolder(folder) && !MakeFolder(folder)) {
+        AddTrace(L"ERROR: Cannot Create: " + folder);
+        folder = PrivateExportFolder();
+    }
     const std::wstring path = folder + name;
     // The writers' results are not looked at: the path is returned whether or not a file was written.
     const ULONG method = values.get()[0].Value.ul;  // taken as a number whatever its type
@@ -87,11 +90,18 @@ std::wstring CVelmarMapi::WriteAttachmentToFile(LPATTACH lpAttach) {
 
 std::wstring CVelmarMapi::SanitizeFileName(const std::wstring& strFileName) {
     const CTraceScope trace(*this, L"CVelmarMapi::SanitizeFileName");
-    return CleanFileName(strFileName);
+    // After the cut and the replacements, what the file system takes; a name that cannot be a file's
+    // ("." and ".." name folders) is written as "Unknown".
+    std::wstring name = FitFileName(CleanFileName(strFileName));
+    if (name.empty() || name == L"." || name == L"..") name = L"Unknown";
+    return name;
 }
 
 // Copies a stream into a new file (an existing one is overwritten), with the trace words of the writers.
-void CVelmarMapi::CopyStreamToFile(const CTraceScope& trace, IStream* source, const std::wstring& strPath) {
+// The bytes go to a temporary file beside it first: a file under its own name is always whole.
+void CVelmarMapi::CopyStreamToFile(const CTraceScope& trace, IStream* source,
+                                   const std::wstring& strFinalPath) {
+    const std::wstring strPath = TemporaryFilePath(strFinalPath);
     trace.Step(L"MyOpenStreamOnFile");
     CComPtr<IStream> file;
     const auto allocate = BoundMapiFunction<LPALLOCATEBUFFER>(MapiSlot::MAPIAllocateBuffer);
@@ -108,11 +118,17 @@ void CVelmarMapi::CopyStreamToFile(const CTraceScope& trace, IStream* source, co
     STATSTG stat{};
     source->Stat(&stat, STATFLAG_NONAME);
     trace.Step(L"CopyTo");
-    source->CopyTo(file.get(), stat.cbSize, nullptr, nullptr);
+    ULARGE_INTEGER written{};
+    const HRESULT hrCopy = source->CopyTo(file.get(), stat.cbSize, nullptr, &written);
     trace.Step(L"Commit");
-    file->Commit(STGC_DEFAULT);
+    const HRESULT hrCommit = file->Commit(STGC_DEFAULT);
     trace.Step(L"Release");
 }
+    file.Reset();
+    if (SUCCEEDED(hrCopy) && SUCCEEDED(hrCommit) && written.QuadPart == stat.cbSize.QuadPart)
+        ReplaceWithFile(strPath, strFinalPath);
+    else
+        RemoveFile(strPath);
 
 HRESULT CVelmarMapi::WriteAttachStreamToFile(LPATTACH lpAttach, const std::wstring& strPath) {
     CTraceScope trace(*this, L"CVelmarMapi::WriteAttachStreamToFile");
@@ -157,11 +173,15 @@ HRESULT CVelmarMapi::WriteOleToFile(LPATTACH lpAttach, const std::wstring& strPa
     CComPtr<IStorage> storage;
     if (!lpAttach || FAILED(OpenPropertyAs(lpAttach, PR_ATTACH_DATA_OBJ, 0, 0, storage))) return S_OK;
     trace.Step(L"StgCreateDocfile");
-    if (CopyStorageToFile(storage.get(), strPath)) {
+    const std::wstring temporaryPath = TemporaryFilePath(strPath);
+    if (CopyStorageToFile(storage.get(), temporaryPath)) {
         trace.Step(L"CopyTo");
         trace.Step(L"Commit");
         trace.Step(L"Release");
     }
+        ReplaceWithFile(temporaryPath, strPath);
+    } else {
+        RemoveFile(temporaryPath);
     return S_OK;
 }
 

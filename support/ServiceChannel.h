@@ -19,8 +19,7 @@ inline constexpr size_t kMaxRequestBytes = 1000000;
 inline constexpr size_t kMaxReplyBytes = 512u * 1024 * 1024;
 
 // POSIX only: $VELMAR_PIPE, else kServiceSocketName in $XDG_RUNTIME_DIR, else in the user's private folder
-// /tmp/velmar-<uid> (made with mode 0700 when missing). Empty when that folder is not a real folder of
-// ours, closed to others.
+// under /tmp (PrivateTempFolder). Empty when no such folder can be had.
 std::string ServiceSocketPath();
 
 }  // namespace velmar

@@ -30,6 +30,7 @@ public:
 private:
     long long m_process = 0;  // pid, or the process handle on Windows
     bool m_bExited = false;
+    int m_exitCode = 0;  // once m_bExited
 };
 
 }  // namespace velmar::test

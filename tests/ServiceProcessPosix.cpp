@@ -57,12 +57,14 @@ bool CServiceProcess::Signal(int number) {
 }
 
 std::optional<int> CServiceProcess::WaitForExit(int timeoutMilliseconds) {
+    if (m_bExited) return m_exitCode;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMilliseconds);
     while (std::chrono::steady_clock::now() < deadline) {
         int status = 0;
         if (waitpid(static_cast<pid_t>(m_process), &status, WNOHANG) == static_cast<pid_t>(m_process)) {
             m_bExited = true;
-            return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+            m_exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+            return m_exitCode;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }

@@ -83,7 +83,7 @@ int main(int argc, char** argv) {
     std::fwrite(reply.data(), 1, reply.size(), stdout);
     std::fputc('\n', stdout);
     CkJsonObject json;
-    json.Load(reply);
+    json.LoadText(reply);
     const char* status = json.StringOf("status");
     return status && std::strcmp(status, "OK") == 0 ? 0 : 1;
 }

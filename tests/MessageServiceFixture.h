@@ -1,0 +1,114 @@
+// The real service for the message tests: Maildir stores of the test's own, mail written into them, and
+// requests through the real channel.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <thread>
+
+#include "json/CkJsonObject.h"
+#include "tests/ServiceProcess.h"
+#include "tests/TestFiles.h"
+#include "tools/ClientChannel.h"
+
+namespace velmar::test {
+
+namespace fs = std::filesystem;
+
+inline std::string Message(const std::string& id, const std::string& subject,
+                           const std::string& extraHeaders = "", const std::string& body = "Hallo\n") {
+    return "From: Absender <from@example.org>\nTo: A <a@x>, B <b@x>, C <c@x>\nMessage-ID: " + id +
+           "\nSubject: " + subject + "\n" + extraHeaders + "\n" + body;
+}
+
+inline std::string WithAttachment(const std::string& id, const std::string& fileName,
+                                  const std::string& base64,
+                                  const std::string& type = "application/octet-stream") {
+    return "From: x@y\nMessage-ID: " + id +
+           "\nSubject: attachment\nMIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=b\n\n--b\n"
+           "Content-Type: text/plain\n\ntext\n--b\nContent-Type: " +
+           type + "\nContent-Disposition: attachment; filename=\"" + fileName +
+           "\"\nContent-Transfer-Encoding: base64\n\n" + base64 + "\n--b--\n";
+}
+
+// The real service on Maildir stores of the test's own (profile "Velmar": stores Eins, Zwei and Archiv),
+// asked through its channel; its exports go to tmp/ of the test's folder.
+class CMessageServiceTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        WriteFile(m_dir / "profiles.ini",
+                  "[Velmar]\n"
+                  "store1.name = Eins\nstore1.path = one\nstore1.address = one@x\n"
+                  "store2.name = Zwei\nstore2.path = two\nstore2.address = two@x\n"
+                  "store3.name = Archiv\nstore3.path = archive\nstore3.address = archive@x\n");
+        WriteFile(m_dir / "xdg" / "Velmar" / "Velmar.ini", "[KESTA]\nARCHIVE_MSGSTORE=Archiv\n");
+        fs::create_directories(m_dir / "tmp");
+        SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "profiles.ini").string());
+        SetEnvironment("VELMAR_PIPE", (m_dir / "service.sock").string());
+        SetEnvironment("XDG_CONFIG_DIRS", (m_dir / "xdg").string());
+        // The service's export folder; the tests' own temporary folder comes back in TearDown.
+        const char* previous = std::getenv("TMPDIR");
+        m_previousTmpdir = previous ? previous : fs::temp_directory_path().string();
+        SetEnvironment("TMPDIR", (m_dir / "tmp").string());
+    }
+    void TearDown() override {
+        if (m_channel) m_channel->Send(R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})");
+        if (m_service) m_service->WaitForExit(10000);
+        SetEnvironment("TMPDIR", m_previousTmpdir);
+    }
+
+    void Deliver(const char* store, const std::string& name, const std::string& text) {
+        WriteFile(m_dir / store / "new" / name, text);
+    }
+
+    void Start() {
+        m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{},
+                          (m_dir / "activity.log").string());
+        std::string error;
+        for (int attempt = 0; attempt < 200 && !m_channel; ++attempt) {
+            m_channel = velmar::tools::ConnectToService(error);
+            if (!m_channel) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        ASSERT_TRUE(m_channel);
+        ASSERT_TRUE(Ask(R"({"command-target":"MAPI","command":"Logon","data_string":"Velmar"})"));
+        ASSERT_TRUE(Ask(R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})"));
+    }
+
+    // The reply, parsed; null when none came.
+    std::unique_ptr<CkJsonObject> Ask(const std::string& request) {
+        std::string reply;
+        if (!m_channel->Send(request) || !m_channel->Receive(reply, 60000)) return nullptr;
+        auto json = std::make_unique<CkJsonObject>();
+        return json->Load(reply) ? std::move(json) : nullptr;
+    }
+
+    std::unique_ptr<CkJsonObject> MessageData(const std::string& id, const std::string& address, int store,
+                                              bool setRead,
+                                              std::optional<bool> receivingOnly = std::nullopt) {
+        CkJsonObject request;
+        request.AppendString("command-target", "MAPI");
+        request.AppendString("command", "GetMessageData");
+        request.AppendString("messageId", id.c_str());
+        request.AppendString("toEMailAddress", address.c_str());
+        request.AppendString("profileName", "Velmar");
+        request.AddIntAt(-1, "storeIndex", store);
+        request.AppendString("setReadIfMainMessageStore", setRead ? "true" : "false");
+        if (receivingOnly)
+            request.AppendString("parameterStoreKestaEMailOptimalMessageStore",
+                                 *receivingOnly ? "true" : "false");
+        return Ask(request.Emit());
+    }
+
+    std::string Activity() { return ReadSettledFile(m_dir / "activity.log"); }
+
+    CTempDir m_dir;
+    std::string m_previousTmpdir;
+    std::optional<CServiceProcess> m_service;
+    std::unique_ptr<velmar::tools::IClientChannel> m_channel;
+};
+
+}  // namespace velmar::test
