@@ -2,13 +2,17 @@
 // initialisation, the profile list, the session, the address book and the list of message stores, and
 // writes every step to the activity list as a trace line. Split by topic over VelmarMapi*.cpp.
 //
-// The object has no lock of its own: the service serialises the requests that use it. Its state is its
-// own; callers read and set it through the operations below.
+// Requests of several threads share the object. Each holds a CSessionLock while it reads or changes the
+// session's state (profile, session, store list and index) and while it looks its message up; the long
+// part of a message request (filling the record, writing files) needs nothing of that state and runs
+// without the lock, so other requests go on meanwhile. Its state is its own; callers read and set it
+// through the operations below.
 #pragma once
 
 #include <atomic>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -55,6 +59,21 @@ public:
 
     // What each thread that calls this object holds while it does (COM and MAPI on Windows).
     using CThreadContext = velmar::mail::CMapiThreadContext;
+
+    // Held by a request for its work on the session (one at a time per thread); a message request gives
+    // it up by itself once its message is found.
+    class CSessionLock {
+    public:
+        explicit CSessionLock(CVelmarMapi& mapi);
+        ~CSessionLock();
+        CSessionLock(const CSessionLock&) = delete;
+        CSessionLock& operator=(const CSessionLock&) = delete;
+
+    private:
+        friend class CVelmarMapi;
+        CVelmarMapi& m_mapi;
+        std::unique_lock<std::mutex> m_lock;
+    };
 
     // Session and profiles.
     void MAPIInitialize();
@@ -131,7 +150,12 @@ public:
     void MyStgCreateStorageEx(const std::wstring& strPath);
 
 private:
-    // Read without the service's lock by the commands that only ask whether MAPI is there.
+    // The found message is all a request works on from here: the session lock of this thread, if it
+    // holds one, is given up for the rest of the request.
+    void ReleaseSessionLock();
+
+    std::mutex m_sessionMutex;
+    // Read without the session lock by the commands that only ask whether MAPI is there.
     std::atomic<bool> m_bMAPIInitialized{false};
     velmar::CComPtr<IMAPISession> m_lpMAPISession;
     velmar::CComPtr<IMsgStore> m_lpOutboxStore;
@@ -150,7 +174,7 @@ private:
     std::wstring m_strSessionProfileName;  // the profile the open session logged on to
 
     void CopyStreamToFile(const velmar::mail::CTraceScope& trace, IStream* source,
-                          const std::wstring& strPath);
+                          const std::wstring& strFinalPath);
     void AddStoreRow(const SRow& row, int rowIndex, std::map<std::wstring, std::wstring>& addresses);
     // Display name to owner address, from the mail client (Windows) or our MAPI's profile file (POSIX).
     std::map<std::wstring, std::wstring> StoreAddresses();

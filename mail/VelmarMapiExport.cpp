@@ -17,6 +17,7 @@ std::wstring CVelmarMapi::OpenAttachment2(const std::wstring& strMessageId, cons
     CFoundMessage lookup;
     if (!GetpMessage(strMessageId, strMailbox, lookup)) return {};
     trace.Step(L"OpenAttachment");
+    ReleaseSessionLock();
     std::wstring result = OpenAttachment1(lookup.message.get(), ulAttachmentNum);
     trace.Step(L"release");
     lookup = CFoundMessage{};
@@ -123,12 +124,12 @@ void CVelmarMapi::CopyStreamToFile(const CTraceScope& trace, IStream* source,
     trace.Step(L"Commit");
     const HRESULT hrCommit = file->Commit(STGC_DEFAULT);
     trace.Step(L"Release");
-}
     file.Reset();
     if (SUCCEEDED(hrCopy) && SUCCEEDED(hrCommit) && written.QuadPart == stat.cbSize.QuadPart)
         ReplaceWithFile(strPath, strFinalPath);
     else
         RemoveFile(strPath);
+}
 
 HRESULT CVelmarMapi::WriteAttachStreamToFile(LPATTACH lpAttach, const std::wstring& strPath) {
     CTraceScope trace(*this, L"CVelmarMapi::WriteAttachStreamToFile");
@@ -178,10 +179,10 @@ HRESULT CVelmarMapi::WriteOleToFile(LPATTACH lpAttach, const std::wstring& strPa
         trace.Step(L"CopyTo");
         trace.Step(L"Commit");
         trace.Step(L"Release");
-    }
         ReplaceWithFile(temporaryPath, strPath);
     } else {
         RemoveFile(temporaryPath);
+    }
     return S_OK;
 }
 

@@ -163,6 +163,7 @@ bool CVelmarMapi::FindMessage(const std::wstring& strMessageId, const std::wstri
     if (!GetpMessage(strMessageId, strToEmailAddress, lookup, &foundInChosenStore)) return false;
     if (pEmailData) {
         trace.Step(L"MapiFillMessage start");
+        ReleaseSessionLock();
         MapiFillMessage(lookup.message.get(), pEmailData);
         trace.Step(L"MapiFillMessage end");
     } else if (ulParentWindow) {

@@ -128,6 +128,26 @@ void CVelmarMapi::Logon(std::wstring strProfile, ULONG_PTR ulUIParam) {
     AddTrace(L"CVelmarMapi::Logon");
 }
 
+namespace {
+
+// The session lock this thread holds, for the release after the lookup.
+thread_local CVelmarMapi::CSessionLock* t_pHeldSessionLock = nullptr;
+
+}  // namespace
+
+CVelmarMapi::CSessionLock::CSessionLock(CVelmarMapi& mapi) : m_mapi(mapi), m_lock(mapi.m_sessionMutex) {
+    t_pHeldSessionLock = this;
+}
+
+CVelmarMapi::CSessionLock::~CSessionLock() {
+    if (t_pHeldSessionLock == this) t_pHeldSessionLock = nullptr;
+}
+
+void CVelmarMapi::ReleaseSessionLock() {
+    if (t_pHeldSessionLock && &t_pHeldSessionLock->m_mapi == this && t_pHeldSessionLock->m_lock.owns_lock())
+        t_pHeldSessionLock->m_lock.unlock();
+}
+
 bool CVelmarMapi::IsLoggedOnTo(const std::wstring& strProfile) const {
     return m_lpMAPISession && m_strSessionProfileName == strProfile;
 }

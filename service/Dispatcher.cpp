@@ -41,7 +41,9 @@ HRESULT CRequestDispatcher::Dispatch(CkJsonObject& request, IPipeConnection& pip
         if (row.withoutSession) {
             success = (this->*row.handler)(request, reply, stopFlag);
         } else {
-            std::lock_guard lock(m_mapiLock);
+            // Requests take turns on the session; a message request lets the others in once its message
+            // is found.
+            const CVelmarMapi::CSessionLock lock(m_mapi);
             success = (this->*row.handler)(request, reply, stopFlag);
         }
         // Written without the lock: a client that does not read its replies holds up nobody else.

@@ -4,7 +4,6 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
 
 #include "json/CkJsonObject.h"
 #include "mail/VelmarMapi.h"
@@ -61,8 +60,6 @@ private:
 
     CVelmarMapi& m_mapi;
     CActivityList& m_activity;
-    // Requests of several connections take turns on the one mail session object.
-    std::mutex m_mapiLock;
 };
 
 }  // namespace velmar::service

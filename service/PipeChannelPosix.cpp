@@ -23,6 +23,9 @@
 namespace velmar::service {
 namespace {
 
+// A client that takes no more of its reply for this long loses the connection: it holds a thread.
+constexpr int kReplyWriteTimeoutMilliseconds = 30000;
+
 std::wstring ErrnoLine(const wchar_t* operation, int error) {
     errno = error;
     return velmar::FormatLastErrorText(operation);
@@ -50,7 +53,7 @@ public:
     }
 
     bool WriteReply(const std::string& reply, std::wstring& error) override {
-        if (m_socket.Send(reply)) return true;
+        if (m_socket.Send(reply, kReplyWriteTimeoutMilliseconds)) return true;
         error = ErrnoLine(L"WriteFile", errno);
         return false;
     }
@@ -142,7 +145,15 @@ std::unique_ptr<IPipeListener> CreatePipeListener(std::wstring& error) {
         error = L"Ein anderer VelmarTaskScheduler bedient bereits " + Utf8ToWide(path);
         return nullptr;
     }
-    unlink(path.c_str());  // a socket file left by a crashed run
+    // Only a socket of ours, left by a crashed run, is replaced; anything else at that place stays.
+    struct stat existing {};
+    if (lstat(path.c_str(), &existing) == 0) {
+        if (!S_ISSOCK(existing.st_mode) || existing.st_uid != getuid()) {
+            error = L"Am Ort des Sockets liegt schon etwas anderes: " + Utf8ToWide(path);
+            return nullptr;
+        }
+        unlink(path.c_str());
+    }
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0) {
         error = ErrnoLine(L"CreateNamedPipe", errno);

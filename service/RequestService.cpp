@@ -15,6 +15,9 @@ constexpr auto kThreadWait = std::chrono::milliseconds(60000);
 constexpr auto kLastReplyWait = std::chrono::milliseconds(3000);
 const wchar_t kConnectionError[] = L"Fehler bei Abarbeitung der Verbindungsanforderungen";
 const wchar_t kThreadError[] = L"Kommunikationsthread konnte nicht gestartet werden.";
+// Each connection has a thread of its own; past this many at once a new one is refused, so that clients
+// that hold their connections open cannot take every thread the process may have.
+constexpr size_t kMaxRequestThreads = 256;
 
 }  // namespace
 
@@ -78,14 +81,24 @@ void CRequestService::ListenerLoop() {
                 m_unqueued.push_back(std::move(connection));
             } else {
                 ReapFinishedThreads();
-                m_pending.push_back(std::move(connection));
-                auto done = std::make_shared<std::atomic<bool>>(false);
-                try {
-                    m_threads.push_back({std::thread(&CRequestService::ServeConnection, this, done), done});
-                } catch (const std::system_error&) {
-                    m_activity.AddLine(kThreadError);
+                const bool full = m_threads.size() >= kMaxRequestThreads;
+                if (!full) {
+                    m_pending.push_back(std::move(connection));
+                    auto done = std::make_shared<std::atomic<bool>>(false);
+                    try {
+                        m_threads.push_back(
+                            {std::thread(&CRequestService::ServeConnection, this, done), done});
+                    } catch (const std::system_error&) {
+                        m_activity.AddLine(kThreadError);
+                    }
                 }
                 m_connectionLock.unlock();
+                if (full) {
+                    m_activity.AddLine(L"Zu viele gleichzeitige Verbindungen (" +
+                                       std::to_wstring(kMaxRequestThreads) +
+                                       L"): eine weitere wurde abgelehnt");
+                    connection.reset();
+                }
             }
         } else if (!error.empty()) {
             m_activity.AddLine(error);

@@ -25,18 +25,26 @@ void CActivityList::AddLine(std::wstring line) {
 void CActivityList::AddTraceLine(std::wstring line) {
     std::wstring echoed = m_echo ? line : std::wstring();
     std::lock_guard lock(m_lock);
-    while (m_lines.size() > kMaxTraceLines) m_lines.pop_front();
+    while (m_lines.size() > kMaxTraceLines) DropOldest();
     Append(std::move(line), std::move(echoed));
 }
 
 void CActivityList::Append(std::wstring line, std::wstring echoed) {
     if (m_echo) m_echo->Push(std::move(echoed));
+    m_textBytes += line.size() * sizeof(wchar_t);
     m_lines.push_back(std::move(line));
+    while (m_lines.size() > 1 && (m_lines.size() > kMaxLines || m_textBytes > kMaxTextBytes)) DropOldest();
+}
+
+void CActivityList::DropOldest() {
+    m_textBytes -= m_lines.front().size() * sizeof(wchar_t);
+    m_lines.pop_front();
 }
 
 void CActivityList::Clear() {
     std::lock_guard lock(m_lock);
     m_lines.clear();
+    m_textBytes = 0;
 }
 
 std::vector<std::wstring> CActivityList::Lines() const {

@@ -17,13 +17,17 @@ class CActivityList {
 public:
     // The mail layer's trace keeps the list at most this long before it adds a line.
     static constexpr size_t kMaxTraceLines = 3000;
+    // A resident service runs for months: whatever kind of line is added, the list keeps only the newest
+    // lines within these bounds (the newest line always stays, however long).
+    static constexpr size_t kMaxLines = 50000;
+    static constexpr size_t kMaxTextBytes = 32u * 1024 * 1024;
 
     explicit CActivityList(bool echoToStandardOutput = false);
     ~CActivityList();
     CActivityList(const CActivityList&) = delete;
     CActivityList& operator=(const CActivityList&) = delete;
 
-    // A line of the service: appended at the end, without limit.
+    // A line of the service: appended at the end (only the bounds above limit the list).
     void AddLine(std::wstring line);
     // A line of the mail trace: first the oldest lines go while the list holds more than kMaxTraceLines.
     void AddTraceLine(std::wstring line);
@@ -36,9 +40,11 @@ public:
 
 private:
     // The caller holds m_lock; echoed is the line's copy for the echo.
+    void DropOldest();
     void Append(std::wstring line, std::wstring echoed);
 
     mutable std::mutex m_lock;
     std::deque<std::wstring> m_lines;  // the oldest lines leave from the front at constant cost
+    size_t m_textBytes = 0;            // of the lines' text
     std::unique_ptr<velmar::CLineEcho> m_echo;
 };

@@ -17,8 +17,9 @@ public:
     CFramedSocket& operator=(const CFramedSocket&) = delete;
 
     int Descriptor() const { return m_fd; }
-    // Sends text and its zero byte; on false, errno says why.
-    bool Send(std::string_view text);
+    // Sends text and its zero byte; on false, errno says why (ETIMEDOUT when the peer took nothing for
+    // timeoutMilliseconds; < 0 waits for ever).
+    bool Send(std::string_view text, int timeoutMilliseconds = -1);
     // The next message without its zero byte. Messages may arrive several in one read or one over several;
     // a message that takes more than maxBytes with its zero byte is TooLong (and the connection is no use
     // after it). timeoutMilliseconds < 0 waits for ever. On Failed, errno says why.

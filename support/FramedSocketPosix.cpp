@@ -12,13 +12,21 @@ CFramedSocket::~CFramedSocket() {
     close(m_fd);
 }
 
-bool CFramedSocket::Send(std::string_view text) {
+bool CFramedSocket::Send(std::string_view text, int timeoutMilliseconds) {
     std::string message(text);
     message.push_back('\0');
     size_t done = 0;
     while (done < message.size()) {
-        const ssize_t put = send(m_fd, message.data() + done, message.size() - done, MSG_NOSIGNAL);
-        if (put < 0 && errno == EINTR) continue;
+        if (timeoutMilliseconds >= 0) {
+            pollfd ready{m_fd, POLLOUT, 0};
+            const int polled = poll(&ready, 1, timeoutMilliseconds);
+            if (polled < 0 && errno == EINTR) continue;
+            if (polled == 0) errno = ETIMEDOUT;
+            if (polled <= 0) return false;
+        }
+        const int flags = MSG_NOSIGNAL | (timeoutMilliseconds >= 0 ? MSG_DONTWAIT : 0);
+        const ssize_t put = send(m_fd, message.data() + done, message.size() - done, flags);
+        if (put < 0 && (errno == EINTR || errno == EAGAIN)) continue;
         if (put <= 0) return false;
         done += static_cast<size_t>(put);
     }

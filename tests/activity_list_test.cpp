@@ -20,6 +20,23 @@ TEST(ActivityList, TraceKeepsTheListShortServiceLinesDoNot) {
     EXPECT_EQ(list.Lines().front(), L"service 6");
 }
 
+TEST(ActivityList, EveryKindOfLineStaysWithinTheBounds) {
+    CActivityList list;
+    for (size_t i = 0; i < CActivityList::kMaxLines + 10; ++i) list.AddLine(L"service " + std::to_wstring(i));
+    EXPECT_EQ(list.Count(), CActivityList::kMaxLines) << "the newest lines stay";
+    EXPECT_EQ(list.Lines().front(), L"service 10");
+    // Long lines (replies with whole messages) count by their size.
+    const std::wstring reply(CActivityList::kMaxTextBytes / sizeof(wchar_t) / 4, L'r');
+    for (int i = 0; i < 10; ++i) list.AddLine(reply);
+    EXPECT_LE(list.Count(), 4u);
+    EXPECT_GE(list.Count(), 3u);
+    // A line longer than the whole bound is kept alone: the newest line always stays.
+    list.AddTraceLine(std::wstring(CActivityList::kMaxTextBytes / sizeof(wchar_t) + 1, L'x'));
+    EXPECT_EQ(list.Count(), 1u);
+    list.AddLine(L"danach");
+    EXPECT_EQ(list.Lines(), std::vector<std::wstring>{L"danach"});
+}
+
 TEST(ActivityList, TextAndClear) {
     CActivityList list;
     EXPECT_EQ(list.Text(), L"");

@@ -11,103 +11,15 @@
 
 #include "json/CkJsonArray.h"
 #include "json/CkJsonObject.h"
-#include "tests/ServiceProcess.h"
-#include "tests/TestFiles.h"
-#include "tools/ClientChannel.h"
+#include "tests/MessageServiceFixture.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using velmar::test::Message;
+using velmar::test::WithAttachment;
 
-std::string Message(const std::string& id, const std::string& subject, const std::string& extraHeaders = "",
-                    const std::string& body = "Hallo\n") {
-    return "From: Absender <from@example.org>\nTo: A <a@x>, B <b@x>, C <c@x>\nMessage-ID: " + id +
-           "\nSubject: " + subject + "\n" + extraHeaders + "\n" + body;
-}
-
-std::string WithAttachment(const std::string& id, const std::string& fileName, const std::string& base64,
-                           const std::string& type = "application/octet-stream") {
-    return "From: x@y\nMessage-ID: " + id +
-           "\nSubject: attachment\nMIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=b\n\n--b\n"
-           "Content-Type: text/plain\n\ntext\n--b\nContent-Type: " +
-           type + "\nContent-Disposition: attachment; filename=\"" + fileName +
-           "\"\nContent-Transfer-Encoding: base64\n\n" + base64 + "\n--b--\n";
-}
-
-class MessageCommands : public ::testing::Test {
-protected:
-    void SetUp() override {
-        velmar::test::WriteFile(m_dir / "profiles.ini",
-                                "[Velmar]\n"
-                                "store1.name = Eins\nstore1.path = one\nstore1.address = one@x\n"
-                                "store2.name = Zwei\nstore2.path = two\nstore2.address = two@x\n"
-                                "store3.name = Archiv\nstore3.path = archive\nstore3.address = archive@x\n");
-        velmar::test::WriteFile(m_dir / "xdg" / "Velmar" / "Velmar.ini",
-                                "[KESTA]\nARCHIVE_MSGSTORE=Archiv\n");
-        fs::create_directories(m_dir / "tmp");
-        velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "profiles.ini").string());
-        velmar::test::SetEnvironment("VELMAR_PIPE", (m_dir / "service.sock").string());
-        velmar::test::SetEnvironment("XDG_CONFIG_DIRS", (m_dir / "xdg").string());
-        // The service's export folder; the tests' own temporary folder comes back in TearDown.
-        const char* previous = std::getenv("TMPDIR");
-        m_previousTmpdir = previous ? previous : fs::temp_directory_path().string();
-        velmar::test::SetEnvironment("TMPDIR", (m_dir / "tmp").string());
-    }
-    void TearDown() override {
-        if (m_channel) m_channel->Send(R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})");
-        if (m_service) m_service->WaitForExit(10000);
-        velmar::test::SetEnvironment("TMPDIR", m_previousTmpdir);
-    }
-
-    void Deliver(const char* store, const std::string& name, const std::string& text) {
-        velmar::test::WriteFile(m_dir / store / "new" / name, text);
-    }
-
-    void Start() {
-        m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{},
-                          (m_dir / "activity.log").string());
-        std::string error;
-        for (int attempt = 0; attempt < 200 && !m_channel; ++attempt) {
-            m_channel = velmar::tools::ConnectToService(error);
-            if (!m_channel) std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        ASSERT_TRUE(m_channel);
-        ASSERT_TRUE(Ask(R"({"command-target":"MAPI","command":"Logon","data_string":"Velmar"})"));
-        ASSERT_TRUE(Ask(R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})"));
-    }
-
-    // The reply, parsed; null when none came.
-    std::unique_ptr<CkJsonObject> Ask(const std::string& request) {
-        std::string reply;
-        if (!m_channel->Send(request) || !m_channel->Receive(reply, 60000)) return nullptr;
-        auto json = std::make_unique<CkJsonObject>();
-        return json->Load(reply) ? std::move(json) : nullptr;
-    }
-
-    std::unique_ptr<CkJsonObject> MessageData(const std::string& id, const std::string& address, int store,
-                                              bool setRead,
-                                              std::optional<bool> receivingOnly = std::nullopt) {
-        CkJsonObject request;
-        request.AppendString("command-target", "MAPI");
-        request.AppendString("command", "GetMessageData");
-        request.AppendString("messageId", id.c_str());
-        request.AppendString("toEMailAddress", address.c_str());
-        request.AppendString("profileName", "Velmar");
-        request.AddIntAt(-1, "storeIndex", store);
-        request.AppendString("setReadIfMainMessageStore", setRead ? "true" : "false");
-        if (receivingOnly)
-            request.AppendString("parameterStoreKestaEMailOptimalMessageStore",
-                                 *receivingOnly ? "true" : "false");
-        return Ask(request.Emit());
-    }
-
-    std::string Activity() { return velmar::test::ReadSettledFile(m_dir / "activity.log"); }
-
-    velmar::test::CTempDir m_dir;
-    std::string m_previousTmpdir;
-    std::optional<velmar::test::CServiceProcess> m_service;
-    std::unique_ptr<velmar::tools::IClientChannel> m_channel;
-};
+class MessageCommands : public velmar::test::CMessageServiceTest {};
 
 TEST_F(MessageCommands, FoundAndNotFound) {
     Deliver("one", "1.M1.h", Message("<m1@x>", "Betreff eins"));
@@ -185,6 +97,77 @@ TEST_F(MessageCommands, StoreOwnersFollowTheSessionNotAMessageRequest) {
     EXPECT_STREQ(byMailbox->StringOf("status"), "OK");
 }
 
+// The resident size of a process in kB, from /proc.
+long ResidentKilobytes(long long pid) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.rfind("VmRSS:", 0) == 0) return std::stol(line.substr(6));
+    return -1;
+}
+
+TEST_F(MessageCommands, MemoryStaysBoundedOverManyLargeReplies) {
+    // Each reply carries a body of 1 MB, and the activity list shows each reply whole.
+    std::string body;
+    while (body.size() < 1024 * 1024) body += "Eine Zeile eines langen Textes, immer wieder.\n";
+    Deliver("one", "1.M1.h", Message("<gross@x>", "gross", "", body));
+    Start();
+    const auto ask = [&] {
+        auto data = MessageData("<gross@x>", "", 0, false);
+        ASSERT_TRUE(data);
+        ASSERT_STREQ(data->StringOf("status"), "OK");
+    };
+    for (int i = 0; i < 10; ++i) ask();
+    const long before = ResidentKilobytes(m_service->Id());
+    for (int i = 0; i < 60; ++i) ask();
+    const long grown = ResidentKilobytes(m_service->Id()) - before;
+    // 60 replies kept whole would be some 250 MB of text; the list keeps the newest within 32 MB.
+    EXPECT_LT(grown, 96 * 1024) << "grew by " << grown << " kB";
+}
+
+// A message whose HTML names one inline image many times: each name exports the image anew, so its data
+// takes a long while. Requests of other clients are not held up by it.
+TEST_F(MessageCommands, ASlowMessageHoldsUpNobody) {
+    std::string html = "<html><body>";
+    for (int i = 0; i < 1000; ++i) html += "<img src=\"cid:bild@x\">";
+    html += "</body></html>";
+    const std::string image(256 * 1024, '\x89');
+    Deliver("one", "1.M1.h",
+            "From: a@x\nMessage-ID: <langsam@x>\nSubject: langsam\nMIME-Version: 1.0\nContent-Type: "
+            "multipart/related; boundary=r\n\n--r\nContent-Type: text/html; charset=utf-8\n\n" +
+                html +
+                "\n--r\nContent-Type: image/png; name=\"bild.png\"\nContent-ID: <bild@x>\n"
+                "Content-Transfer-Encoding: base64\n\n" +
+                velmar::test::Base64(image) + "\n--r--\n");
+    Deliver("two", "2.M1.h", Message("<schnell@x>", "schnell"));
+    Start();
+    std::string error;
+    std::unique_ptr<velmar::tools::IClientChannel> other = velmar::tools::ConnectToService(error);
+    ASSERT_TRUE(other);
+    const auto otherAsks = [&](const std::string& request) {
+        std::string reply;
+        return other->Send(request) && other->Receive(reply, 60000) ? reply : std::string("(no reply)");
+    };
+    ASSERT_TRUE(
+        m_channel->Send(R"({"command-target":"MAPI","command":"GetMessageData","messageId":"<langsam@x>",)"
+                        R"("profileName":"Velmar","storeIndex":0})"));
+    // Once the slow request writes its images, the other client is answered meanwhile.
+    for (int wait = 0; wait < 2000 && !fs::exists(m_dir / "tmp" / "Velmar" / "bild.png"); ++wait)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_NE(otherAsks(R"({"command-target":"MAPI","command":"IsMAPIDllInitialized"})").find("\"OK\""),
+              std::string::npos);
+    EXPECT_NE(otherAsks(R"({"command-target":"MAPI","command":"IsInitialized"})").find("\"OK\""),
+              std::string::npos);
+    const std::string quick =
+        otherAsks(R"({"command-target":"MAPI","command":"GetMessageData",)"
+                  R"("messageId":"<schnell@x>","profileName":"Velmar","storeIndex":0})");
+    EXPECT_NE(quick.find("\"subject\": \"schnell\""), std::string::npos) << quick;
+    std::string slow;
+    EXPECT_FALSE(m_channel->Receive(slow, 0)) << "the slow request was still at work meanwhile";
+    ASSERT_TRUE(m_channel->Receive(slow, 120000));
+    EXPECT_NE(slow.find("\"subject\": \"langsam\""), std::string::npos);
+    EXPECT_NE(slow.find("\"status\": \"OK\""), std::string::npos);
+}
+
 TEST_F(MessageCommands, SearchOrdersArchiveStoreAndReadFlag) {
     Deliver("two", "2.M1.h", Message("<shared@x>", "in zwei"));
     Deliver("archive", "3.M1.h", Message("<shared@x>", "im Archiv"));
@@ -253,7 +236,9 @@ TEST_F(MessageCommands, InlineImagesAndAttachmentFiles) {
 
     auto cut = Ask(
         R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<long@x>","attachmentIndex":0})");
-    EXPECT_EQ(fs::path(cut->StringOf("fileName")).filename().string(), std::string(259, 'n'));
+    // The cut to 259 characters comes first, then the file system's own limit of 255 bytes.
+    EXPECT_EQ(fs::path(cut->StringOf("fileName")).filename().string(), std::string(255, 'n'));
+    EXPECT_TRUE(fs::is_regular_file(cut->StringOf("fileName"))) << "the path handed out names a written file";
     auto odd = Ask(
         R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<odd@x>","attachmentIndex":0})");
     EXPECT_EQ(fs::path(odd->StringOf("fileName")).filename().string(), "______");

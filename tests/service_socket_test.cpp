@@ -207,6 +207,48 @@ TEST_F(ServiceSocket, AnOutputNobodyReadsHoldsUpNothing) {
         << "lines after the gap are echoed again";
 }
 
+TEST_F(ServiceSocket, OnlyASocketOfOursIsReplacedAtStart) {
+    velmar::test::WriteFile(Socket(), "a file of the user's own, not a socket");
+    velmar::test::CServiceProcess refused(VELMAR_SERVICE_PROGRAM, {}, (m_dir / "refused.log").string());
+    EXPECT_EQ(refused.WaitForExit(10000), 1);
+    EXPECT_EQ(velmar::test::ReadFile(Socket()), "a file of the user's own, not a socket") << "the file stays";
+    EXPECT_NE(velmar::test::ReadSettledFile(m_dir / "refused.log")
+                  .find("Am Ort des Sockets liegt schon etwas anderes: " + Socket().string()),
+              std::string::npos);
+}
+
+TEST_F(ServiceSocket, ConnectionsPastTheLimitAreRefusedWithALine) {
+    Start();
+    // Clients that hold their connections open without a word, each holding a thread of the service.
+    std::vector<std::unique_ptr<CRawSocket>> idle;
+    for (int i = 0; i < 256; ++i) {
+        idle.push_back(std::make_unique<CRawSocket>(Socket()));
+        ASSERT_TRUE(idle.back()->Connected());
+    }
+    CRawSocket probe(Socket());
+    ASSERT_TRUE(probe.Send(kAsk));
+    // Served when a thread was still free (the listener may not have seen all idle ones yet), else refused.
+    const std::string answer = probe.Receive(kOk.size(), 10000);
+    if (answer.empty()) {
+        EXPECT_NE(
+            velmar::test::ReadSettledFile(m_dir / "activity.log").find("Zu viele gleichzeitige Verbindungen"),
+            std::string::npos);
+    }
+    CRawSocket refused(Socket());
+    EXPECT_TRUE(refused.Closed(10000)) << "past the limit a connection is closed at once";
+    EXPECT_NE(velmar::test::ReadSettledFile(m_dir / "activity.log")
+                  .find("Zu viele gleichzeitige Verbindungen (256)"),
+              std::string::npos);
+    // Once some go, new clients are served again.
+    idle.resize(200);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    CRawSocket later(Socket());
+    ASSERT_TRUE(later.Send(kAsk));
+    EXPECT_EQ(later.Receive(kOk.size(), 10000), kOk);
+    idle.clear();
+    Close();
+}
+
 TEST_F(ServiceSocket, SecondCopyIsRefusedAndStaleSocketsReplaced) {
     Start();
     velmar::test::CServiceProcess second(VELMAR_SERVICE_PROGRAM, {}, (m_dir / "second.log").string());
