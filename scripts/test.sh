@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds both targets and runs every test: the release program with a smoke test of
-# the run command, Linux (plain, ASan/UBSan, fuzzers) with ctest, and the Windows build under Wine in a fresh
-# prefix. Exits non-zero when anything fails.
+# the run command, Linux (plain, ASan/UBSan, ThreadSanitizer, fuzzers) with ctest, and the Windows build under
+# Wine in a fresh prefix. Exits non-zero when anything fails.
 set -uo pipefail
 cd "$(dirname "$0")/.."
 
@@ -64,7 +64,7 @@ else
     failed_steps+=("release build")
 fi
 
-for preset in linux linux-asan linux-fuzz windows; do
+for preset in linux linux-asan linux-tsan linux-fuzz windows; do
     build_and_test "$preset"
 done
 
