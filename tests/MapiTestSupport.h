@@ -24,6 +24,12 @@ struct CRowsHolder {
     ~CRowsHolder() { FreeProws(rows); }
 };
 
+// Row i of a row set. SRowSet declares its rows as an array of one, the C idiom for "as many as there
+// are"; a variable index says so to the compiler.
+inline const SRow& RowAt(const SRowSet& rows, size_t i) {
+    return rows.aRow[i];
+}
+
 inline std::wstring WideProp(IMAPIProp* object, ULONG tag) {
     LPSPropValue value = nullptr;
     if (FAILED(HrGetOneProp(object, tag, &value))) return L"<missing>";

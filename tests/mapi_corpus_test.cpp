@@ -217,8 +217,8 @@ TEST_F(MapiCorpus, RelatedHtmlWithInlineImages) {
     EXPECT_STREQ(rows.rows->aRow[0].lpProps[0].Value.lpszW, L"blueball.png");
     EXPECT_STREQ(rows.rows->aRow[0].lpProps[1].Value.lpszW, L"823504223@17052000-0f8d");
     EXPECT_STREQ(rows.rows->aRow[0].lpProps[2].Value.lpszW, L"image/png");
-    EXPECT_STREQ(rows.rows->aRow[1].lpProps[0].Value.lpszW, L"redball.png");
-    EXPECT_STREQ(rows.rows->aRow[1].lpProps[1].Value.lpszW, L"823504223@17052000-0f94");
+    EXPECT_STREQ(velmar::test::RowAt(*rows.rows, 1).lpProps[0].Value.lpszW, L"redball.png");
+    EXPECT_STREQ(velmar::test::RowAt(*rows.rows, 1).lpProps[1].Value.lpszW, L"823504223@17052000-0f94");
     CComPtr<IAttach> attach;
     ASSERT_EQ(message->OpenAttach(0, nullptr, 0, attach.Put()), S_OK);
     ASSERT_EQ(attach->OpenProperty(PR_ATTACH_DATA_BIN, &IID_IStream, 0, 0, &unknown), S_OK);

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <thread>
 
 #include "mapix.h"
@@ -112,6 +113,67 @@ void BackdateFolder(const fs::path& folder) {
 std::wstring RowText(const SRow& row, ULONG tag) {
     const SPropValue* value = PpropFindProp(row.lpProps, row.cValues, tag);
     return value ? value->Value.lpszW : L"<error>";
+}
+
+std::vector<BYTE> RowBytes(const SRow& row, ULONG tag) {
+    const SPropValue* value = PpropFindProp(row.lpProps, row.cValues, tag);
+    return value ? std::vector<BYTE>(value->Value.bin.lpb, value->Value.bin.lpb + value->Value.bin.cb)
+                 : std::vector<BYTE>();
+}
+
+// A row of a folder's contents table.
+struct CListedMessage {
+    std::vector<BYTE> entryId;
+    std::vector<BYTE> instanceKey;
+    std::wstring subject;
+};
+
+// The rows of a folder's contents table in table order, only those of a Message-ID when one is given (the
+// restriction the mail layer makes).
+std::vector<CListedMessage> Listing(IMAPIFolder* folder, const char* messageId = nullptr) {
+    CComPtr<IMAPITable> table;
+    EXPECT_EQ(folder->GetContentsTable(0, table.Put()), S_OK);
+    SizedSPropTagArray(3, columns) = {3, {PR_ENTRYID, PR_INSTANCE_KEY, PR_SUBJECT_W}};
+    EXPECT_EQ(table->SetColumns(reinterpret_cast<LPSPropTagArray>(&columns), 0), S_OK);
+    if (messageId) {
+        SPropValue value{};
+        value.ulPropTag = PR_INTERNET_MESSAGE_ID_A;
+        value.Value.lpszA = const_cast<LPSTR>(messageId);
+        SRestriction restriction{};
+        restriction.rt = RES_PROPERTY;
+        restriction.res.resProperty = {RELOP_EQ, PR_INTERNET_MESSAGE_ID_A, &value};
+        EXPECT_EQ(table->Restrict(&restriction, 0), S_OK);
+    }
+    CRowsHolder rows;
+    EXPECT_EQ(table->QueryRows(1000, 0, &rows.rows), S_OK);
+    std::vector<CListedMessage> listed;
+    for (ULONG r = 0; rows.rows && r < rows.rows->cRows; ++r) {
+        const SRow& row = rows.rows->aRow[r];
+        listed.push_back(
+            {RowBytes(row, PR_ENTRYID), RowBytes(row, PR_INSTANCE_KEY), RowText(row, PR_SUBJECT_W)});
+    }
+    return listed;
+}
+
+// Opens a message by its entry id; null when that fails.
+CComPtr<IMessage> OpenById(IMsgStore* store, const std::vector<BYTE>& entryId) {
+    ULONG type = 0;
+    LPUNKNOWN object = nullptr;
+    if (FAILED(store->OpenEntry(static_cast<ULONG>(entryId.size()),
+                                reinterpret_cast<LPENTRYID>(const_cast<BYTE*>(entryId.data())), nullptr, 0,
+                                &type, &object)))
+        return CComPtr<IMessage>();
+    EXPECT_EQ(type, MAPI_MESSAGE);
+    return CComPtr<IMessage>(static_cast<IMessage*>(object));
+}
+
+// The contents of every file in a Maildir folder's new/ and cur/.
+std::multiset<std::string> MessageFiles(const fs::path& folder) {
+    std::multiset<std::string> files;
+    for (const char* sub : {"new", "cur"})
+        for (const auto& entry : fs::directory_iterator(folder / sub))
+            files.insert(velmar::test::ReadFile(entry.path()));
+    return files;
 }
 
 class MapiProvider : public ::testing::Test {
@@ -235,10 +297,10 @@ TEST_F(MapiProvider, ProfilesAndLogon) {
     ASSERT_EQ(HrQueryAllRows(table.get(), nullptr, nullptr, nullptr, 0, &rows.rows), S_OK);
     ASSERT_EQ(rows.rows->cRows, 2u);
     EXPECT_STREQ(rows.rows->aRow[0].lpProps[0].Value.lpszW, L"Arbeit");
-    EXPECT_STREQ(rows.rows->aRow[1].lpProps[0].Value.lpszW, L"Privat");
+    EXPECT_STREQ(velmar::test::RowAt(*rows.rows, 1).lpProps[0].Value.lpszW, L"Privat");
     // Only the default profile's row carries PR_DEFAULT_PROFILE; the other reads as an error value.
     EXPECT_EQ(rows.rows->aRow[0].lpProps[1].ulPropTag, CHANGE_PROP_TYPE(PR_DEFAULT_PROFILE, PT_ERROR));
-    EXPECT_EQ(rows.rows->aRow[1].lpProps[1].ulPropTag, PR_DEFAULT_PROFILE);
+    EXPECT_EQ(velmar::test::RowAt(*rows.rows, 1).lpProps[1].ulPropTag, PR_DEFAULT_PROFILE);
 
     LPMAPISESSION session = nullptr;
     const ULONG flags = MAPI_UNICODE | MAPI_EXTENDED | MAPI_EXPLICIT_PROFILE;
@@ -415,12 +477,14 @@ TEST_F(MapiProvider, AttachmentsInlineImagesAndTheirBytes) {
     ASSERT_EQ(rows.rows->cRows, 2u);
     EXPECT_STREQ(rows.rows->aRow[0].lpProps[0].Value.lpszW, L"logo.png");
     EXPECT_STREQ(rows.rows->aRow[0].lpProps[2].Value.lpszW, L"logo@x") << "content ids lose their brackets";
-    EXPECT_STREQ(rows.rows->aRow[1].lpProps[0].Value.lpszW, L"Rechnung M\u00e4rz.pdf");
-    EXPECT_EQ(PROP_TYPE(rows.rows->aRow[1].lpProps[2].ulPropTag), PT_ERROR) << "no content id";
+    EXPECT_STREQ(velmar::test::RowAt(*rows.rows, 1).lpProps[0].Value.lpszW, L"Rechnung M\u00e4rz.pdf");
+    EXPECT_EQ(PROP_TYPE(velmar::test::RowAt(*rows.rows, 1).lpProps[2].ulPropTag), PT_ERROR)
+        << "no content id";
 
     const std::pair<ULONG, std::string> contents[] = {
         {static_cast<ULONG>(rows.rows->aRow[0].lpProps[1].Value.l), std::string("\x89PNG\r\n\x1A\n", 8)},
-        {static_cast<ULONG>(rows.rows->aRow[1].lpProps[1].Value.l), std::string("%PDF-1.4\n")}};
+        {static_cast<ULONG>(velmar::test::RowAt(*rows.rows, 1).lpProps[1].Value.l),
+         std::string("%PDF-1.4\n")}};
     for (const auto& [number, bytes] : contents) {
         CComPtr<IAttach> attach;
         ASSERT_EQ(message->OpenAttach(number, nullptr, MAPI_BEST_ACCESS, attach.Put()), S_OK);
@@ -589,8 +653,9 @@ TEST_F(MapiProvider, StoreTableAndStoresNameTheirOwners) {
     EXPECT_STREQ(rows.rows->aRow[0].lpProps[0].Value.lpszW, L"Postfach");
     EXPECT_EQ(rows.rows->aRow[0].lpProps[1].ulPropTag, PR_EMAIL_ADDRESS_W);
     EXPECT_STREQ(rows.rows->aRow[0].lpProps[1].Value.lpszW, L"me@example.org");
-    EXPECT_STREQ(rows.rows->aRow[1].lpProps[1].Value.lpszW, L"archive@example.org");
-    EXPECT_EQ(rows.rows->aRow[2].lpProps[1].ulPropTag, CHANGE_PROP_TYPE(PR_EMAIL_ADDRESS_W, PT_ERROR))
+    EXPECT_STREQ(velmar::test::RowAt(*rows.rows, 1).lpProps[1].Value.lpszW, L"archive@example.org");
+    EXPECT_EQ(velmar::test::RowAt(*rows.rows, 2).lpProps[1].ulPropTag,
+              CHANGE_PROP_TYPE(PR_EMAIL_ADDRESS_W, PT_ERROR))
         << "a store without an address has none";
 
     // The owner's name: the profile's, else the address's local part.
@@ -601,8 +666,8 @@ TEST_F(MapiProvider, StoreTableAndStoresNameTheirOwners) {
     ASSERT_EQ(table->QueryRows(10, 0, &owners.rows), S_OK);
     ASSERT_EQ(owners.rows->cRows, 3u);
     EXPECT_EQ(RowText(owners.rows->aRow[0], PR_MAILBOX_OWNER_NAME_W), L"me");
-    EXPECT_EQ(RowText(owners.rows->aRow[1], PR_MAILBOX_OWNER_NAME_W), L"Anna Archiv");
-    EXPECT_EQ(RowText(owners.rows->aRow[2], PR_MAILBOX_OWNER_NAME_W), L"<error>");
+    EXPECT_EQ(RowText(velmar::test::RowAt(*owners.rows, 1), PR_MAILBOX_OWNER_NAME_W), L"Anna Archiv");
+    EXPECT_EQ(RowText(velmar::test::RowAt(*owners.rows, 2), PR_MAILBOX_OWNER_NAME_W), L"<error>");
 
     // The stores themselves say the same.
     CComPtr<IMsgStore> mine = OpenStore(session.get(), 0);
@@ -652,10 +717,10 @@ TEST_F(MapiProvider, ContentsTableValuesSortAndRestrict) {
     ASSERT_EQ(rows.rows->cRows, 3u);
     const wchar_t* subjects[] = {L"Gr\u00fc\u00dfe aus K\u00f6ln", L"Beta", L"Alpha"};
     for (ULONG r = 0; r < 3; ++r) EXPECT_EQ(RowText(rows.rows->aRow[r], PR_SUBJECT_W), subjects[r]) << r;
-    const SRow& beta = rows.rows->aRow[1];
+    const SRow& beta = velmar::test::RowAt(*rows.rows, 1);
     EXPECT_EQ(RowText(beta, PR_INTERNET_MESSAGE_ID_W), L"<b@x>") << "8-bit ids read as wide strings";
     EXPECT_EQ(beta.lpProps[2].Value.l, static_cast<LONG>(MSGFLAG_READ)) << "the file has the S flag";
-    EXPECT_EQ(rows.rows->aRow[2].lpProps[2].Value.l, 0);
+    EXPECT_EQ(velmar::test::RowAt(*rows.rows, 2).lpProps[2].Value.l, 0);
     EXPECT_STREQ(beta.lpProps[3].Value.lpszA, "IPM.Note");
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(beta.lpProps[4].Value.bin.lpb),
                           beta.lpProps[4].Value.bin.cb),
@@ -749,6 +814,213 @@ TEST_F(MapiProvider, ReadFlagFollowsAFileRenamedAfterItWasOpened) {
     EXPECT_TRUE(fs::exists(m_mainPath / "cur" / "1700000080.M1P1.host:2,"));
     EXPECT_EQ(message->SetReadFlag(0), S_OK) << "the object's own name is stale again";
     EXPECT_TRUE(fs::exists(m_mainPath / "cur" / "1700000080.M1P1.host:2,S"));
+}
+
+TEST_F(MapiProvider, ReadFlagNeverReplacesAnotherFileOfItsKey) {
+    CComPtr<IMAPISession> session = Logon(L"Arbeit");
+    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
+    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    // Two files of one key, as a sync tool or a crash leaves them: the names a flag change gives one of
+    // them are taken by the other, in cur/ and on the way from new/ to cur/.
+    const std::string texts[] = {"Message-ID: <twin@x>\nSubject: unread twin\n\nfirst\n",
+                                 "Message-ID: <twin@x>\nSubject: read twin\n\nsecond\n",
+                                 "Message-ID: <moved@x>\nSubject: new twin\n\nthird\n",
+                                 "Message-ID: <moved@x>\nSubject: twin in cur\n\nfourth\n"};
+    Deliver(m_mainPath, "1700000090.M1P1.host:2,", texts[0], "cur");
+    Deliver(m_mainPath, "1700000090.M1P1.host:2,S", texts[1], "cur");
+    Deliver(m_mainPath, "1700000091.M1P1.host", texts[2]);
+    Deliver(m_mainPath, "1700000091.M1P1.host:2,S", texts[3], "cur");
+
+    const std::vector<CListedMessage> listed = Listing(inbox.get());
+    ASSERT_FALSE(listed.empty());
+    for (const CListedMessage& row : listed) {
+        CComPtr<IMessage> message = OpenById(store.get(), row.entryId);
+        ASSERT_TRUE(message);
+        EXPECT_EQ(message->SetReadFlag(0), S_OK);
+        EXPECT_EQ(message->SetReadFlag(CLEAR_READ_FLAG), S_OK);
+    }
+    EXPECT_EQ(MessageFiles(m_mainPath), std::multiset<std::string>(std::begin(texts), std::end(texts)))
+        << "every file is still there with its content";
+    EXPECT_EQ(velmar::test::ReadFile(m_mainPath / "cur" / "1700000090.M1P1.host:2,"), texts[0]);
+    EXPECT_EQ(velmar::test::ReadFile(m_mainPath / "cur" / "1700000090.M1P1.host:2,S"), texts[1]);
+    EXPECT_EQ(velmar::test::ReadFile(m_mainPath / "cur" / "1700000091.M1P1.host:2,S"), texts[3]);
+}
+
+TEST_F(MapiProvider, EachFileOfOneKeyIsAMessageOfItsOwn) {
+    CComPtr<IMAPISession> session = Logon(L"Arbeit");
+    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
+    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    const fs::path cur = m_mainPath / "cur";
+    const std::string firstText = "Message-ID: <same@x>\nSubject: first copy\n\nfirst\n";
+    const std::string secondText = "Message-ID: <same@x>\nSubject: second copy\n\nsecond\n";
+    Deliver(m_mainPath, "1700000100.M1P1.host:2,F", firstText, "cur");
+    Deliver(m_mainPath, "1700000100.M1P1.host:2,S", secondText, "cur");
+    Deliver(m_mainPath, "1700000101.M1P1.host", "Message-ID: <other@x>\nSubject: other\n\nbody\n");
+
+    const std::vector<CListedMessage> before = Listing(inbox.get(), "<same@x>");
+    ASSERT_EQ(before.size(), 2u) << "both files are found by their Message-ID";
+    EXPECT_NE(before[0].entryId, before[1].entryId);
+    EXPECT_NE(before[0].instanceKey, before[1].instanceKey);
+    EXPECT_EQ(std::set<std::wstring>({before[0].subject, before[1].subject}),
+              std::set<std::wstring>({L"first copy", L"second copy"}));
+    EXPECT_EQ(Listing(inbox.get()).size(), 3u);
+
+    // Each entry id opens its own file.
+    CComPtr<IMessage> first;
+    CComPtr<IMessage> second;
+    for (const CListedMessage& row : before) {
+        CComPtr<IMessage> message = OpenById(store.get(), row.entryId);
+        ASSERT_TRUE(message);
+        EXPECT_EQ(WideProp(message.get(), PR_SUBJECT_W), row.subject);
+        EXPECT_EQ(BinaryProp(message.get(), PR_ENTRYID), row.entryId);
+        (row.subject == L"first copy" ? first : second) = std::move(message);
+    }
+    ASSERT_TRUE(first && second);
+
+    // A flag change acts on the message's own file, also when another program renamed it meanwhile.
+    fs::rename(cur / "1700000100.M1P1.host:2,F", cur / "1700000100.M1P1.host:2,FR");
+    ASSERT_EQ(first->SetReadFlag(0), S_OK);
+    EXPECT_EQ(velmar::test::ReadFile(cur / "1700000100.M1P1.host:2,FRS"), firstText);
+    EXPECT_EQ(velmar::test::ReadFile(cur / "1700000100.M1P1.host:2,S"), secondText);
+    fs::rename(cur / "1700000100.M1P1.host:2,S", cur / "1700000100.M1P1.host:2,ST");
+    ASSERT_EQ(second->SetReadFlag(CLEAR_READ_FLAG), S_OK);
+    EXPECT_EQ(velmar::test::ReadFile(cur / "1700000100.M1P1.host:2,T"), secondText);
+    EXPECT_FALSE(fs::exists(cur / "1700000100.M1P1.host:2,ST"));
+    EXPECT_EQ(velmar::test::ReadFile(cur / "1700000100.M1P1.host:2,FRS"), firstText);
+
+    // The renamed files are the same two messages, in the same order, under the same entry ids.
+    const std::vector<CListedMessage> after = Listing(inbox.get(), "<same@x>");
+    ASSERT_EQ(after.size(), 2u);
+    for (size_t i = 0; i < 2; ++i) {
+        EXPECT_EQ(after[i].entryId, before[i].entryId) << i;
+        EXPECT_EQ(after[i].subject, before[i].subject) << i;
+    }
+    for (const CListedMessage& row : before) {
+        CComPtr<IMessage> again = OpenById(store.get(), row.entryId);
+        ASSERT_TRUE(again);
+        EXPECT_EQ(WideProp(again.get(), PR_SUBJECT_W), row.subject);
+    }
+
+    // Two names of one file (a move by link() and unlink() under way) are one message, under its id.
+    const std::vector<CListedMessage> other = Listing(inbox.get(), "<other@x>");
+    ASSERT_EQ(other.size(), 1u);
+    fs::create_hard_link(m_mainPath / "new" / "1700000101.M1P1.host", cur / "1700000101.M1P1.host:2,S");
+    EXPECT_EQ(Listing(inbox.get()).size(), 3u);
+    const std::vector<CListedMessage> linked = Listing(inbox.get(), "<other@x>");
+    ASSERT_EQ(linked.size(), 1u);
+    EXPECT_EQ(linked[0].entryId, other[0].entryId);
+
+    // When one copy goes, the other still opens by its entry id; the gone one's opens nothing.
+    fs::remove(cur / "1700000100.M1P1.host:2,T");
+    const std::vector<BYTE>& firstId =
+        before[0].subject == L"first copy" ? before[0].entryId : before[1].entryId;
+    const std::vector<BYTE>& secondId =
+        before[0].subject == L"first copy" ? before[1].entryId : before[0].entryId;
+    CComPtr<IMessage> remaining = OpenById(store.get(), firstId);
+    ASSERT_TRUE(remaining);
+    EXPECT_EQ(WideProp(remaining.get(), PR_SUBJECT_W), L"first copy");
+    EXPECT_FALSE(OpenById(store.get(), secondId));
+    EXPECT_EQ(Listing(inbox.get(), "<same@x>").size(), 1u);
+}
+
+TEST_F(MapiProvider, SymbolicLinksBelowAStoreAreNotFollowed) {
+    // Elsewhere: a Maildir folder with messages, an empty folder, a message file.
+    const fs::path outside = m_dir / "outside";
+    Deliver(outside, "1700000110.M1P1.host", "Message-ID: <outside-new@x>\nSubject: o\n\nbody\n");
+    Deliver(outside, "1700000111.M1P1.host:2,S", "Message-ID: <outside-cur@x>\nSubject: o\n\nbody\n", "cur");
+    fs::create_directories(outside / "tmp");
+    const fs::path empty = m_dir / "empty";
+    fs::create_directories(empty);
+    velmar::test::WriteFile(m_dir / "linked.eml", "Message-ID: <linked@x>\nSubject: linked\n\nbody\n");
+    // The store links to them: its new/, its .Sent and .Trash folders, and one message file.
+    fs::create_directories(m_mainPath / "cur");
+    fs::create_directories(m_mainPath / "tmp");
+    fs::create_directory_symlink(outside / "new", m_mainPath / "new");
+    fs::create_directory_symlink(outside, m_mainPath / ".Sent");
+    fs::create_directory_symlink(empty, m_mainPath / ".Trash");
+    fs::create_symlink(m_dir / "linked.eml", m_mainPath / "cur" / "1700000112.M1P1.host:2,");
+    Deliver(m_mainPath, "1700000113.M1P1.host:2,S", "Message-ID: <inside@x>\nSubject: inside\n\nbody\n",
+            "cur");
+
+    CComPtr<IMAPISession> session = Logon(L"Arbeit");
+    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
+    ASSERT_TRUE(store);
+    EXPECT_TRUE(fs::is_empty(empty)) << "nothing is made through a link";
+    EXPECT_TRUE(fs::is_symlink(m_mainPath / "new"));
+
+    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    const std::vector<CListedMessage> listed = Listing(inbox.get());
+    ASSERT_EQ(listed.size(), 1u) << "only the message file inside the store";
+    EXPECT_EQ(listed[0].subject, L"inside");
+    EXPECT_FALSE(FindMessage(store.get(), inbox.get(), "<outside-new@x>"));
+    EXPECT_FALSE(FindMessage(store.get(), inbox.get(), "<linked@x>"));
+
+    // Linked folders are no subfolders of the inbox; the sent folder opens but lists nothing.
+    CComPtr<IMAPITable> hierarchy;
+    ASSERT_EQ(inbox->GetHierarchyTable(0, hierarchy.Put()), S_OK);
+    CRowsHolder folders;
+    ASSERT_EQ(HrQueryAllRows(hierarchy.get(), nullptr, nullptr, nullptr, 0, &folders.rows), S_OK);
+    ASSERT_EQ(folders.rows->cRows, 1u);
+    EXPECT_EQ(RowText(folders.rows->aRow[0], PR_DISPLAY_NAME_W), L"Outbox");
+    const std::vector<BYTE> sentId = BinaryProp(store.get(), PR_IPM_SENTMAIL_ENTRYID);
+    ULONG type = 0;
+    LPUNKNOWN object = nullptr;
+    ASSERT_EQ(store->OpenEntry(static_cast<ULONG>(sentId.size()),
+                               reinterpret_cast<LPENTRYID>(const_cast<BYTE*>(sentId.data())), nullptr, 0,
+                               &type, &object),
+              S_OK);
+    CComPtr<IMAPIFolder> sent(static_cast<IMAPIFolder*>(object));
+    EXPECT_TRUE(Listing(sent.get()).empty());
+    EXPECT_EQ(LongProp(sent.get(), PR_CONTENT_COUNT), 0);
+}
+
+TEST_F(MapiProvider, HeaderFieldsAreFoundAnywhereInALongHeaderBlock) {
+    CComPtr<IMAPISession> session = Logon(L"Arbeit");
+    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
+    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    // 300 KB of trace lines before the Message-ID and the subject.
+    std::string trace;
+    while (trace.size() < 300 * 1024)
+        trace += "Received: from relay" + std::to_string(trace.size()) +
+                 ".example.org by mx.example.org; Mon, 1 Jan 2024 10:00:00 +0000\n";
+    Deliver(m_mainPath, "1700000120.M1P1.host", trace + "Subject: late\nMessage-ID: <late@x>\n\nbody\n");
+    // A folded Message-ID in CRLF lines, starting at and around the points where a file is read in pieces.
+    int count = 0;
+    for (const size_t boundary : {size_t{8192}, size_t{16384}, size_t{65536}}) {
+        for (const size_t offset : {boundary - 13, boundary - 11, boundary - 2, boundary - 1, boundary}) {
+            std::string filler;
+            while (filler.size() + 100 < offset) filler += "X-Filler: " + std::string(80, 'f') + "\r\n";
+            filler += "X-Last: " + std::string(offset - filler.size() - 10, 'l') + "\r\n";
+            const std::string id = "<edge-" + std::to_string(count) + "@x>";
+            Deliver(m_mainPath, "1700000121.M" + std::to_string(count) + "P1.host",
+                    filler + "Message-ID:\r\n " + id + "\r\nSubject: edge\r\n " + std::to_string(count) +
+                        "\r\n\r\nbody\r\n");
+            ASSERT_EQ(filler.size(), offset);
+            CComPtr<IMessage> edge = FindMessage(store.get(), inbox.get(), id.c_str());
+            ASSERT_TRUE(edge) << id;
+            ++count;
+        }
+    }
+    CComPtr<IMessage> late = FindMessage(store.get(), inbox.get(), "<late@x>");
+    ASSERT_TRUE(late);
+    EXPECT_EQ(WideProp(late.get(), PR_SUBJECT_W), L"late");
+    const std::vector<CListedMessage> lateRows = Listing(inbox.get(), "<late@x>");
+    ASSERT_EQ(lateRows.size(), 1u);
+    EXPECT_EQ(lateRows[0].subject, L"late") << "the table's subject, from the index";
+    const std::vector<CListedMessage> edges = Listing(inbox.get(), "<edge-3@x>");
+    ASSERT_EQ(edges.size(), 1u);
+    EXPECT_EQ(edges[0].subject, L"edge 3") << "folded lines are unfolded";
+
+    // Header lines beyond 16 MB are not read, but the message is still listed with what came before.
+    std::string huge = "Subject: huge\n";
+    while (huge.size() < 17 * 1024 * 1024) huge += "X-Filler: " + std::string(1000, 'h') + "\n";
+    Deliver(m_mainPath, "1700000122.M1P1.host", huge + "Message-ID: <huge@x>\n\nbody\n");
+    EXPECT_FALSE(FindMessage(store.get(), inbox.get(), "<huge@x>"));
+    const std::vector<CListedMessage> all = Listing(inbox.get());
+    EXPECT_EQ(all.size(), static_cast<size_t>(count) + 2);
+    EXPECT_EQ(std::count_if(all.begin(), all.end(),
+                            [](const CListedMessage& row) { return row.subject == L"huge"; }),
+              1);
 }
 
 }  // namespace

@@ -223,7 +223,7 @@ TEST(MapiTableColumns, MissingValuesComeBackAsNotFoundErrors) {
     EXPECT_EQ(Bytes(row1[4].Value.bin.lpb, row1[4].Value.bin.lpb + row1[4].Value.bin.cb),
               Bytes({0xBE, 0xEF}));
 
-    const SPropValue* row3 = rows->aRow[2].lpProps;
+    const SPropValue* row3 = (rows->aRow + 2)->lpProps;  // rows is declared as an array of one
     EXPECT_EQ(row3[0].Value.l, 3);
     EXPECT_EQ(row3[1].ulPropTag, CHANGE_PROP_TYPE(PR_SUBJECT_A, PT_ERROR));
     EXPECT_EQ(row3[1].Value.err, MAPI_E_NOT_FOUND);

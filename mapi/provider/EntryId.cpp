@@ -54,7 +54,7 @@ void AppendUtf16(std::vector<BYTE>& out, const std::wstring& text) {
 
 std::vector<BYTE> EncodeEntryId(const CEntryId& id) {
     std::vector<BYTE> out;
-    out.reserve(kFixedSize + 4 + id.folder.size() + id.message.size());
+    out.reserve(kFixedSize + 4 + 8 + id.folder.size() + id.message.size());
     out.assign(4, 0);
     out.insert(out.end(), std::begin(kProviderUid), std::end(kProviderUid));
     out.push_back(kVersion);
@@ -62,6 +62,8 @@ std::vector<BYTE> EncodeEntryId(const CEntryId& id) {
     for (int i = 0; i < 8; ++i) out.push_back(static_cast<BYTE>(id.storeId >> (8 * i)));
     if (id.kind != EntryKind::Store) AppendString(out, id.folder);
     if (id.kind == EntryKind::Message) AppendString(out, id.message);
+    if (id.kind == EntryKind::Message && id.file)
+        for (int i = 0; i < 8; ++i) out.push_back(static_cast<BYTE>(*id.file >> (8 * i)));
     return out;
 }
 
@@ -77,6 +79,12 @@ std::optional<CEntryId> DecodeEntryId(const BYTE* bytes, size_t size) {
     size_t offset = kFixedSize;
     if (id.kind != EntryKind::Store && !ReadString(bytes, size, offset, id.folder)) return std::nullopt;
     if (id.kind == EntryKind::Message && !ReadString(bytes, size, offset, id.message)) return std::nullopt;
+    if (id.kind == EntryKind::Message && size - offset == 8) {
+        std::uint64_t file = 0;
+        for (int i = 0; i < 8; ++i) file |= static_cast<std::uint64_t>(bytes[offset + i]) << (8 * i);
+        id.file = file;
+        offset += 8;
+    }
     if (offset != size) return std::nullopt;
     return id;
 }

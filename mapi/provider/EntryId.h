@@ -7,6 +7,7 @@
 //    8  store id, little-endian
 //   for folders and messages: 2-byte length + folder name (UTF-8)
 //   for messages:             2-byte length + message key (UTF-8)
+//   only for a message whose key has several files: 8-byte file id, little-endian
 #pragma once
 
 #include <cstdint>
@@ -25,6 +26,9 @@ struct CEntryId {
     std::uint64_t storeId = 0;
     std::string folder;   // Folder and Message
     std::string message;  // Message
+    // Message: which file of a key that has several (two copies a sync tool or a crash left), by its inode
+    // number, which a rename keeps; none for a key's only file, so that its id is just the key.
+    std::optional<std::uint64_t> file{};
 };
 
 std::vector<BYTE> EncodeEntryId(const CEntryId& id);

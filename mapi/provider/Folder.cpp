@@ -1,6 +1,7 @@
 #include "mapi/provider/Folder.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include "mapi/provider/EntryId.h"
@@ -60,14 +61,18 @@ HRESULT CMaildirFolder::GetContentsTable(ULONG ulFlags, LPMAPITABLE* lppTable) {
 
 HRESULT CMaildirFolder::GetHierarchyTable(ULONG, LPMAPITABLE* lppTable) {
     std::vector<std::vector<CPropValue>> rows;
-    // Only the inbox, the root of a Maildir++ tree, has subfolders.
+    // Only the inbox, the root of a Maildir++ tree, has subfolders. A folder or a cur/ that is a symbolic
+    // link is none: links are not followed below a store.
     if (m_folderName.empty()) {
         if (DIR* dir = opendir(m_store.path.c_str())) {
+            const auto isFolder = [&](const std::string& path) {
+                struct stat info {};
+                return fstatat(dirfd(dir), path.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+                       S_ISDIR(info.st_mode);
+            };
             while (const dirent* entry = readdir(dir)) {
                 const std::string name = entry->d_name;
-                struct stat info {};
-                if (!IsValidFolderName(name) || name.empty() ||
-                    stat((m_store.path + "/" + name + "/cur").c_str(), &info) != 0 || !S_ISDIR(info.st_mode))
+                if (!IsValidFolderName(name) || name.empty() || !isFolder(name) || !isFolder(name + "/cur"))
                     continue;
                 rows.push_back(FolderRow(m_store, name));
             }

@@ -17,8 +17,19 @@ inline constexpr const char* kTrashFolder = ".Trash";
 bool IsValidFolderName(std::string_view name);
 // The folder's path in the store; the store path itself for the inbox.
 std::string FolderPath(const std::string& storePath, std::string_view folderName);
-// Creates the folder and its cur/, new/ and tmp/ (mode 0700) where missing; false when that fails.
-bool EnsureMaildir(const std::string& folderPath);
+// Creates the store's path, the folder and its cur/, new/ and tmp/ (mode 0700) where missing; false when
+// that fails. The store's path is taken as configured, links and all (~/Maildir on another disk); below it
+// no symbolic link is followed: a link where a folder should be is left alone, nothing is made through it,
+// and the index lists nothing from it.
+bool EnsureMaildir(const std::string& storePath, std::string_view folderName);
+// Opens the folder at folderPath (FolderPath of folderName) for listing: a folder below the store that is
+// a symbolic link is refused. The descriptor is the caller's; -1 with errno on failure.
+int OpenMaildirFolder(const std::string& folderPath, std::string_view folderName);
+// Opens the directory sub ("cur", "new") of an open folder, refusing a symbolic link; as OpenMaildirFolder.
+int OpenMaildirSubfolder(int folderFd, const char* sub);
+// Renames a message file within its folder (between new/ and cur/ too) without ever replacing a file: 0,
+// EEXIST when the name to is taken (the file stays as it was), or the errno of the failure.
+int RenameWithoutReplacing(const std::string& from, const std::string& to);
 // The display name of a folder: "Posteingang" for the inbox, else the name without its dot.
 std::wstring FolderDisplayName(std::string_view folderName);
 

@@ -6,12 +6,12 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <unordered_map>
 
 #include "mapi/provider/EntryId.h"
-#include "mapi/provider/GMimeSupport.h"
+#include "mapi/provider/FileDescriptor.h"
 #include "mapi/provider/Maildir.h"
 #include "mapitags.h"
 #include "support/Utf8.h"
@@ -19,8 +19,6 @@
 namespace velmar::mapi {
 namespace {
 
-// Also what keeps a header's length in the 32 bits an index entry has for it.
-constexpr size_t kMaxHeaderBytes = 256 * 1024;
 constexpr ULONG kContentsColumns[] = {PR_ENTRYID,   PR_INSTANCE_KEY,  PR_INTERNET_MESSAGE_ID_A,
                                       PR_SUBJECT_W, PR_MESSAGE_FLAGS, PR_CREATION_TIME};
 // Every value a row has, in the order RowValues gives them.
@@ -36,61 +34,55 @@ bool SameStamp(const timespec& a, const timespec& b) {
 // change later in the same clock tick would leave it as it is: such a folder is listed again next time.
 timespec FolderStamp(const std::string& path) {
     struct stat info {};
-    if (stat(path.c_str(), &info) != 0) return {};
+    if (lstat(path.c_str(), &info) != 0) return {};
     if (info.st_mtim.tv_sec >= std::time(nullptr) - 1) return {};
     return info.st_mtim;
 }
 
-std::string Trim(std::string_view text) {
-    const auto isSpace = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
-    while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
-    while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
-    return std::string(text);
-}
-
-bool StartsWithIgnoringCase(std::string_view text, std::string_view prefix) {
-    if (text.size() < prefix.size()) return false;
-    for (size_t i = 0; i < prefix.size(); ++i)
-        if (std::tolower(static_cast<unsigned char>(text[i])) !=
-            std::tolower(static_cast<unsigned char>(prefix[i])))
-            return false;
-    return true;
-}
-
-// An open file descriptor, closed when it goes.
-class CFileDescriptor {
-public:
-    explicit CFileDescriptor(int fd) : m_fd(fd) {}
-    CFileDescriptor(const CFileDescriptor&) = delete;
-    CFileDescriptor& operator=(const CFileDescriptor&) = delete;
-    ~CFileDescriptor() {
-        if (m_fd >= 0) close(m_fd);
-    }
-    int get() const { return m_fd; }
-
-private:
-    int m_fd;
+// What the index keeps of a message file, read from the file.
+struct CFileFacts {
+    std::string messageId;
+    std::string subject;  // decoded, UTF-8
+    std::uint64_t delivered = 0;
+    std::uint64_t size = 0;
+    std::uint64_t file = 0;  // the inode number
 };
 
-// The header block of a message file (up to the first empty line, at most kMaxHeaderBytes).
-std::string ReadHeaderBlock(int fd) {
-    std::string headers;
-    char buffer[8192];
-    while (headers.size() < kMaxHeaderBytes) {
-        const ssize_t got = read(fd, buffer, sizeof buffer);
+enum class EReadResult { Read, NotAMessage, Gone };
+
+// Reads the Message-ID and the subject of an open message file, wherever they are in its header block
+// within kMaxHeaderBlockBytes, without holding the block.
+void ReadHeaders(int fd, CFileFacts& facts) {
+    CHeaderScanner scanner({"Message-ID", "Subject"});
+    char buffer[16384];
+    for (size_t total = 0; total < kMaxHeaderBlockBytes;) {
+        const ssize_t got = read(fd, buffer, std::min(sizeof buffer, kMaxHeaderBlockBytes - total));
         if (got <= 0) break;
-        const size_t searchFrom = headers.size() >= 3 ? headers.size() - 3 : 0;
-        headers.append(buffer, static_cast<size_t>(got));
-        const size_t end = headers.find("\n\n", searchFrom);
-        const size_t endCrLf = headers.find("\n\r\n", searchFrom);
-        const size_t cut = std::min(end, endCrLf);
-        if (cut != std::string::npos) {
-            headers.resize(cut + 1);
-            break;
-        }
+        total += static_cast<size_t>(got);
+        if (!scanner.Feed(std::string_view(buffer, static_cast<size_t>(got)))) break;
     }
-    if (headers.size() > kMaxHeaderBytes) headers.resize(kMaxHeaderBytes);
-    return headers;
+    facts.messageId = scanner.Value(0);
+    facts.subject = DecodeHeaderText(scanner.Value(1));
+}
+
+// Reads what the index keeps of the file name in the open folder dirFd. A symbolic link is no message
+// file: links are not followed below a store.
+EReadResult ReadFacts(int dirFd, const char* name, CFileFacts& facts) {
+    // Opened before it is looked at, so that what is read is what was looked at. Not blocking, so that a
+    // stray FIFO cannot stop the listing.
+    const CFileDescriptor file(openat(dirFd, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    struct stat info {};
+    // A file that cannot be opened (for its permissions) is still listed, without its headers.
+    const int looked =
+        file.get() >= 0 ? fstat(file.get(), &info) : fstatat(dirFd, name, &info, AT_SYMLINK_NOFOLLOW);
+    if (looked != 0) return errno == ENOENT ? EReadResult::Gone : EReadResult::NotAMessage;
+    if (!S_ISREG(info.st_mode)) return EReadResult::NotAMessage;
+    if (file.get() >= 0) ReadHeaders(file.get(), facts);
+    facts.delivered =
+        FileTimeFromUnix(info.st_mtim.tv_sec, static_cast<std::uint32_t>(info.st_mtim.tv_nsec)).ticks;
+    facts.size = static_cast<std::uint64_t>(info.st_size);
+    facts.file = static_cast<std::uint64_t>(info.st_ino);
+    return EReadResult::Read;
 }
 
 // The flag letters of a file name whose key is keyLength bytes long.
@@ -101,41 +93,11 @@ std::string_view FlagsOf(std::string_view fileName, size_t keyLength) {
 
 }  // namespace
 
-std::string HeaderValue(std::string_view headers, std::string_view name) {
-    size_t pos = 0;
-    while (pos < headers.size()) {
-        size_t end = headers.find('\n', pos);
-        if (end == std::string_view::npos) end = headers.size();
-        const std::string_view line = headers.substr(pos, end - pos);
-        pos = end + 1;
-        if (line.size() <= name.size() || line[name.size()] != ':' || !StartsWithIgnoringCase(line, name))
-            continue;
-        std::string value(line.substr(name.size() + 1));
-        // Folded continuation lines start with white space.
-        while (pos < headers.size() && (headers[pos] == ' ' || headers[pos] == '\t')) {
-            size_t next = headers.find('\n', pos);
-            if (next == std::string_view::npos) next = headers.size();
-            if (!value.empty() && value.back() == '\r') value.pop_back();
-            value.append(headers.substr(pos, next - pos));
-            pos = next + 1;
-        }
-        return Trim(value);
-    }
-    return {};
-}
-
-std::string DecodeHeaderText(const std::string& raw) {
-    const bool plain = raw.find("=?") == std::string::npos &&
-                       std::none_of(raw.begin(), raw.end(), [](char c) { return c & 0x80; });
-    if (plain) return raw;
-    EnsureGMime();
-    return SanitizeUtf8(TakeGString(g_mime_utils_header_decode_text(nullptr, raw.c_str())));
-}
-
-CIndexSnapshot::CIndexSnapshot(std::vector<CEntry> entries, std::string text, std::string folderPath,
-                               std::uint64_t storeId, std::string folderName)
+CIndexSnapshot::CIndexSnapshot(std::vector<CEntry> entries, std::string text, std::vector<CFileOfKey> files,
+                               std::string folderPath, std::uint64_t storeId, std::string folderName)
     : m_entries(std::move(entries)),
       m_text(std::move(text)),
+      m_files(std::move(files)),
       m_byMessageId(m_entries.size()),
       m_byKey(m_entries.size()),
       m_folderPath(std::move(folderPath)),
@@ -159,7 +121,17 @@ CIndexedMessage CIndexSnapshot::Message(size_t row) const {
             text.substr(messageIdAt, entry.messageIdLength),
             text.substr(messageIdAt + entry.messageIdLength, entry.subjectLength),
             CFileTime{entry.delivered},
-            entry.size};
+            entry.size,
+            FileOf(row)};
+}
+
+std::optional<std::uint64_t> CIndexSnapshot::FileOf(size_t row) const {
+    if (m_files.empty()) return std::nullopt;
+    const auto found =
+        std::lower_bound(m_files.begin(), m_files.end(), row,
+                         [](const CFileOfKey& entry, size_t wanted) { return entry.row < wanted; });
+    if (found == m_files.end() || found->row != row) return std::nullopt;
+    return found->file;
 }
 
 // The values are made here, per row asked for, rather than kept: a resident index of a large inbox would
@@ -168,12 +140,17 @@ const CPropValue* CIndexSnapshot::Find(size_t row, ULONG tag, CPropValue& slot) 
     const CIndexedMessage message = Message(row);
     switch (PROP_ID(tag)) {
         case PROP_ID(PR_ENTRYID):
-            slot = {PR_ENTRYID,
-                    EncodeEntryId({EntryKind::Message, m_storeId, m_folderName, std::string(message.key)})};
+            slot = {PR_ENTRYID, EncodeEntryId({EntryKind::Message, m_storeId, m_folderName,
+                                               std::string(message.key), message.file})};
             break;
-        case PROP_ID(PR_INSTANCE_KEY):
-            slot = {PR_INSTANCE_KEY, std::vector<BYTE>(message.key.begin(), message.key.end())};
+        case PROP_ID(PR_INSTANCE_KEY): {
+            std::vector<BYTE> instance(message.key.begin(), message.key.end());
+            // Each file of a key is a row of its own.
+            if (message.file)
+                for (int i = 0; i < 8; ++i) instance.push_back(static_cast<BYTE>(*message.file >> (8 * i)));
+            slot = {PR_INSTANCE_KEY, std::move(instance)};
             break;
+        }
         case PROP_ID(PR_INTERNET_MESSAGE_ID_A):
             slot = {PR_INTERNET_MESSAGE_ID_A, std::string(message.messageId)};
             break;
@@ -231,13 +208,22 @@ std::optional<std::vector<size_t>> CIndexSnapshot::IndexedEqual(const SPropValue
     return rows;
 }
 
-std::optional<size_t> CIndexSnapshot::FindByKey(std::string_view key) const {
+std::optional<size_t> CIndexSnapshot::FindMessage(std::string_view key,
+                                                  std::optional<std::uint64_t> file) const {
     std::optional<size_t> first;
+    std::optional<size_t> same;
+    bool several = false;
     m_byKey.Probe(CRowHash::HashOf(key), [&](size_t row) {
-        if (Key(row) == key && (!first || row < *first)) first = row;
+        if (Key(row) != key) return false;
+        if (!first || row < *first) first = row;
+        if (const std::optional<std::uint64_t> rowFile = FileOf(row)) {
+            several = true;
+            if (rowFile == file) same = row;
+        }
         return false;
     });
-    return first;
+    if (!file) return first;
+    return several ? same : first;
 }
 
 std::optional<size_t> CIndexSnapshot::FindFile(std::string_view fileName, bool inNew) const {
@@ -288,16 +274,22 @@ public:
         m_keys = CRowHash(expected);
     }
 
-    // Adds the messages of folderPath/sub; false when a file vanished between the listing and its reading
-    // (renamed or deleted by another program), so that its new name may be missing.
-    bool AddFolder(const std::string& folderPath, const char* sub, bool inNew) {
-        const std::string folder = folderPath + "/" + sub;
-        DIR* dir = opendir(folder.c_str());
+    // Adds the messages of the folder's sub ("cur", "new"), which is not listed when it is a link; false
+    // when a file vanished between the listing and its reading (renamed or deleted by another program), so
+    // that its new name may be missing.
+    bool AddFolder(int folderFd, const char* sub, bool inNew) {
+        CFileDescriptor& dirFd = m_dirs[inNew ? 1 : 0];
+        dirFd = CFileDescriptor(OpenMaildirSubfolder(folderFd, sub));
+        if (dirFd.get() < 0) return true;
+        // The listing has a descriptor of its own; dirFd stays open to read the files by name.
+        CFileDescriptor listing(dup(dirFd.get()));
+        DIR* dir = listing.get() >= 0 ? fdopendir(listing.get()) : nullptr;
         if (!dir) return true;
+        listing.Detach();  // closedir closes it
         bool complete = true;
         while (const dirent* entry = readdir(dir)) {
             if (entry->d_name[0] == '.') continue;
-            if (!AddFile(folder, entry->d_name, inNew)) complete = false;
+            if (!AddFile(entry->d_name, inNew)) complete = false;
         }
         closedir(dir);
         return complete;
@@ -306,51 +298,139 @@ public:
     std::shared_ptr<const CIndexSnapshot> Finish(const std::string& folderPath, std::uint64_t storeId,
                                                  const std::string& folderName) {
         m_keys = CRowHash();
+        // File ids go with their rows through the sort, found by the offset of the row's text.
+        std::unordered_map<std::uint64_t, std::uint64_t> fileByText;
+        for (const auto& [row, file] : m_files) fileByText.emplace(m_entries[row].text, file);
+        const auto fileOf = [&](const CIndexSnapshot::CEntry& entry) {
+            const auto found = fileByText.find(entry.text);
+            return found == fileByText.end() ? std::uint64_t{0} : found->second;
+        };
         const std::string_view text(m_text);
         std::sort(m_entries.begin(), m_entries.end(),
                   [&](const CIndexSnapshot::CEntry& a, const CIndexSnapshot::CEntry& b) {
                       if (a.delivered != b.delivered) return a.delivered < b.delivered;
-                      return text.substr(a.text, a.keyLength) < text.substr(b.text, b.keyLength);
+                      const std::string_view keyA = text.substr(a.text, a.keyLength);
+                      const std::string_view keyB = text.substr(b.text, b.keyLength);
+                      if (keyA != keyB) return keyA < keyB;
+                      // The files of one key keep their order whatever names their flags give them.
+                      return fileOf(a) < fileOf(b);
                   });
+        std::vector<CIndexSnapshot::CFileOfKey> files;
+        if (!fileByText.empty()) {
+            for (size_t row = 0; row < m_entries.size(); ++row)
+                if (const auto found = fileByText.find(m_entries[row].text); found != fileByText.end())
+                    files.push_back({static_cast<std::uint32_t>(row), found->second});
+        }
         m_entries.shrink_to_fit();
         m_text.shrink_to_fit();
-        return std::make_shared<const CIndexSnapshot>(std::move(m_entries), std::move(m_text), folderPath,
-                                                      storeId, folderName);
+        return std::make_shared<const CIndexSnapshot>(std::move(m_entries), std::move(m_text),
+                                                      std::move(files), folderPath, storeId, folderName);
     }
 
 private:
     std::string_view KeyOf(size_t row) const {
         return std::string_view(m_text).substr(m_entries[row].text, m_entries[row].keyLength);
     }
+    int Dir(bool inNew) const { return m_dirs[inNew ? 1 : 0].get(); }
 
     // False when the file is gone.
-    bool AddFile(const std::string& folder, std::string_view fileName, bool inNew) {
+    bool AddFile(const char* name, bool inNew) {
+        const std::string_view fileName(name);
         const std::string_view key = MaildirKey(fileName);
         const size_t hash = CRowHash::HashOf(key);
-        // The same message in new/ and cur/: the first one seen.
-        if (m_keys.Probe(hash, [&](size_t row) { return KeyOf(row) == key; })) return true;
+        if (m_keys.Probe(hash, [&](size_t row) { return KeyOf(row) == key; }))
+            return AddFileOfListedKey(name, inNew, hash);
         if (const std::optional<size_t> known =
                 m_previous ? m_previous->FindFile(fileName, inNew) : std::nullopt) {
             const CIndexedMessage message = m_previous->Message(*known);
-            Append(fileName, key.size(), inNew, message.messageId, message.subject, message.delivered.ticks,
-                   message.size, hash);
+            // A file of another name is the same message renamed, unless its key had several files: which
+            // of them it is, only the file can tell.
+            if (!message.file || (message.fileName == fileName && message.inNew == inNew)) {
+                Append(fileName, key.size(), inNew, message.messageId, message.subject,
+                       message.delivered.ticks, message.size, hash);
+                return true;
+            }
+        }
+        CFileFacts facts;
+        switch (ReadFacts(Dir(inNew), name, facts)) {
+            case EReadResult::Gone:
+                return false;
+            case EReadResult::NotAMessage:
+                return true;
+            case EReadResult::Read:
+                break;
+        }
+        Append(fileName, key.size(), inNew, facts.messageId, facts.subject, facts.delivered, facts.size,
+               hash);
+        return true;
+    }
+
+    // A file of a key listed before: a message of its own, unless it is another name of a listed file.
+    // Every file of such a key gets its file id; those listed before get theirs now. False when a file of
+    // the key is gone.
+    bool AddFileOfListedKey(const char* name, bool inNew, size_t hash) {
+        const std::string_view fileName(name);
+        const std::string_view key = MaildirKey(fileName);
+        std::vector<size_t> listed;
+        m_keys.Probe(hash, [&](size_t row) {
+            if (KeyOf(row) == key) listed.push_back(row);
+            return false;
+        });
+        for (const size_t row : listed)
+            if (!m_files.contains(row) && !Identify(row)) return false;
+        CFileFacts facts;
+        if (!KnownFile(fileName, inNew, facts)) {
+            switch (ReadFacts(Dir(inNew), name, facts)) {
+                case EReadResult::Gone:
+                    return false;
+                case EReadResult::NotAMessage:
+                    return true;
+                case EReadResult::Read:
+                    break;
+            }
+        }
+        // Two names of one file (a move by link() and unlink() under way) are one message, listed once;
+        // a key left with one file keeps no file id, so that its entry id stays the key.
+        for (const size_t row : listed) {
+            if (m_files.at(row) != facts.file) continue;
+            if (listed.size() == 1) m_files.erase(row);
             return true;
         }
-        const std::string path = folder + "/" + std::string(fileName);
-        // Opened before it is looked at, so that what is read is what was looked at. Not blocking, so that
-        // a stray FIFO cannot stop the listing.
-        const CFileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-        struct stat info {};
-        // A file that cannot be opened (a symbolic link) is still listed when it is a regular file.
-        if ((file.get() >= 0 ? fstat(file.get(), &info) : stat(path.c_str(), &info)) != 0)
-            return errno != ENOENT;
-        if (!S_ISREG(info.st_mode)) return true;
-        const std::string headers = file.get() >= 0 ? ReadHeaderBlock(file.get()) : std::string();
-        const std::string messageId = HeaderValue(headers, "Message-ID");
-        const std::string subject = DecodeHeaderText(HeaderValue(headers, "Subject"));
-        Append(fileName, key.size(), inNew, messageId, subject,
-               FileTimeFromUnix(info.st_mtim.tv_sec, static_cast<std::uint32_t>(info.st_mtim.tv_nsec)).ticks,
-               static_cast<std::uint64_t>(info.st_size), hash);
+        Append(fileName, key.size(), inNew, facts.messageId, facts.subject, facts.delivered, facts.size,
+               hash);
+        m_files.emplace(m_entries.size() - 1, facts.file);
+        return true;
+    }
+
+    // What the previous snapshot knew of exactly this file of a key with several files.
+    bool KnownFile(std::string_view fileName, bool inNew, CFileFacts& facts) const {
+        const std::optional<size_t> known = m_previous ? m_previous->FindFile(fileName, inNew) : std::nullopt;
+        if (!known) return false;
+        const CIndexedMessage message = m_previous->Message(*known);
+        if (!message.file || message.fileName != fileName || message.inNew != inNew) return false;
+        facts = {std::string(message.messageId), std::string(message.subject), message.delivered.ticks,
+                 message.size, *message.file};
+        return true;
+    }
+
+    // Gives a row listed before its file id. Its file is read again unless the previous snapshot knew it
+    // by its name and id, since the row may hold what was known of another file of its key. False when
+    // the file is gone.
+    bool Identify(size_t row) {
+        CIndexSnapshot::CEntry& entry = m_entries[row];
+        const std::string fileName(std::string_view(m_text).substr(entry.text, entry.nameLength));
+        CFileFacts facts;
+        if (!KnownFile(fileName, entry.inNew, facts)) {
+            if (ReadFacts(Dir(entry.inNew), fileName.c_str(), facts) != EReadResult::Read) return false;
+            // Its strings again at the end of the text block; what they replace stays unused.
+            entry.text = m_text.size();
+            entry.messageIdLength = static_cast<std::uint32_t>(facts.messageId.size());
+            entry.subjectLength = static_cast<std::uint32_t>(facts.subject.size());
+            entry.delivered = facts.delivered;
+            entry.size = facts.size;
+            m_text.append(fileName).append(facts.messageId).append(facts.subject);
+        }
+        m_files.emplace(row, facts.file);
         return true;
     }
 
@@ -375,6 +455,9 @@ private:
     std::vector<CIndexSnapshot::CEntry> m_entries;
     std::string m_text;
     CRowHash m_keys;  // of m_entries, while they are in listing order
+    // The file ids of the rows of keys with several files, by row while the rows are in listing order.
+    std::unordered_map<size_t, std::uint64_t> m_files;
+    CFileDescriptor m_dirs[2];  // cur/ and new/, while they are listed
 };
 
 CMaildirIndex::CMaildirIndex(std::string folderPath, std::uint64_t storeId, std::string folderName)
@@ -401,11 +484,13 @@ std::shared_ptr<const CIndexSnapshot> CMaildirIndex::Rescan() {
 }
 
 std::shared_ptr<const CIndexSnapshot> CMaildirIndex::Scan(timespec newStamp, timespec curStamp) {
+    // A folder below the store that is a link is not listed, nor are cur/ and new/ when they are links.
+    const CFileDescriptor folder(OpenMaildirFolder(m_folderPath, m_folderName));
     for (int attempt = 0;; ++attempt) {
         CBuilder builder(m_snapshot.get());
         // Both are listed even when cur/ lost a file, since the last attempt keeps what it found.
-        const bool curComplete = builder.AddFolder(m_folderPath, "cur", false);
-        const bool complete = builder.AddFolder(m_folderPath, "new", true) && curComplete;
+        const bool curComplete = builder.AddFolder(folder.get(), "cur", false);
+        const bool complete = builder.AddFolder(folder.get(), "new", true) && curComplete;
         if (!complete && attempt < kRenameRetries) continue;
         m_snapshot = builder.Finish(m_folderPath, m_storeId, m_folderName);
         // A listing that lost a file to a rename may lack its new name: the next refresh lists again.

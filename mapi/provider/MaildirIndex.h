@@ -4,6 +4,10 @@
 //
 // A large inbox stays resident, so a message costs a fixed record and its strings (file name, Message-ID,
 // subject as UTF-8) packed into one text block; table values are made when a row is read, not kept.
+//
+// A message is a file: two files of one key (a copy a sync tool or a crash left) are two messages, told
+// apart by their inode numbers, which renames keep; two names of one file (a move by link() and unlink()
+// under way) are one message.
 #pragma once
 
 #include <ctime>
@@ -14,6 +18,7 @@
 #include <string_view>
 #include <vector>
 
+#include "mapi/provider/HeaderBlock.h"
 #include "mapi/provider/RowHash.h"
 #include "mapi/runtime/TableRows.h"
 
@@ -33,6 +38,7 @@ struct CIndexedMessage {
     std::string_view subject;    // decoded, UTF-8
     CFileTime delivered;         // the file's modification time
     std::uint64_t size = 0;
+    std::optional<std::uint64_t> file;  // for a key with several files: this one's (see CEntryId::file)
 };
 
 // One state of a folder, shared by every table made from it; never changes once made.
@@ -50,10 +56,15 @@ public:
         std::uint16_t keyLength = 0;
         bool inNew = false;
     };
+    // The file id of a row whose key has several files; only those rows have one.
+    struct CFileOfKey {
+        std::uint32_t row = 0;
+        std::uint64_t file = 0;  // the inode number
+    };
 
-    // entries in row order, their strings in text. Throws std::bad_alloc.
-    CIndexSnapshot(std::vector<CEntry> entries, std::string text, std::string folderPath,
-                   std::uint64_t storeId, std::string folderName);
+    // entries in row order, their strings in text, files by row. Throws std::bad_alloc.
+    CIndexSnapshot(std::vector<CEntry> entries, std::string text, std::vector<CFileOfKey> files,
+                   std::string folderPath, std::uint64_t storeId, std::string folderName);
 
     size_t RowCount() const override { return m_entries.size(); }
     const CPropValue* Find(size_t row, ULONG tag, CPropValue& slot) const override;
@@ -61,8 +72,12 @@ public:
     std::optional<std::vector<size_t>> IndexedEqual(const SPropValue& value) const override;
 
     CIndexedMessage Message(size_t row) const;
-    // The first row whose file has that key, or nullopt.
-    std::optional<size_t> FindByKey(std::string_view key) const;
+    // The row of the message an entry id names: without a file id the first row of the key; with one the
+    // row of that file, or the only row of a key that has one file (which keeps no file id: the caller
+    // checks the file it opens). Nullopt when there is none.
+    std::optional<size_t> FindMessage(std::string_view key, std::optional<std::uint64_t> file) const;
+    // The file id of the row, when its key has several files.
+    std::optional<std::uint64_t> FileOf(size_t row) const;
     // The row of that file; else the first row with its key (the same message under another name); else
     // nullopt.
     std::optional<size_t> FindFile(std::string_view fileName, bool inNew) const;
@@ -82,8 +97,9 @@ private:
         return std::string_view(m_text).substr(entry.text + entry.nameLength, entry.messageIdLength);
     }
 
-    std::vector<CEntry> m_entries;  // by delivery time, then key
+    std::vector<CEntry> m_entries;  // by delivery time, then key, then file id
     std::string m_text;
+    std::vector<CFileOfKey> m_files;  // by row; empty unless a key has several files
     CRowHash m_byMessageId;
     CRowHash m_byKey;
     std::string m_folderPath;
@@ -121,10 +137,5 @@ private:
 // The process's index of a folder (one per path, made on first use).
 std::shared_ptr<CMaildirIndex> IndexForFolder(const std::string& folderPath, std::uint64_t storeId,
                                               const std::string& folderName);
-
-// The unfolded value of the first header of that name (case-insensitive), or empty.
-std::string HeaderValue(std::string_view headers, std::string_view name);
-// An unstructured header value with its encoded words decoded, as UTF-8.
-std::string DecodeHeaderText(const std::string& raw);
 
 }  // namespace velmar::mapi

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "mapi/provider/EntryId.h"
@@ -32,6 +31,9 @@ void AddIfPresent(std::vector<CPropValue>& props, ULONG tag, const std::wstring&
 }
 
 // Renames the message's file into cur/ with the S flag set or cleared; 0 or the errno of the rename.
+// Deliberate: when the new name is taken, by another file of the message's key (a copy a sync tool or a
+// crash left), the file is left as it is and 0 returned. A Maildir key names one message, so that message
+// is on disk with those flags already, and the other file is never replaced.
 int RenameForReadFlag(CMessageLocation& where, bool read) {
     std::string flags = where.flags;
     const size_t seen = flags.find('S');
@@ -46,7 +48,7 @@ int RenameForReadFlag(CMessageLocation& where, bool read) {
     if (fileName == where.fileName && !where.inNew) return access(from.c_str(), F_OK) == 0 ? 0 : errno;
     const std::string to = where.folderPath + "/cur/" + fileName;
     // One rename: the message is never missing from the folder, and a concurrent reader sees old or new.
-    if (std::rename(from.c_str(), to.c_str()) != 0) return errno;
+    if (const int error = RenameWithoutReplacing(from, to); error != 0) return error == EEXIST ? 0 : error;
     where.fileName = fileName;
     where.inNew = false;
     where.flags = name.flags;
@@ -132,7 +134,7 @@ std::vector<CPropValue> CMimeMessage::Properties() const {
         const CMessageLocation& where = *m_location;
         if (where.flags.find('S') != std::string::npos) flags |= MSGFLAG_READ;
         const std::vector<BYTE> entryId =
-            EncodeEntryId({EntryKind::Message, where.storeId, where.folderName, where.key});
+            EncodeEntryId({EntryKind::Message, where.storeId, where.folderName, where.key, where.file});
         props.push_back({PR_ENTRYID, entryId});
         props.push_back({PR_RECORD_KEY, entryId});
         props.push_back({PR_SEARCH_KEY, std::vector<BYTE>(where.key.begin(), where.key.end())});
@@ -222,18 +224,21 @@ HRESULT CMimeMessage::SetReadFlag(ULONG ulFlags) {
         const bool read = !(ulFlags & CLEAR_READ_FLAG);
         // Another program may have renamed the file since (a client moving it to cur/, a sync tool changing
         // its flags): then the folder is listed again and its current name, with its current flags, is
-        // renamed instead.
+        // renamed instead. The file is found by its inode, which a rename keeps, so that of two files of
+        // one key it is this message's own.
         for (int attempt = 0;; ++attempt) {
             const int error = RenameForReadFlag(where, read);
             if (error == 0) return S_OK;
             if (error != ENOENT || attempt == kRenameRetries) return MAPI_E_NOT_FOUND;
             const auto snapshot = IndexForFolder(where.folderPath, where.storeId, where.folderName)->Rescan();
-            const std::optional<size_t> row = snapshot->FindByKey(where.key);
+            const std::optional<size_t> row = snapshot->FindMessage(
+                where.key, where.inode != 0 ? std::optional<std::uint64_t>(where.inode) : std::nullopt);
             if (!row) return MAPI_E_NOT_FOUND;
             const CIndexedMessage indexed = snapshot->Message(*row);
             where.fileName = indexed.fileName;
             where.inNew = indexed.inNew;
             where.flags = indexed.flags;
+            where.file = indexed.file;
         }
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;

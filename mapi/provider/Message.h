@@ -23,6 +23,8 @@ struct CMessageLocation {
     std::string flags;
     CFileTime delivered;
     std::uint64_t size = 0;
+    std::optional<std::uint64_t> file{};  // for a key with several files, which (CEntryId::file)
+    std::uint64_t inode = 0;  // of the file as it was opened (0: unknown), by which a rename is followed
 };
 
 class CMimeMessage : public CMapiProp<IMessage> {

@@ -1,10 +1,12 @@
 #include "mapi/provider/Store.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
 
+#include "mapi/provider/FileDescriptor.h"
 #include "mapi/provider/Folder.h"
 #include "mapi/provider/Maildir.h"
 #include "mapi/provider/MaildirIndex.h"
@@ -34,23 +36,42 @@ HRESULT HandOutEntry(CComPtr<T> object, LPCIID requested, ULONG type, ULONG* lpu
     return HandOut(std::move(object), requested, out);
 }
 
+// The inode number of an open message file, or of the file at path when it could not be opened; 0 when
+// neither can be looked at.
+std::uint64_t InodeOf(int fd, const std::string& path) {
+    struct stat info {};
+    if ((fd >= 0 ? fstat(fd, &info) : lstat(path.c_str(), &info)) != 0) return 0;
+    return static_cast<std::uint64_t>(info.st_ino);
+}
+
 HRESULT OpenMessage(const CStoreConfig& config, const CEntryId& id, LPCIID lpInterface, ULONG* lpulObjType,
                     LPUNKNOWN* lppUnk) {
     const std::string folderPath = FolderPath(config.path, id.folder);
     const std::shared_ptr<CMaildirIndex> index = IndexForFolder(folderPath, config.id, id.folder);
     // The entry id came from a table of this index, so the last listing normally knows it: the folder is
-    // listed again only for a key it lacks, or when the file was renamed after the listing.
+    // listed again only for a message it lacks, or when the file was renamed after the listing.
     std::shared_ptr<const CIndexSnapshot> snapshot = index->Last();
-    if (!snapshot || !snapshot->FindByKey(id.message)) snapshot = index->Refresh();
+    if (!snapshot || !snapshot->FindMessage(id.message, id.file)) snapshot = index->Refresh();
     std::optional<size_t> row;
     std::vector<CPropValue> fallback;
-    int fd = -1;
+    CFileDescriptor fd;
+    std::uint64_t inode = 0;
     for (int attempt = 0;; ++attempt) {
-        row = snapshot->FindByKey(id.message);
+        row = snapshot->FindMessage(id.message, id.file);
         if (!row) return MAPI_E_NOT_FOUND;
         fallback = snapshot->RowValues(*row);
-        fd = open(snapshot->PathOf(*row).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-        if (fd >= 0 || errno != ENOENT || attempt == kRenameRetries) break;
+        const std::string path = snapshot->PathOf(*row);
+        fd = CFileDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+        const int openError = fd.get() >= 0 ? 0 : errno;
+        inode = InodeOf(fd.get(), path);
+        if (id.file && inode != 0 && inode != *id.file) {
+            // The file found is another than the one the entry id names: that one is gone, unless the
+            // listing is out of date.
+            fd.Reset();
+            if (attempt > 0) return MAPI_E_NOT_FOUND;
+        } else if (fd.get() >= 0 || openError != ENOENT || attempt == kRenameRetries) {
+            break;
+        }
         snapshot = index->Rescan();
     }
     const CIndexedMessage indexed = snapshot->Message(*row);
@@ -62,9 +83,11 @@ HRESULT OpenMessage(const CStoreConfig& config, const CEntryId& id, LPCIID lpInt
                               indexed.inNew,
                               std::string(indexed.flags),
                               indexed.delivered,
-                              indexed.size};
-    return HandOutEntry(MakeObject<CMimeMessage>(fd, std::move(fallback), std::move(location)), lpInterface,
-                        MAPI_MESSAGE, lpulObjType, lppUnk);
+                              indexed.size,
+                              indexed.file,
+                              inode};
+    return HandOutEntry(MakeObject<CMimeMessage>(fd.Detach(), std::move(fallback), std::move(location)),
+                        lpInterface, MAPI_MESSAGE, lpulObjType, lppUnk);
 }
 
 }  // namespace
@@ -81,7 +104,7 @@ HRESULT OpenStoreEntry(const CStoreConfig& config, const CEntryId& id, LPCIID lp
                                     lppUnk);
             case EntryKind::Folder: {
                 if (!IsValidFolderName(id.folder)) return MAPI_E_INVALID_ENTRYID;
-                if (!EnsureMaildir(FolderPath(config.path, id.folder))) return MAPI_E_NOT_FOUND;
+                if (!EnsureMaildir(config.path, id.folder)) return MAPI_E_NOT_FOUND;
                 return HandOutEntry(MakeObject<CMaildirFolder>(config, id.folder), lpInterface, MAPI_FOLDER,
                                     lpulObjType, lppUnk);
             }
@@ -99,7 +122,7 @@ HRESULT OpenMaildirStore(const CStoreConfig& config, LPMDB* lppMDB) {
     if (!lppMDB) return MAPI_E_INVALID_PARAMETER;
     *lppMDB = nullptr;
     for (const char* folder : {kInboxFolder, kSentFolder, kOutboxFolder, kTrashFolder})
-        if (!EnsureMaildir(FolderPath(config.path, folder))) return MAPI_E_NOT_FOUND;
+        if (!EnsureMaildir(config.path, folder)) return MAPI_E_NOT_FOUND;
     try {
         *lppMDB = MakeObject<CMaildirStore>(config).Detach();
         return S_OK;
@@ -114,7 +137,8 @@ HRESULT CompareEntryIds(ULONG cb1, LPENTRYID id1, ULONG cb2, LPENTRYID id2, ULON
     const auto second = DecodeEntryId(reinterpret_cast<const BYTE*>(id2), cb2);
     if (!first || !second) return MAPI_E_UNKNOWN_ENTRYID;
     *lpulResult = first->kind == second->kind && first->storeId == second->storeId &&
-                  first->folder == second->folder && first->message == second->message;
+                  first->folder == second->folder && first->message == second->message &&
+                  first->file == second->file;
     return S_OK;
 }
 
