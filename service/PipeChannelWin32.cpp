@@ -14,6 +14,9 @@
 namespace velmar::service {
 namespace {
 
+// A client that takes nothing of its reply for this long loses the write.
+constexpr DWORD kReplyWriteTimeoutMilliseconds = 30000;
+
 class CPipeConnection : public IPipeConnection {
 public:
     explicit CPipeConnection(HANDLE pipe) : m_pipe(pipe), m_buffer(kMaxRequestBytes) {}
@@ -51,13 +54,23 @@ public:
         return true;
     }
 
-    // A reply is the text without a terminating zero byte, in one write.
+    // A reply is the text without a terminating zero byte, in one write. A client that takes none of it
+    // for a while loses the write: it would hold this thread for ever.
     bool WriteReply(const std::string& reply, std::wstring& error) override {
+        HANDLE timer = nullptr;
+        if (!CreateTimerQueueTimer(&timer, nullptr, &CPipeConnection::WriteTimedOut, this,
+                                   kReplyWriteTimeoutMilliseconds, 0, WT_EXECUTEONLYONCE))
+            timer = nullptr;
         DWORD written = 0;
-        if (!Cancellable([&] {
-                return WriteFile(m_pipe, reply.data(), static_cast<DWORD>(reply.size()), &written, nullptr) !=
-                       FALSE;
-            })) {
+        const bool done = Cancellable([&] {
+            return WriteFile(m_pipe, reply.data(), static_cast<DWORD>(reply.size()), &written, nullptr) !=
+                   FALSE;
+        });
+        const DWORD lastError = GetLastError();
+        // Waits for a time-out that is running, so it cannot cancel a later call.
+        if (timer) DeleteTimerQueueTimer(nullptr, timer, INVALID_HANDLE_VALUE);
+        if (!done) {
+            SetLastError(lastError);
             error = velmar::FormatLastErrorText(L"WriteFile");
             return false;
         }
@@ -80,6 +93,12 @@ public:
     }
 
 private:
+    static void CALLBACK WriteTimedOut(PVOID context, BOOLEAN) {
+        auto* self = static_cast<CPipeConnection*>(context);
+        std::lock_guard lock(self->m_ioLock);
+        if (self->m_bInIo) CancelSynchronousIo(self->m_ioThread);
+    }
+
     // Runs one blocking call on the pipe so that Interrupt can cancel it. False, with the last error set,
     // when the call failed or the connection was interrupted before it began.
     template <class Call>

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "service/Dispatcher.h"
+#include "support/BinarySemaphore.h"
 
 namespace velmar::service {
 
@@ -58,7 +59,7 @@ private:
     std::thread m_listenerThread;
 
     // The connection lock: guards the pending connections and the thread list, with 10 s waits.
-    std::timed_mutex m_connectionLock;
+    velmar::CBinarySemaphore m_connectionLock;
     std::deque<std::unique_ptr<IPipeConnection>> m_pending;
     std::vector<CRequestThread> m_threads;
     // Connections the listener could not queue: they stay open, unanswered, until the service stops.
