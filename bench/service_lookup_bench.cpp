@@ -22,6 +22,7 @@
 #include "bench/BenchInbox.h"
 #include "bench/BenchSockets.h"
 #include "support/FramedSocket.h"
+#include "tests/ProcessStatus.h"
 #include "tests/ServiceProcess.h"
 
 namespace {
@@ -57,13 +58,6 @@ double MedianRoundTrip(velmar::CFramedSocket& socket, int count, MakeRequest mak
         allOk = allOk && reply.find("\"status\": \"OK\"") != std::string::npos;
     }
     return Median(times);
-}
-
-long long ResidentKilobytes(long long pid) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(status, line);)
-        if (line.rfind("VmRSS:", 0) == 0) return std::stoll(line.substr(6));
-    return -1;
 }
 
 }  // namespace
@@ -120,7 +114,7 @@ int main(int argc, char** argv) {
         ok = fd >= 0 &&
              !Ask(socket, R"({"command-target":"MAPI","command":"Logon","data_string":"Bench"})").empty() &&
              !Ask(socket, R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})").empty();
-        const long long before = ResidentKilobytes(service.Id());
+        const long long before = velmar::test::ProcessStatusKilobytes(service.Id(), "VmRSS");
         // The first lookup builds the index of the inbox.
         const auto start = Clock::now();
         ok = ok &&
@@ -128,7 +122,7 @@ int main(int argc, char** argv) {
                              velmar::bench::BenchMessageId(0) + R"(","profileName":"Bench","storeIndex":0})")
                      .find("\"status\": \"OK\"") != std::string::npos;
         indexSeconds = std::chrono::duration<double>(Clock::now() - start).count();
-        indexKilobytes = ResidentKilobytes(service.Id()) - before;
+        indexKilobytes = velmar::test::ProcessStatusKilobytes(service.Id(), "VmRSS") - before;
         std::mt19937 random(7);
         std::uniform_int_distribution<int> pick(0, messages - 1);
         findTime = MedianRoundTrip(

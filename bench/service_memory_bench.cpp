@@ -14,18 +14,12 @@
 
 #include "bench/BenchSockets.h"
 #include "support/FramedSocket.h"
+#include "tests/ProcessStatus.h"
 #include "tests/ServiceProcess.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-long long ResidentKilobytes(long long pid) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(status, line);)
-        if (line.rfind("VmRSS:", 0) == 0) return std::stoll(line.substr(6));
-    return -1;
-}
 
 bool Ask(velmar::CFramedSocket& socket, const std::string& request) {
     std::string reply;
@@ -66,18 +60,18 @@ int main(int argc, char** argv) {
         ok = fd >= 0 && Ask(socket, R"({"command-target":"MAPI","command":"Logon","data_string":"Bench"})") &&
              Ask(socket, R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})");
         for (int i = 0; i < 50 && ok; ++i) ok = Ask(socket, request);
-        const long long warm = ResidentKilobytes(service.Id());
+        const long long warm = velmar::test::ProcessStatusKilobytes(service.Id(), "VmRSS");
         std::printf("after 50 requests (warm):   %7.1f MB resident\n", warm / 1024.0);
         const auto start = std::chrono::steady_clock::now();
         for (int i = 1; i <= requests && ok; ++i) {
             ok = Ask(socket, request);
             if (i % (requests / 4 > 0 ? requests / 4 : 1) == 0)
                 std::printf("after %6d more requests: %7.1f MB resident\n", i,
-                            ResidentKilobytes(service.Id()) / 1024.0);
+                            velmar::test::ProcessStatusKilobytes(service.Id(), "VmRSS") / 1024.0);
         }
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        const long long last = ResidentKilobytes(service.Id());
+        const long long last = velmar::test::ProcessStatusKilobytes(service.Id(), "VmRSS");
         std::printf("growth over %d requests:    %+.1f MB, %+.1f bytes per request (%.1f ms a request)\n",
                     requests, (last - warm) / 1024.0, (last - warm) * 1024.0 / requests,
                     seconds * 1e3 / requests);

@@ -12,6 +12,7 @@
 #include "json/CkJsonArray.h"
 #include "json/CkJsonObject.h"
 #include "tests/MessageServiceFixture.h"
+#include "tests/ProcessStatus.h"
 
 namespace {
 
@@ -97,14 +98,6 @@ TEST_F(MessageCommands, StoreOwnersFollowTheSessionNotAMessageRequest) {
     EXPECT_STREQ(byMailbox->StringOf("status"), "OK");
 }
 
-// The resident size of a process in kB, from /proc.
-long ResidentKilobytes(long long pid) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(status, line);)
-        if (line.rfind("VmRSS:", 0) == 0) return std::stol(line.substr(6));
-    return -1;
-}
-
 TEST_F(MessageCommands, MemoryStaysBoundedOverManyLargeReplies) {
     // Each reply carries a body of 1 MB, and the activity list shows each reply whole.
     std::string body;
@@ -117,9 +110,9 @@ TEST_F(MessageCommands, MemoryStaysBoundedOverManyLargeReplies) {
         ASSERT_STREQ(data->StringOf("status"), "OK");
     };
     for (int i = 0; i < 10; ++i) ask();
-    const long before = ResidentKilobytes(m_service->Id());
+    const long long before = velmar::test::ProcessStatusKilobytes(m_service->Id(), "VmRSS");
     for (int i = 0; i < 60; ++i) ask();
-    const long grown = ResidentKilobytes(m_service->Id()) - before;
+    const long long grown = velmar::test::ProcessStatusKilobytes(m_service->Id(), "VmRSS") - before;
     // 60 replies kept whole would be some 250 MB of text; the list keeps the newest within 32 MB.
     EXPECT_LT(grown, 96 * 1024) << "grew by " << grown << " kB";
 }

@@ -16,6 +16,7 @@
 #include <optional>
 #include <thread>
 
+#include "tests/ProcessStatus.h"
 #include "tests/ServiceProcess.h"
 #include "tests/TestFiles.h"
 
@@ -290,14 +291,6 @@ TEST_F(ServiceSocket, MemoryGuardStopsTheServiceAfterItsConnections) {
     EXPECT_FALSE(fs::exists(Socket()));
 }
 
-// The mapped size of the process in kB, from /proc.
-long VirtualKilobytes(long long pid) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(status, line);)
-        if (line.rfind("VmSize:", 0) == 0) return std::stol(line.substr(7));
-    return -1;
-}
-
 TEST_F(ServiceSocket, EndedConnectionsLeaveNothingBehind) {
     Start();
     const auto oneConnection = [&] {
@@ -308,13 +301,13 @@ TEST_F(ServiceSocket, EndedConnectionsLeaveNothingBehind) {
     // The allocator's per-thread arenas (64 MB of address space each) are made by the first connections.
     for (int i = 0; i < 20; ++i) oneConnection();
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    const long before = VirtualKilobytes(m_service->Id());
+    const long long before = velmar::test::ProcessStatusKilobytes(m_service->Id(), "VmSize");
     ASSERT_GT(before, 0);
     for (int i = 0; i < 200; ++i) oneConnection();
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     oneConnection();  // the next accepted connection clears away the threads that have ended
     // Each request thread has a stack of 8 MB; 200 of them kept would show as 1.6 GB.
-    EXPECT_LT(VirtualKilobytes(m_service->Id()) - before, 400 * 1024);
+    EXPECT_LT(velmar::test::ProcessStatusKilobytes(m_service->Id(), "VmSize") - before, 400 * 1024);
     Close();
 }
 
