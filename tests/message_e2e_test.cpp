@@ -2,6 +2,7 @@
 // archive store, the read flag, message data as JSON, inline images and attachments exported to files.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -159,6 +160,47 @@ TEST_F(MessageCommands, ASlowMessageHoldsUpNobody) {
     ASSERT_TRUE(m_channel->Receive(slow, 120000));
     EXPECT_NE(slow.find("\"subject\": \"langsam\""), std::string::npos);
     EXPECT_NE(slow.find("\"status\": \"OK\""), std::string::npos);
+}
+
+// Two files of one Maildir key, as a sync tool or a crash leaves them: marking one read never destroys the
+// other, and both stay messages of their own.
+TEST_F(MessageCommands, MarkingReadNeverDestroysAnotherFileOfItsKey) {
+    velmar::test::WriteFile(m_dir / "one" / "cur" / "1700000000.M1P1.host:2,", Message("<erst@x>", "erste"));
+    velmar::test::WriteFile(m_dir / "one" / "cur" / "1700000000.M1P1.host:2,S",
+                            Message("<zweit@x>", "zweite"));
+    Start();
+    auto first = MessageData("<erst@x>", "", 0, true);
+    ASSERT_TRUE(first);
+    EXPECT_STREQ(first->StringOf("subject"), "erste");
+    auto second = MessageData("<zweit@x>", "", 0, true);
+    ASSERT_TRUE(second);
+    EXPECT_STREQ(second->StringOf("subject"), "zweite") << "the other file is still there and still found";
+    std::vector<std::string> contents;
+    for (const auto& entry : fs::directory_iterator(m_dir / "one" / "cur"))
+        contents.push_back(velmar::test::ReadFile(entry.path()));
+    std::sort(contents.begin(), contents.end());
+    EXPECT_EQ(contents,
+              (std::vector<std::string>{Message("<erst@x>", "erste"), Message("<zweit@x>", "zweite")}));
+}
+
+TEST_F(MessageCommands, LinkedFoldersAreNotFollowedAndLongHeadersAreRead) {
+    // A new/ that is a link to a folder somewhere else: what lies there is no message of this store.
+    velmar::test::WriteFile(m_dir / "elsewhere" / "1.M1.h", Message("<fremd@x>", "fremd"));
+    fs::create_directories(m_dir / "two" / "cur");
+    fs::create_directories(m_dir / "two" / "tmp");
+    fs::create_symlink(m_dir / "elsewhere", m_dir / "two" / "new");
+    // 300 KB of headers before the Message-ID.
+    std::string headers;
+    for (int i = 0; headers.size() < 300 * 1024; ++i)
+        headers += "X-Trace-" + std::to_string(i) + ": " + std::string(60, 't') + "\n";
+    Deliver("one", "1.M1.h", headers + Message("<tief@x>", "tief"));
+    Start();
+    auto deep = MessageData("<tief@x>", "", 0, false);
+    ASSERT_TRUE(deep);
+    EXPECT_STREQ(deep->StringOf("subject"), "tief");
+    auto foreign = MessageData("<fremd@x>", "", 1, false);
+    ASSERT_TRUE(foreign);
+    EXPECT_STREQ(foreign->StringOf("status"), "FAILED");
 }
 
 TEST_F(MessageCommands, SearchOrdersArchiveStoreAndReadFlag) {
