@@ -974,6 +974,63 @@ TEST_F(MapiProvider, SymbolicLinksBelowAStoreAreNotFollowed) {
     EXPECT_EQ(LongProp(sent.get(), PR_CONTENT_COUNT), 0);
 }
 
+// Header fields read as a careful reader reads them, in the message and in the contents table alike:
+// adjacent encoded words each decoded on its own, RFC 2231 file names, the white space a subject holds.
+TEST_F(MapiProvider, HeaderFieldsAndPartsAsACarefulReaderReadsThem) {
+    CComPtr<IMAPISession> session = Logon(L"Arbeit");
+    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
+    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    const std::string words = "=?UTF-8?B?SGVsbG8=?= =?UTF-8?B?IFdvcmxk?=";
+    Deliver(m_mainPath, "1700000130.M1P1.host",
+            "From: " + words + " <a@example.org>\n" + "Subject: " + words +
+                "\nMessage-ID: <careful@x>\nMIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=b\n\n"
+                "--b\nContent-Type: text/plain; charset=utf-8\n\ntext\n"
+                "--b\nContent-Type: application/pdf\nContent-Disposition: attachment;\n"
+                " filename*0*=UTF-8''Gr%C3%BC; filename*1*=%C3%9Fe;\n filename*2=\".pdf\"\n"
+                "Content-Transfer-Encoding: base64\n\nSGVsbG8\n"
+                "--b\nContent-Type: application/octet-stream; name*0=\"=?UTF-8?B?SGVsbG8=?= =?UTF-8\";\n"
+                " name*1=\"?B?IFdvcmxk?=.bin\"\n\nbytes\n"
+                "--b\nContent-Type: message/rfc822; name=\"Fwd.eml\"\n\nSubject: " +
+                words + "\n\ninner\n--b--\n");
+    Deliver(m_mainPath, "1700000131.M1P1.host",
+            "Message-ID: <spaces@x>\nSubject:  =?UTF-8?Q?_leading?= and trailing  \n\nbody\n");
+
+    const std::vector<CListedMessage> listed = Listing(inbox.get(), "<careful@x>");
+    ASSERT_EQ(listed.size(), 1u);
+    EXPECT_EQ(listed[0].subject, L"Hello World") << "the table's subject, from the index";
+    ASSERT_EQ(Listing(inbox.get(), "<spaces@x>").size(), 1u);
+    EXPECT_EQ(Listing(inbox.get(), "<spaces@x>")[0].subject, L" leading and trailing  ");
+    CComPtr<IMessage> spaces = FindMessage(store.get(), inbox.get(), "<spaces@x>");
+    ASSERT_TRUE(spaces);
+    EXPECT_EQ(WideProp(spaces.get(), PR_SUBJECT_W), L" leading and trailing  ");
+
+    CComPtr<IMessage> message = FindMessage(store.get(), inbox.get(), "<careful@x>");
+    ASSERT_TRUE(message);
+    EXPECT_EQ(WideProp(message.get(), PR_SUBJECT_W), L"Hello World");
+    EXPECT_EQ(WideProp(message.get(), PR_SENDER_NAME_W), L"Hello World");
+    EXPECT_EQ(WideProp(message.get(), PR_SENT_REPRESENTING_NAME_W), L"Hello World");
+
+    const std::pair<std::wstring, std::wstring> names[] = {{L"Gr\u00fc\u00dfe.pdf", L"Gr\u00fc\u00dfe.pdf"},
+                                                           {L"Hello World.bin", L"Hello World.bin"},
+                                                           {L"Fwd.eml", L"Hello World"}};
+    for (ULONG number = 0; number < 3; ++number) {
+        CComPtr<IAttach> attach;
+        ASSERT_EQ(message->OpenAttach(number, nullptr, 0, attach.Put()), S_OK);
+        EXPECT_EQ(WideProp(attach.get(), PR_ATTACH_LONG_FILENAME_W), names[number].first) << number;
+        EXPECT_EQ(WideProp(attach.get(), PR_DISPLAY_NAME_W), names[number].second) << number;
+    }
+    CComPtr<IAttach> pdf;
+    ASSERT_EQ(message->OpenAttach(0, nullptr, 0, pdf.Put()), S_OK);
+    EXPECT_EQ(LongProp(pdf.get(), PR_ATTACH_SIZE), 5) << "base64 without its padding loses no byte";
+    LPUNKNOWN unknown = nullptr;
+    ASSERT_EQ(pdf->OpenProperty(PR_ATTACH_DATA_BIN, &IID_IStream, 0, 0, &unknown), S_OK);
+    CComPtr<IStream> data(static_cast<IStream*>(unknown));
+    EXPECT_EQ(ReadStream(data.get()), "Hello");
+    CComPtr<IAttach> embedded;
+    ASSERT_EQ(message->OpenAttach(2, nullptr, 0, embedded.Put()), S_OK);
+    EXPECT_EQ(LongProp(embedded.get(), PR_ATTACH_METHOD), static_cast<LONG>(ATTACH_EMBEDDED_MSG));
+}
+
 TEST_F(MapiProvider, HeaderFieldsAreFoundAnywhereInALongHeaderBlock) {
     CComPtr<IMAPISession> session = Logon(L"Arbeit");
     CComPtr<IMsgStore> store = OpenStore(session.get(), 0);

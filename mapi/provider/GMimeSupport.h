@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace velmar::mapi {
 
@@ -28,5 +29,9 @@ GObjectPtr<T> RefObject(T* object) {
 
 // Takes a g_malloc'ed string (may be null) and frees it.
 std::string TakeGString(char* text);
+
+// The raw values of the object's header fields of that name (any letter case), in the order of the file:
+// the bytes after the colon as they stand there, folds and the final line break included.
+std::vector<std::string> RawHeaderValues(GMimeObject* object, const char* name);
 
 }  // namespace velmar::mapi

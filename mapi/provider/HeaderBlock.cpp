@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <cctype>
 
-#include "mapi/provider/GMimeSupport.h"
-#include "support/Utf8.h"
+#include "mapi/provider/HeaderText.h"
 
 namespace velmar::mapi {
 namespace {
@@ -133,11 +132,7 @@ std::string HeaderValue(std::string_view headers, std::string_view name) {
 }
 
 std::string DecodeHeaderText(const std::string& raw) {
-    const bool plain = raw.find("=?") == std::string::npos &&
-                       std::none_of(raw.begin(), raw.end(), [](char c) { return c & 0x80; });
-    if (plain) return raw;
-    EnsureGMime();
-    return SanitizeUtf8(TakeGString(g_mime_utils_header_decode_text(nullptr, raw.c_str())));
+    return UnstructuredText(raw, {});
 }
 
 }  // namespace velmar::mapi

@@ -28,6 +28,8 @@ public:
     // The unfolded value of the first field of the name at that index, white space trimmed, at most
     // kMaxHeaderValueBytes long; empty when there was none.
     std::string Value(size_t index) const;
+    // The same, untrimmed: all that followed the colon.
+    const std::string& Unfolded(size_t index) const { return m_values[index]; }
 
 private:
     enum class EState : unsigned char { LineStart, LineStartCr, Name, Value, Skip, Done };
@@ -46,7 +48,8 @@ private:
 
 // The unfolded value of the first field of that name (case-insensitive) in a header block, or empty.
 std::string HeaderValue(std::string_view headers, std::string_view name);
-// An unstructured header value with its encoded words decoded, as UTF-8.
+// An unstructured header value (what followed the colon) as a message's PR_SUBJECT reads it: see
+// UnstructuredText, with no charset hint.
 std::string DecodeHeaderText(const std::string& raw);
 
 }  // namespace velmar::mapi

@@ -62,7 +62,7 @@ void ReadHeaders(int fd, CFileFacts& facts) {
         if (!scanner.Feed(std::string_view(buffer, static_cast<size_t>(got)))) break;
     }
     facts.messageId = scanner.Value(0);
-    facts.subject = DecodeHeaderText(scanner.Value(1));
+    facts.subject = DecodeHeaderText(scanner.Unfolded(1));
 }
 
 // Reads what the index keeps of the file name in the open folder dirFd. A symbolic link is no message
@@ -306,6 +306,9 @@ public:
             return found == fileByText.end() ? std::uint64_t{0} : found->second;
         };
         const std::string_view text(m_text);
+        // Rows in delivery order, the older message first: of several files with one Message-ID the
+        // lookup opens the first row, so the older file is the message, the same after every restart. The
+        // key (the file name without its flags) breaks a tie, so that a flag change moves no row.
         std::sort(m_entries.begin(), m_entries.end(),
                   [&](const CIndexSnapshot::CEntry& a, const CIndexSnapshot::CEntry& b) {
                       if (a.delivered != b.delivered) return a.delivered < b.delivered;

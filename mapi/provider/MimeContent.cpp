@@ -8,6 +8,11 @@
 #include <cwctype>
 #include <utility>
 
+#include "mapi/provider/AddressList.h"
+#include "mapi/provider/HeaderText.h"
+#include "mapi/provider/HtmlCharset.h"
+#include "mapi/provider/PartBytes.h"
+#include "mapi/provider/TextCharset.h"
 #include "mapi/provider/Tnef.h"
 #include "mapitags.h"
 #include "support/Utf8.h"
@@ -30,21 +35,62 @@ struct CMailbox {
     std::wstring address;
 };
 
-// Every mailbox of a list, group members included.
-void CollectMailboxes(InternetAddressList* list, std::vector<CMailbox>& out) {
-    if (!list) return;
-    const int count = internet_address_list_length(list);
-    for (int i = 0; i < count; ++i) {
-        InternetAddress* address = internet_address_list_get_address(list, i);
-        if (INTERNET_ADDRESS_IS_GROUP(address)) {
-            CollectMailboxes(internet_address_group_get_members(INTERNET_ADDRESS_GROUP(address)), out);
-        } else if (INTERNET_ADDRESS_IS_MAILBOX(address)) {
-            CMailbox mailbox{Wide(internet_address_get_name(address)),
-                             Wide(internet_address_mailbox_get_addr(INTERNET_ADDRESS_MAILBOX(address)))};
-            if (mailbox.name.empty()) mailbox.name = mailbox.address;
-            out.push_back(std::move(mailbox));
+// Every mailbox of every field of that name (GMime, too, reads all of them), group members included; a
+// mailbox without a name is named by its address.
+std::vector<CMailbox> Mailboxes(GMimeObject* object, const char* field, std::string_view hint) {
+    std::vector<CMailbox> mailboxes;
+    for (const std::string& raw : RawHeaderValues(object, field)) {
+        for (CMailboxText& mailbox : ParseAddressList(raw, hint)) {
+            CMailbox wide{Utf8ToWide(mailbox.name), Utf8ToWide(mailbox.address)};
+            if (wide.name.empty()) wide.name = wide.address;
+            mailboxes.push_back(std::move(wide));
         }
     }
+    return mailboxes;
+}
+
+std::string CharsetOf(GMimeObject* object) {
+    const char* charset = object ? g_mime_object_get_content_type_parameter(object, "charset") : nullptr;
+    return charset ? charset : std::string();
+}
+
+// The charset the message declares for its text, by which raw 8-bit header text is read when it is not
+// UTF-8 (as GMime reads it): the root's, else that of the first text part.
+std::string HeaderHint(GMimeMessage* message) {
+    std::vector<GMimeObject*> pending{g_mime_message_get_mime_part(message)};
+    while (!pending.empty()) {
+        GMimeObject* object = pending.back();
+        pending.pop_back();
+        if (!object) continue;
+        if (std::string charset = CharsetOf(object); !charset.empty()) return charset;
+        if (GMIME_IS_MULTIPART(object)) {
+            const int count = g_mime_multipart_get_count(GMIME_MULTIPART(object));
+            for (int i = count - 1; i >= 0; --i)
+                pending.push_back(g_mime_multipart_get_part(GMIME_MULTIPART(object), i));
+        }
+    }
+    return std::string();
+}
+
+// The subject: of several Subject fields the last, as GMime takes it.
+std::wstring SubjectOf(GMimeMessage* message, std::string_view hint) {
+    const std::vector<std::string> subjects = RawHeaderValues(GMIME_OBJECT(message), "Subject");
+    return subjects.empty() ? std::wstring() : Utf8ToWide(UnstructuredText(subjects.back(), hint));
+}
+
+// The file name a part gives itself: Content-Disposition's filename, else Content-Type's name (the order
+// GMime and mail clients take); nullopt when it has none.
+std::optional<std::string> FileNameOf(GMimeObject* object, std::string_view hint) {
+    const std::string own = CharsetOf(object);
+    const std::string_view charset = own.empty() ? hint : std::string_view(own);
+    for (const auto& [field, parameter] :
+         {std::pair{"Content-Disposition", "filename"}, std::pair{"Content-Type", "name"}}) {
+        const std::vector<std::string> values = RawHeaderValues(object, field);
+        if (values.empty()) continue;
+        if (std::optional<std::string> name = HeaderParameter(values.front(), parameter, charset))
+            return name;
+    }
+    return std::nullopt;
 }
 
 std::wstring JoinNames(const std::vector<CRecipientContent>& recipients, ULONG type) {
@@ -71,7 +117,7 @@ bool IsAttachmentDisposition(GMimeObject* object) {
 // bodies, every other leaf and every embedded message an attachment.
 class CMimeWalker {
 public:
-    explicit CMimeWalker(CMessageContent& content) : m_content(content) {}
+    CMimeWalker(CMessageContent& content, std::string hint) : m_content(content), m_hint(std::move(hint)) {}
 
     void Walk(GMimeObject* root) {
         std::vector<GMimeObject*> pending{root};
@@ -93,20 +139,24 @@ public:
 
 private:
     bool TakeAsBody(GMimeObject* object) {
-        if (!GMIME_IS_TEXT_PART(object) || IsAttachmentDisposition(object) ||
-            g_mime_part_get_filename(GMIME_PART(object)))
+        if (!GMIME_IS_TEXT_PART(object) || IsAttachmentDisposition(object) || FileNameOf(object, m_hint))
             return false;
         GMimeContentType* type = g_mime_object_get_content_type(object);
         const bool isPlain = g_mime_content_type_is_type(type, "text", "plain");
         const bool isHtml = g_mime_content_type_is_type(type, "text", "html");
         if ((isPlain && m_bHavePlain) || (isHtml && m_bHaveHtml) || (!isPlain && !isHtml)) return false;
-        const std::string text =
-            SanitizeUtf8(TakeGString(g_mime_text_part_get_text(GMIME_TEXT_PART(object))));
+        const std::string bytes = PartBytes(GMIME_PART(object));
+        std::string charset = CharsetOf(object);
+        // For HTML the transport's declaration comes first, then the document's own, as in a browser.
+        if (charset.empty() && isHtml) charset = HtmlDeclaredCharset(bytes);
+        std::string text = CharsetToUtf8(bytes, charset);
+        // Deliberate: the text ends at its first NUL, as a MAPI string does.
+        if (const size_t nul = text.find('\0'); nul != std::string::npos) text.resize(nul);
         if (isPlain) {
             m_content.body = Utf8ToWide(text);
             m_bHavePlain = true;
         } else {
-            m_content.html = DeclareUtf8(text);
+            m_content.html = DeclareUtf8(std::move(text));
             m_bHaveHtml = true;
         }
         return true;
@@ -119,13 +169,13 @@ private:
         attachment.mimeTag = MimeTypeOf(object);
         attachment.contentId = Wide(g_mime_object_get_content_id(object));
         attachment.contentLocation = Wide(g_mime_object_get_header(object, "Content-Location"));
+        if (std::optional<std::string> name = FileNameOf(object, m_hint))
+            attachment.longFileName = Utf8ToWide(*name);
         if (method == ATTACH_EMBEDDED_MSG) {
+            // An attached e-mail is shown by its subject; its own file name (Fwd.eml) is still its file name.
             GMimeMessage* embedded = g_mime_message_part_get_message(GMIME_MESSAGE_PART(object));
-            attachment.displayName = embedded ? Wide(g_mime_message_get_subject(embedded)) : std::wstring();
-            if (const char* name = g_mime_object_get_content_disposition_parameter(object, "filename"))
-                attachment.longFileName = Wide(name);
+            attachment.displayName = embedded ? SubjectOf(embedded, HeaderHint(embedded)) : std::wstring();
         } else {
-            attachment.longFileName = Wide(g_mime_part_get_filename(GMIME_PART(object)));
             attachment.displayName = attachment.longFileName;
         }
         attachment.part = RefObject(object);
@@ -171,6 +221,7 @@ private:
     }
 
     CMessageContent& m_content;
+    std::string m_hint;  // the message's charset, for raw 8-bit text in the parts' header fields
     bool m_bHavePlain = false;
     bool m_bHaveHtml = false;
 };
@@ -188,24 +239,20 @@ std::wstring NormalizedSubject(const std::wstring& subject, std::wstring& prefix
     return subject;
 }
 
-void FillProperties(GMimeMessage* message, CMessageContent& content) {
-    std::vector<CMailbox> from;
-    std::vector<CMailbox> sender;
-    CollectMailboxes(g_mime_message_get_from(message), from);
-    CollectMailboxes(g_mime_message_get_sender(message), sender);
+void FillProperties(GMimeMessage* message, const std::string& hint, CMessageContent& content) {
+    GMimeObject* object = GMIME_OBJECT(message);
+    const std::vector<CMailbox> from = Mailboxes(object, "From", hint);
+    std::vector<CMailbox> sender = Mailboxes(object, "Sender", hint);
     if (sender.empty()) sender = from;
 
-    static constexpr std::pair<GMimeAddressType, ULONG> kKinds[] = {{GMIME_ADDRESS_TYPE_TO, MAPI_TO},
-                                                                    {GMIME_ADDRESS_TYPE_CC, MAPI_CC},
-                                                                    {GMIME_ADDRESS_TYPE_BCC, MAPI_BCC}};
-    for (const auto& [kind, type] : kKinds) {
-        std::vector<CMailbox> mailboxes;
-        CollectMailboxes(g_mime_message_get_addresses(message, kind), mailboxes);
-        for (CMailbox& mailbox : mailboxes)
+    static constexpr std::pair<const char*, ULONG> kKinds[] = {
+        {"To", MAPI_TO}, {"Cc", MAPI_CC}, {"Bcc", MAPI_BCC}};
+    for (const auto& [field, type] : kKinds) {
+        for (CMailbox& mailbox : Mailboxes(object, field, hint))
             content.recipients.push_back({std::move(mailbox.name), std::move(mailbox.address), type});
     }
 
-    const std::wstring subject = Wide(g_mime_message_get_subject(message));
+    const std::wstring subject = SubjectOf(message, hint);
     std::wstring prefix;
     const std::wstring normalized = NormalizedSubject(subject, prefix);
     auto& props = content.properties;
@@ -232,8 +279,9 @@ void FillProperties(GMimeMessage* message, CMessageContent& content) {
     props.push_back({PR_DISPLAY_TO_W, JoinNames(content.recipients, MAPI_TO)});
     props.push_back({PR_DISPLAY_CC_W, JoinNames(content.recipients, MAPI_CC)});
     props.push_back({PR_DISPLAY_BCC_W, JoinNames(content.recipients, MAPI_BCC)});
-    props.push_back({PR_TRANSPORT_MESSAGE_HEADERS_W,
-                     Wide(TakeGString(g_mime_object_get_headers(GMIME_OBJECT(message), nullptr)).c_str())});
+    props.push_back(
+        {PR_TRANSPORT_MESSAGE_HEADERS_W,
+         Utf8ToWide(HeaderBytesToUtf8(TakeGString(g_mime_object_get_headers(object, nullptr)), hint))});
 }
 
 void FinishContent(CMessageContent& content) {
@@ -257,8 +305,9 @@ std::shared_ptr<CMessageContent> ReadMimeMessage(GMimeMessage* message) {
         return content;
     }
     content->message = RefObject(message);
-    FillProperties(message, *content);
-    CMimeWalker(*content).Walk(g_mime_message_get_mime_part(message));
+    const std::string hint = HeaderHint(message);
+    FillProperties(message, hint, *content);
+    CMimeWalker(*content, hint).Walk(g_mime_message_get_mime_part(message));
     FinishContent(*content);
     return content;
 }
@@ -301,22 +350,16 @@ std::uint64_t AttachmentSize(const CAttachmentContent& attachment) {
     if (attachment.size) return *attachment.size;
     if (attachment.unpacked) return attachment.unpacked->size();
     if (!attachment.part || !GMIME_IS_PART(attachment.part.get())) return 0;
-    GMimeDataWrapper* wrapper = g_mime_part_get_content(GMIME_PART(attachment.part.get()));
-    if (!wrapper) return 0;
-    GObjectPtr<GMimeStream> sink(g_mime_stream_null_new());
-    const ssize_t written = g_mime_data_wrapper_write_to_stream(wrapper, sink.get());
-    return written > 0 ? static_cast<std::uint64_t>(written) : 0;
+    return PartByteCount(GMIME_PART(attachment.part.get()));
 }
 
 std::vector<BYTE> DecodedBytes(const CAttachmentContent& attachment) {
     if (attachment.unpacked) return *attachment.unpacked;
     if (!attachment.part || !GMIME_IS_PART(attachment.part.get())) return {};
-    GMimeDataWrapper* wrapper = g_mime_part_get_content(GMIME_PART(attachment.part.get()));
-    if (!wrapper) return {};
-    GByteArray* array = g_byte_array_new();
-    GObjectPtr<GMimeStream> sink(g_mime_stream_mem_new_with_byte_array(array));  // the stream owns the array
-    g_mime_data_wrapper_write_to_stream(wrapper, sink.get());
-    return std::vector<BYTE>(array->data, array->data + array->len);
+    std::vector<BYTE> bytes;
+    ReadPartBytes(GMIME_PART(attachment.part.get()),
+                  [&](std::string_view piece) { bytes.insert(bytes.end(), piece.begin(), piece.end()); });
+    return bytes;
 }
 
 std::wstring HtmlToText(std::string_view html) {
@@ -382,36 +425,6 @@ std::wstring HtmlToText(std::string_view html) {
     }
     const size_t first = text.find_first_not_of(" \n");
     return Utf8ToWide(first == std::string::npos ? std::string() : text.substr(first));
-}
-
-std::string DeclareUtf8(std::string html) {
-    std::string lower = Lower(html);
-    size_t headEnd = lower.find("</head");
-    if (headEnd == std::string::npos) headEnd = std::min(lower.find("<body"), html.size());
-    const size_t charset = lower.find("charset", 0);
-    if (charset != std::string::npos && charset < headEnd) {
-        size_t value = charset + 7;
-        while (value < html.size() &&
-               (html[value] == ' ' || html[value] == '=' || html[value] == '"' || html[value] == '\''))
-            ++value;
-        size_t end = value;
-        while (end < html.size() &&
-               (std::isalnum(static_cast<unsigned char>(html[end])) || html[end] == '-' || html[end] == '_' ||
-                html[end] == ':' || html[end] == '.'))
-            ++end;
-        html.replace(value, end - value, "utf-8");
-        // A declaration such as charset="utf-8" says the same, but readers look for charset=utf-8.
-        if (Lower(html).find("charset=utf-8") != std::string::npos) return html;
-    }
-    static constexpr std::string_view kMeta =
-        "<meta http-equiv=\"Content-Type\" content=\"text/html; charset=utf-8\">";
-    lower = Lower(html);
-    const size_t head = lower.find("<head");
-    if (head != std::string::npos && head < headEnd) {
-        const size_t insertAt = lower.find('>', head);
-        if (insertAt != std::string::npos) return html.insert(insertAt + 1, kMeta);
-    }
-    return std::string(kMeta) + html;
 }
 
 }  // namespace velmar::mapi

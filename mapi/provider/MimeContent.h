@@ -1,5 +1,7 @@
 // A MIME message read through GMime into what MAPI shows of it: message properties, recipients,
-// attachments and bodies. Every MIME charset and encoded word is decoded; text is kept as UTF-8 or wide.
+// attachments and bodies. GMime finds the structure; header fields, charsets and transfer encodings are
+// read by the provider's own code (HeaderText.h, AddressList.h, TextCharset.h, PartBytes.h), as a careful
+// reader reads them. Text is kept as UTF-8 or wide.
 #pragma once
 
 #include <memory>
@@ -78,7 +80,5 @@ std::uint64_t AttachmentSize(const CAttachmentContent& attachment);
 
 // Plain text from HTML: tags dropped, block ends as line breaks, entities decoded.
 std::wstring HtmlToText(std::string_view html);
-// The HTML with its charset declaration saying utf-8 (inserted when there is none).
-std::string DeclareUtf8(std::string html);
 
 }  // namespace velmar::mapi

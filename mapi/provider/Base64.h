@@ -1,0 +1,24 @@
+// Base64 as mail carries it (RFC 2045): decoded piece by piece, leniently, and never short.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace velmar::mapi {
+
+// Characters outside the alphabet (line breaks, stray spaces) are skipped. Padding ends a group, so that
+// bodies joined after their padding decode whole; a group cut short, with or without its padding, gives
+// the bytes it holds ("SGVsbG8" is "Hello"), never fewer.
+class CBase64Decoder {
+public:
+    void Step(std::string_view encoded, std::string& out);
+    // Appends what the last, short group holds; the decoder then starts afresh.
+    void Finish(std::string& out);
+
+private:
+    std::uint32_t m_bits = 0;
+    int m_count = 0;  // characters in the current group
+};
+
+}  // namespace velmar::mapi
