@@ -79,11 +79,16 @@ protected:
     }
 
     // The reply, parsed; null when none came.
+    // The reply, parsed. A missing or broken reply is a failure of the test, and an empty object comes
+    // back, so that the test goes on to fail cleanly instead of reading through a null pointer.
     std::unique_ptr<CkJsonObject> Ask(const std::string& request) {
-        std::string reply;
-        if (!m_channel->Send(request) || !m_channel->Receive(reply, 60000)) return nullptr;
         auto json = std::make_unique<CkJsonObject>();
-        return json->Load(reply) ? std::move(json) : nullptr;
+        std::string reply;
+        if (!m_channel || !m_channel->Send(request) || !m_channel->Receive(reply, 60000))
+            ADD_FAILURE() << "no reply to " << request;
+        else if (!json->LoadText(reply))
+            ADD_FAILURE() << "no JSON in the reply to " << request << ": " << reply;
+        return json;
     }
 
     std::unique_ptr<CkJsonObject> MessageData(const std::string& id, const std::string& address, int store,
