@@ -17,6 +17,9 @@ public:
     void Finish(std::string& out);
 
 private:
+    // Writes what the current group holds at put; returns the place after it.
+    char* FinishInto(char* put);
+
     std::uint32_t m_bits = 0;
     int m_count = 0;  // characters in the current group
 };
