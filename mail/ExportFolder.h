@@ -11,6 +11,9 @@
 
 namespace velmar::mail {
 
+// What ends the folder part of a path the service is given: the backslash on Windows, "/" on POSIX.
+extern const wchar_t kFolderSeparator;
+
 // The user's temporary folder, ending in a separator; never empty and never relative.
 std::wstring TemporaryFolder();
 // "Velmar" and a separator, appended to a folder path.

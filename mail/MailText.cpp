@@ -72,4 +72,34 @@ std::wstring LowerText(std::wstring text) {
     return text;
 }
 
+std::wstring InsertTextIntoHTMLBodyBegin(const std::wstring& html, const std::wstring& text) {
+    const std::wstring lower = LowerText(html);
+    const size_t body = lower.find(L"<body");
+    const size_t close = body == std::wstring::npos ? std::wstring::npos : lower.find(L'>', body);
+    // A ">" that ends the HTML counts as no tag at all: the text goes in front then too.
+    if (close == std::wstring::npos || close + 1 == html.size()) return text + html;
+    return html.substr(0, close + 1) + text + html.substr(close + 1);
+}
+
+std::wstring SendNoteText(std::wstring note) {
+    for (size_t at = note.find(L"\r\n"); at != std::wstring::npos; at = note.find(L"\r\n", at + 4))
+        note.replace(at, 2, L"<br>");
+    return note;
+}
+
+CPathParts SplitAttachmentPath(const std::wstring& path, wchar_t separator) {
+    CPathParts parts;
+    const size_t last = path.rfind(separator);
+    if (last == std::wstring::npos) {
+        parts.folder = path;
+        parts.fileName = path;
+    } else {
+        parts.folder = path.substr(0, last);
+        parts.fileName = path.substr(last + 1);
+    }
+    const std::wstring name = last == std::wstring::npos ? path : path.substr(last + 1);
+    if (const size_t dot = name.rfind(L'.'); dot != std::wstring::npos) parts.extension = name.substr(dot);
+    return parts;
+}
+
 }  // namespace velmar::mail

@@ -29,4 +29,19 @@ std::string CutAtNul(std::string text);
 // A lower-case copy.
 std::wstring LowerText(std::wstring text);
 
+// The HTML with text inserted right after the ">" that closes its first "<body" tag (found ignoring
+// case); in front of everything when there is no such tag, no ">" after it, or that ">" ends the HTML.
+std::wstring InsertTextIntoHTMLBodyBegin(const std::wstring& html, const std::wstring& text);
+
+// A forward's send note: every CR LF becomes "<br>", in the plain body too.
+std::wstring SendNoteText(std::wstring note);
+
+// A path split at its last separator into folder and file name; without one both are the whole path.
+struct CPathParts {
+    std::wstring folder;
+    std::wstring fileName;
+    std::wstring extension;  // with its dot, of the file name; empty when it has none
+};
+CPathParts SplitAttachmentPath(const std::wstring& path, wchar_t separator);
+
 }  // namespace velmar::mail

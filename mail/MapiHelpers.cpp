@@ -20,8 +20,9 @@ HRESULT ReadStream(IStream* stream, std::string& bytes, size_t maxBytes) {
     return S_OK;
 }
 
-CTraceScope::CTraceScope(CVelmarMapi& mapi, std::wstring name) : m_mapi(mapi), m_name(std::move(name)) {
-    m_mapi.AddTrace(m_name + L" start");
+CTraceScope::CTraceScope(CVelmarMapi& mapi, std::wstring name, std::wstring_view startWords)
+    : m_mapi(mapi), m_name(std::move(name)) {
+    Step(startWords);
 }
 
 CTraceScope::~CTraceScope() {

@@ -137,7 +137,8 @@ inline std::wstring FindText(const SRow& row, ULONG ulPropTag) {
 // when the scope is left, by whatever way.
 class CTraceScope {
 public:
-    CTraceScope(CVelmarMapi& mapi, std::wstring name);
+    // startWords replace "start" for an operation whose first line says more.
+    CTraceScope(CVelmarMapi& mapi, std::wstring name, std::wstring_view startWords = L"start");
     ~CTraceScope();
     CTraceScope(const CTraceScope&) = delete;
     CTraceScope& operator=(const CTraceScope&) = delete;

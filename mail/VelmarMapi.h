@@ -10,6 +10,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -32,6 +33,13 @@ struct CFoundMessage {
     velmar::CComPtr<IMAPIFolder> folder;
     velmar::CComPtr<IMAPITable> table;
     velmar::CComPtr<IMessage> message;
+};
+
+// One file to attach to a new message.
+struct AttachmentFileEntry {
+    std::wstring strPath;                  // the whole path
+    std::uint64_t ullSourceAttachNum = 0;  // for a copy of another message's attachment: its number there
+    std::wstring strContentId;             // empty for a plain attachment
 };
 
 // What a caller sees of one message store of the session.
@@ -149,6 +157,35 @@ public:
     void CreateNewMSG(const std::wstring& strPath);
     void MyStgCreateStorageEx(const std::wstring& strPath);
 
+    // Composing and submitting. The outbox (and its store) is opened for one send and closed after it.
+    void OpenOutbox();
+    void CloseOutbox();
+    bool AddRecipient(LPMESSAGE lpMessage, const std::wstring& strRecipient, ULONG ulRecipientType);
+    void AddRecipients(LPMESSAGE lpMessage, const std::vector<std::wstring>& to,
+                       const std::vector<std::wstring>& cc, const std::vector<std::wstring>& bcc);
+    HRESULT HrAllocAdrList(ULONG ulNumProps, LPADRLIST* lppAdrList);
+    void AddAttachments(LPMESSAGE lpMessage, std::vector<AttachmentFileEntry> attachments);
+    void SetBody(LPMESSAGE lpMessage, const std::wstring& strHtmlBody, const std::wstring& strBody);
+    // The HRESULT of the step that failed, else S_OK.
+    HRESULT SendMail(const std::wstring& strSubject, const std::wstring& strBody,
+                     const std::vector<std::wstring>& to, const std::vector<std::wstring>& cc,
+                     const std::vector<std::wstring>& bcc, const std::vector<std::wstring>& attachmentPaths,
+                     bool bOutlookForceSend);
+    // Makes the mail system send the queue and fetch new mail at once: the mail client's send/receive on
+    // Windows, our MAPI's spooler on POSIX.
+    void OutlookForceSend();
+    void RemoveFiles(const std::vector<AttachmentFileEntry>& files);
+
+    // Forwarding.
+    ULONG ForwardMail(const std::wstring& strMessageId, const std::wstring& strBrandingSubject,
+                      const std::wstring& strSubject, const std::wstring& strSendNote,
+                      const std::wstring& strToEmailAddress, const std::vector<std::wstring>& to,
+                      const std::vector<std::wstring>& cc, const std::vector<std::wstring>& bcc,
+                      const std::vector<std::wstring>& attachmentFiles, bool bOutlookForceSend);
+    void CopyAttachments(LPMESSAGE lpSource, LPMESSAGE lpTarget, std::vector<AttachmentFileEntry>& copied);
+    void AddAttachements(LPMESSAGE lpTarget, const EMailData& source, LPMESSAGE lpSource,
+                         std::vector<AttachmentFileEntry>& copied);
+
 private:
     // The found message is all a request works on from here: the session lock of this thread, if it
     // holds one, is given up for the rest of the request.
@@ -173,6 +210,10 @@ private:
     std::wstring m_strProfileName;
     std::wstring m_strSessionProfileName;  // the profile the open session logged on to
 
+    // Sets the sent-representing identity from the store's owner; failures are traced and ignored.
+    void SetRepresenting(LPMESSAGE lpMessage);
+    // Traces a failed submit with its HRESULT and the system's words for it.
+    void TraceSubmitError(HRESULT hr);
     void CopyStreamToFile(const velmar::mail::CTraceScope& trace, IStream* source,
                           const std::wstring& strFinalPath);
     void AddStoreRow(const SRow& row, int rowIndex, std::map<std::wstring, std::wstring>& addresses);

@@ -3,9 +3,9 @@
 set -euo pipefail
 
 purpose=${1:-test}
-run_packages=(cmake ninja-build g++ pkg-config libgmime-3.0-dev)
+run_packages=(cmake ninja-build g++ pkg-config libgmime-3.0-dev libcurl4-gnutls-dev)
 test_packages=("${run_packages[@]}" libgtest-dev googletest clang libclang-rt-14-dev
-               g++-mingw-w64-x86-64-posix wine64)
+               g++-mingw-w64-x86-64-posix wine64 python3-aiosmtpd openssl)
 
 case "$purpose" in
     run) wanted=("${run_packages[@]}") ;;

@@ -17,6 +17,9 @@ const CRequestDispatcher::CCommand CRequestDispatcher::kCommands[] = {
     {"SetMessageStore", L"-> SetMessageStore", &CRequestDispatcher::SetMessageStore},
     {"GetMessageData", L"-> GetMessageData", &CRequestDispatcher::GetMessageData},
     {"OpenAttachment", L"-> OpenAttachment", &CRequestDispatcher::OpenAttachment},
+    // ForwardEmail writes the line of OpenAttachment: it has none of its own.
+    {"ForwardEmail", L"-> OpenAttachment", &CRequestDispatcher::ForwardEmail},
+    {"SendEmail", L"-> SendEmail", &CRequestDispatcher::SendEmail},
     // FindMessage writes the line of SendEmail: it has none of its own.
     {"FindMessage", L"-> SendEmail", &CRequestDispatcher::FindMessage},
     {"IsInitialized", L"-> IsInitialized", &CRequestDispatcher::IsInitialized},

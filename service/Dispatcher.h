@@ -44,6 +44,8 @@ private:
     // "Write Back Json": appends "status", emits indented, writes in one piece.
     HRESULT WriteBackJson(IPipeConnection& pipe, bool success, CkJsonObject& reply);
     std::wstring RequestString(CkJsonObject& request, const char* name);
+    // The strings of an array member, in order and as they are; empty when the member is missing.
+    std::vector<std::wstring> RequestStrings(CkJsonObject& request, const char* name);
 
     bool GetProfileNames(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
     bool Logon(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
@@ -53,6 +55,8 @@ private:
     bool GetMessageData(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
     bool OpenAttachment(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
     bool FindMessage(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
+    bool ForwardEmail(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
+    bool SendEmail(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
     bool SaveToMsg(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
     bool IsInitialized(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
     bool IsMAPIDllInitialized(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);

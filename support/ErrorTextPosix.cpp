@@ -12,4 +12,12 @@ std::wstring FormatLastErrorText(const std::wstring& operationName) {
            Utf8ToWide(std::strerror(error));
 }
 
+std::wstring SystemTextOfResult(unsigned long) {
+    return {};
+}
+
+std::wstring SystemAnsiCodePageText() {
+    return L"65001";
+}
+
 }  // namespace velmar

@@ -604,3 +604,25 @@ struct IMessage : public IMAPIProp {
 };
 
 struct IAttach : public IMAPIProp {};
+
+/* Status objects: the rows of IMAPISession::GetStatusTable, opened with OpenEntry. */
+#define MAPI_STORE_PROVIDER ((ULONG)33)
+#define MAPI_AB_PROVIDER ((ULONG)35)
+#define MAPI_TRANSPORT_PROVIDER ((ULONG)36)
+#define MAPI_SPOOLER ((ULONG)37)
+#define MAPI_SUBSYSTEM ((ULONG)39)
+
+#define FLUSH_UPLOAD ((ULONG)0x00000002)
+#define FLUSH_DOWNLOAD ((ULONG)0x00000004)
+#define FLUSH_FORCE ((ULONG)0x00000008)
+#define FLUSH_NO_UI ((ULONG)0x00000010)
+#define FLUSH_ASYNC_OK ((ULONG)0x00000020)
+
+struct IMAPIStatus : public IMAPIProp {
+    virtual HRESULT ValidateState(ULONG_PTR ulUIParam, ULONG ulFlags) = 0;
+    virtual HRESULT SettingsDialog(ULONG_PTR ulUIParam, ULONG ulFlags) = 0;
+    virtual HRESULT ChangePassword(LPTSTR lpOldPass, LPTSTR lpNewPass, ULONG ulFlags) = 0;
+    virtual HRESULT FlushQueues(ULONG_PTR ulUIParam, ULONG cbTargetTransport, LPENTRYID lpTargetTransport,
+                                ULONG ulFlags) = 0;
+};
+typedef IMAPIStatus* LPMAPISTATUS;

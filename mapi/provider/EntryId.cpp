@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "support/Utf8.h"
+
 namespace velmar::mapi {
 namespace {
 
@@ -60,7 +62,7 @@ std::vector<BYTE> EncodeEntryId(const CEntryId& id) {
     out.push_back(kVersion);
     out.push_back(static_cast<BYTE>(id.kind));
     for (int i = 0; i < 8; ++i) out.push_back(static_cast<BYTE>(id.storeId >> (8 * i)));
-    if (id.kind != EntryKind::Store) AppendString(out, id.folder);
+    if (id.kind == EntryKind::Folder || id.kind == EntryKind::Message) AppendString(out, id.folder);
     if (id.kind == EntryKind::Message) AppendString(out, id.message);
     if (id.kind == EntryKind::Message && id.file)
         for (int i = 0; i < 8; ++i) out.push_back(static_cast<BYTE>(*id.file >> (8 * i)));
@@ -73,11 +75,13 @@ std::optional<CEntryId> DecodeEntryId(const BYTE* bytes, size_t size) {
         return std::nullopt;
     CEntryId id;
     const BYTE kind = bytes[21];
-    if (kind < 1 || kind > 3) return std::nullopt;
+    if (kind < 1 || kind > 4) return std::nullopt;
     id.kind = static_cast<EntryKind>(kind);
     for (int i = 0; i < 8; ++i) id.storeId |= static_cast<std::uint64_t>(bytes[22 + i]) << (8 * i);
     size_t offset = kFixedSize;
-    if (id.kind != EntryKind::Store && !ReadString(bytes, size, offset, id.folder)) return std::nullopt;
+    if ((id.kind == EntryKind::Folder || id.kind == EntryKind::Message) &&
+        !ReadString(bytes, size, offset, id.folder))
+        return std::nullopt;
     if (id.kind == EntryKind::Message && !ReadString(bytes, size, offset, id.message)) return std::nullopt;
     if (id.kind == EntryKind::Message && size - offset == 8) {
         std::uint64_t file = 0;
@@ -111,6 +115,57 @@ std::vector<BYTE> MakeOneOffEntryId(const std::wstring& displayName, const std::
     AppendUtf16(out, addressType);
     AppendUtf16(out, address);
     return out;
+}
+
+namespace {
+
+// A zero-terminated string of the one-off id at offset, moving offset past its terminator.
+bool ReadOneOffString(const BYTE* bytes, size_t size, size_t& offset, bool unicode, std::wstring& out) {
+    out.clear();
+    if (unicode) {
+        char32_t high = 0;
+        for (;; offset += 2) {
+            if (offset + 2 > size) return false;
+            const char32_t unit = static_cast<char32_t>(bytes[offset] | (bytes[offset + 1] << 8));
+            if (unit == 0) break;
+            if (unit >= 0xD800 && unit < 0xDC00) {
+                high = unit;
+                continue;
+            }
+            if (unit >= 0xDC00 && unit < 0xE000 && high)
+                out.push_back(static_cast<wchar_t>(0x10000 + ((high - 0xD800) << 10) + (unit - 0xDC00)));
+            else
+                out.push_back(static_cast<wchar_t>(unit));
+            high = 0;
+        }
+        offset += 2;
+        return true;
+    }
+    std::string narrow;
+    for (;; ++offset) {
+        if (offset >= size) return false;
+        if (bytes[offset] == 0) break;
+        narrow.push_back(static_cast<char>(bytes[offset]));
+    }
+    ++offset;
+    out = Utf8ToWide(narrow);
+    return true;
+}
+
+}  // namespace
+
+std::optional<COneOffEntry> DecodeOneOffEntryId(const BYTE* bytes, size_t size) {
+    if (!bytes || size < 24 || std::memcmp(bytes + 4, kOneOffUid, sizeof kOneOffUid) != 0)
+        return std::nullopt;
+    const std::uint16_t flags = static_cast<std::uint16_t>(bytes[22] | (bytes[23] << 8));
+    const bool unicode = (flags & kOneOffUnicode) != 0;
+    COneOffEntry entry;
+    size_t offset = 24;
+    if (!ReadOneOffString(bytes, size, offset, unicode, entry.displayName) ||
+        !ReadOneOffString(bytes, size, offset, unicode, entry.addressType) ||
+        !ReadOneOffString(bytes, size, offset, unicode, entry.address))
+        return std::nullopt;
+    return entry;
 }
 
 }  // namespace velmar::mapi

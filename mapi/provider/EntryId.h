@@ -19,7 +19,8 @@
 
 namespace velmar::mapi {
 
-enum class EntryKind : std::uint8_t { Store = 1, Folder = 2, Message = 3 };
+// Spooler names the session's spooler status object (store id 0, no more fields).
+enum class EntryKind : std::uint8_t { Store = 1, Folder = 2, Message = 3, Spooler = 4 };
 
 struct CEntryId {
     EntryKind kind = EntryKind::Store;
@@ -41,5 +42,13 @@ std::uint64_t StoreIdForPath(const std::string& path);
 // A one-off address-book entry id (MS-OXCDATA): display name, address type and address in UTF-16.
 std::vector<BYTE> MakeOneOffEntryId(const std::wstring& displayName, const std::wstring& addressType,
                                     const std::wstring& address);
+
+struct COneOffEntry {
+    std::wstring displayName;
+    std::wstring addressType;
+    std::wstring address;
+};
+// The fields of a one-off entry id (Unicode or 8-bit, as its flags say); nullopt for anything else.
+std::optional<COneOffEntry> DecodeOneOffEntryId(const BYTE* bytes, size_t size);
 
 }  // namespace velmar::mapi

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include "mapi/provider/DraftMessage.h"
 #include "mapi/provider/EntryId.h"
 #include "mapi/provider/Maildir.h"
 #include "mapi/provider/MaildirIndex.h"
@@ -93,6 +94,19 @@ HRESULT CMaildirFolder::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID l
     const std::optional<CEntryId> id = DecodeEntryId(reinterpret_cast<const BYTE*>(lpEntryID), cbEntryID);
     if (!id) return MAPI_E_INVALID_ENTRYID;
     return OpenStoreEntry(m_store, *id, lpInterface, lpulObjType, lppUnk);
+}
+
+HRESULT CMaildirFolder::CreateMessage(LPCIID lpInterface, ULONG, LPMESSAGE* lppMessage) {
+    if (!lppMessage) return MAPI_E_INVALID_PARAMETER;
+    *lppMessage = nullptr;
+    try {
+        LPUNKNOWN message = nullptr;
+        const HRESULT hr = HandOut(MakeObject<CDraftMessage>(m_store, m_folderName), lpInterface, &message);
+        *lppMessage = static_cast<LPMESSAGE>(message);
+        return hr;
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
 }
 
 HRESULT CMaildirFolder::SetReadFlags(LPENTRYLIST lpMsgList, ULONG_PTR, LPMAPIPROGRESS, ULONG ulFlags) {

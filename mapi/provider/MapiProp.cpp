@@ -58,4 +58,22 @@ HRESULT GetPropListFrom(const std::vector<CPropValue>& values, LPSPropTagArray* 
     return S_OK;
 }
 
+HRESULT CopyPropsTo(const std::vector<CPropValue>& values, LPSPropTagArray tags, IMAPIProp* destination) {
+    if (!tags || !destination) return MAPI_E_INVALID_PARAMETER;
+    std::vector<SPropValue> copies;
+    std::vector<CViewScratch> scratch(tags->cValues);
+    for (ULONG i = 0; i < tags->cValues; ++i) {
+        const ULONG tag = tags->aulPropTag[i];
+        for (const CPropValue& value : values) {
+            SPropValue view{};
+            if (Answers(value, tag) && ViewAs(value, tag, view, scratch[i])) {
+                copies.push_back(view);
+                break;
+            }
+        }
+    }
+    if (copies.empty()) return S_OK;
+    return destination->SetProps(static_cast<ULONG>(copies.size()), copies.data(), nullptr);
+}
+
 }  // namespace velmar::mapi

@@ -15,6 +15,8 @@ namespace velmar::mapi {
 // as PT_ERROR/MAPI_E_NOT_FOUND and the call returns MAPI_W_ERRORS_RETURNED.
 HRESULT GetPropsFrom(const std::vector<CPropValue>& values, LPSPropTagArray tags, ULONG* lpcValues,
                      LPSPropValue* lppPropArray);
+// Sets the values that answer tags onto destination, one SetProps for all of them.
+HRESULT CopyPropsTo(const std::vector<CPropValue>& values, LPSPropTagArray tags, IMAPIProp* destination);
 // The tags of values, in a MAPI buffer.
 HRESULT GetPropListFrom(const std::vector<CPropValue>& values, LPSPropTagArray* lppPropTagArray);
 
@@ -58,10 +60,16 @@ public:
         if (lppProblems) *lppProblems = nullptr;
         return MAPI_E_NO_SUPPORT;
     }
-    HRESULT CopyProps(LPSPropTagArray, ULONG_PTR, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-                      LPSPropProblemArray* lppProblems) override {
+    // Copies the listed properties this object has onto the destination (an IMAPIProp of whatever
+    // interface lpInterface names) with its SetProps; those it lacks are left out.
+    HRESULT CopyProps(LPSPropTagArray lpIncludeProps, ULONG_PTR, LPMAPIPROGRESS, LPCIID, LPVOID lpDestObj,
+                      ULONG, LPSPropProblemArray* lppProblems) override {
         if (lppProblems) *lppProblems = nullptr;
-        return MAPI_E_NO_SUPPORT;
+        try {
+            return CopyPropsTo(Properties(), lpIncludeProps, static_cast<IMAPIProp*>(lpDestObj));
+        } catch (const std::bad_alloc&) {
+            return MAPI_E_NOT_ENOUGH_MEMORY;
+        }
     }
     HRESULT GetNamesFromIDs(LPSPropTagArray*, LPGUID, ULONG, ULONG*, LPMAPINAMEID**) override {
         return MAPI_E_NO_SUPPORT;

@@ -62,16 +62,18 @@ CProfile EmbeddedProfile() {
     store.ownerAddress = Utf8ToWide((user.empty() ? std::string("user") : user) + "@localhost");
     store.isDefault = true;
     store.id = StoreIdForPath(store.path);
-    return CProfile{L"Velmar", true, {store}};
+    return CProfile{L"Velmar", true, {store}, {}, {}};
 }
 
-// "store3.path" → (3, "path"); false for other keys.
-bool SplitStoreKey(const std::wstring& key, unsigned& number, std::wstring& field) {
-    if (key.size() < 7 || !IniNamesEqual(key.substr(0, 5), L"store")) return false;
-    const size_t dot = key.find(L'.', 5);
-    if (dot == std::wstring::npos || dot == 5) return false;
+// "store3.path" with prefix "store" → (3, "path"); false for other keys.
+bool SplitNumberedKey(const std::wstring& key, std::wstring_view prefix, unsigned& number,
+                      std::wstring& field) {
+    const size_t start = prefix.size();
+    if (key.size() < start + 2 || !IniNamesEqual(key.substr(0, start), std::wstring(prefix))) return false;
+    const size_t dot = key.find(L'.', start);
+    if (dot == std::wstring::npos || dot == start) return false;
     number = 0;
-    for (size_t i = 5; i < dot; ++i) {
+    for (size_t i = start; i < dot; ++i) {
         if (key[i] < L'0' || key[i] > L'9' || number > 100000) return false;
         number = number * 10 + static_cast<unsigned>(key[i] - L'0');
     }
@@ -83,12 +85,18 @@ CProfile ProfileFromSection(const CIniSection& section, const std::string& baseF
     CProfile profile;
     profile.name = section.name;
     std::map<unsigned, CStoreConfig> stores;
+    std::map<unsigned, CContact> contacts;
     for (const CIniEntry& entry : section.entries) {
         unsigned number = 0;
         std::wstring field;
         if (IniNamesEqual(entry.key, L"default")) {
             profile.isDefault = IsYes(entry.value);
-        } else if (SplitStoreKey(entry.key, number, field)) {
+        } else if (SplitNumberedKey(entry.key, L"contact", number, field)) {
+            if (IniNamesEqual(field, L"name")) contacts[number].name = entry.value;
+            if (IniNamesEqual(field, L"address")) contacts[number].address = entry.value;
+        } else if (!SplitNumberedKey(entry.key, L"store", number, field)) {
+            profile.settings.emplace_back(entry.key, entry.value);
+        } else {
             CStoreConfig& store = stores[number];
             if (IniNamesEqual(field, L"name")) store.displayName = entry.value;
             if (IniNamesEqual(field, L"path")) store.path = ResolvePath(WideToUtf8(entry.value), baseFolder);
@@ -104,6 +112,8 @@ CProfile ProfileFromSection(const CIniSection& section, const std::string& baseF
         profile.stores.push_back(store);
     }
     ChooseOneDefault(profile.stores);
+    for (auto& [number, contact] : contacts)
+        if (!contact.address.empty()) profile.contacts.push_back(std::move(contact));
     return profile;
 }
 

@@ -8,6 +8,9 @@
 //   store1.address = me@example.org   ; the owner's SMTP address
 //   store1.owner = Maria Muster       ; the owner's name (else the local part of the address, "me")
 //   store1.default = yes              ; the session's default store (else the first one)
+//   contact1.name = Anna Beispiel     ; a name the address book resolves
+//   contact1.address = anna@example.org
+//   smtp.url = smtp://mail.example.org:587   ; and the other smtp.* keys: see the spooler (SmtpSettings.h)
 //
 // Without a profile file there is one embedded profile "Velmar" with the store "Postfach" at
 // $XDG_DATA_HOME/velmar-mapi/Maildir (~/.local/share by default), owned by $USER@localhost.
@@ -18,6 +21,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace velmar::mapi {
@@ -31,10 +35,19 @@ struct CStoreConfig {
     std::uint64_t id = 0;  // StoreIdForPath(path)
 };
 
+// A person the address book knows by name: "contactN.name" and "contactN.address" of the profile.
+struct CContact {
+    std::wstring name;
+    std::wstring address;
+};
+
 struct CProfile {
     std::wstring name;
     bool isDefault = false;
     std::vector<CStoreConfig> stores;  // exactly one is the default when there are any
+    std::vector<CContact> contacts;    // those with an address, in the order of their numbers
+    // The other keys of the section as they stand ("smtp.url", ...), for the spooler to read.
+    std::vector<std::pair<std::wstring, std::wstring>> settings;
 };
 
 // The name of the store's owner: the profile's, else the local part of the address (the part before its

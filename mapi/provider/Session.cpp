@@ -2,11 +2,14 @@
 // stores and entries by entry id.
 #include <atomic>
 
+#include "mapi/provider/AddressBook.h"
 #include "mapi/provider/GMimeSupport.h"
 #include "mapi/provider/MapiProp.h"
 #include "mapi/provider/Profiles.h"
 #include "mapi/provider/Store.h"
 #include "mapi/runtime/Table.h"
+#include "mapi/spool/Spooler.h"
+#include "mapi/spool/SpoolerStatus.h"
 #include "mapitags.h"
 #include "support/Utf8.h"
 
@@ -23,49 +26,6 @@ constexpr std::int32_t kStatusDefaultStore = 0x00000001;
 constexpr ULONG kStoreColumns[] = {
     PR_INSTANCE_KEY,  PR_ENTRYID,      PR_RECORD_KEY,     PR_PROVIDER_DISPLAY_W, PR_DISPLAY_NAME_W,
     PR_DEFAULT_STORE, PR_MDB_PROVIDER, PR_RESOURCE_FLAGS, PR_EMAIL_ADDRESS_W,    PR_MAILBOX_OWNER_NAME_W};
-
-// An address book with no containers: entries of messages carry one-off ids, which need no directory.
-class CAddrBook : public CMapiProp<IAddrBook> {
-public:
-    HRESULT OpenEntry(ULONG, LPENTRYID, LPCIID, ULONG, ULONG*, LPUNKNOWN* lppUnk) override {
-        if (lppUnk) *lppUnk = nullptr;
-        return MAPI_E_NO_SUPPORT;
-    }
-    HRESULT CompareEntryIDs(ULONG, LPENTRYID, ULONG, LPENTRYID, ULONG, ULONG*) override {
-        return MAPI_E_NO_SUPPORT;
-    }
-    HRESULT Advise(ULONG, LPENTRYID, ULONG, LPMAPIADVISESINK, ULONG*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT Unadvise(ULONG) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT CreateOneOff(LPTSTR, LPTSTR, LPTSTR, ULONG, ULONG*, LPENTRYID*) override {
-        return MAPI_E_NO_SUPPORT;
-    }
-    HRESULT NewEntry(ULONG_PTR, ULONG, ULONG, LPENTRYID, ULONG, LPENTRYID, ULONG*, LPENTRYID*) override {
-        return MAPI_E_NO_SUPPORT;
-    }
-    HRESULT ResolveName(ULONG_PTR, ULONG, LPTSTR, LPADRLIST) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT Address(ULONG_PTR*, LPADRPARM, LPADRLIST*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT Details(ULONG_PTR*, LPFNDISMISS, LPVOID, ULONG, LPENTRYID, LPFNBUTTON, LPVOID, LPTSTR,
-                    ULONG) override {
-        return MAPI_E_NO_SUPPORT;
-    }
-    HRESULT RecipOptions(ULONG_PTR, ULONG, LPADRENTRY) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT QueryDefaultRecipOpt(LPTSTR, ULONG, ULONG*, LPSPropValue*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT GetPAB(ULONG*, LPENTRYID*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT SetPAB(ULONG, LPENTRYID) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT GetDefaultDir(ULONG*, LPENTRYID*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT SetDefaultDir(ULONG, LPENTRYID) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT GetSearchPath(ULONG, LPSRowSet*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT SetSearchPath(ULONG, LPSRowSet) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT PrepareRecips(ULONG, LPSPropTagArray, LPADRLIST) override { return MAPI_E_NO_SUPPORT; }
-
-protected:
-    std::vector<CPropValue> Properties() const override {
-        return {{PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_ADDRBOOK)}};
-    }
-    bool SupportsInterface(REFIID riid) const override {
-        return IsOneOf(riid, {IID_IAddrBook, IID_IMAPIProp});
-    }
-};
 
 class CMapiSession : public CComObject<IMAPISession> {
 public:
@@ -106,17 +66,38 @@ public:
     }
     HRESULT OpenAddressBook(ULONG_PTR, LPCIID, ULONG, LPADRBOOK* lppAdrBook) override {
         if (!lppAdrBook) return MAPI_E_INVALID_PARAMETER;
-        *lppAdrBook = MakeObject<CAddrBook>().Detach();
-        return S_OK;
+        try {
+            *lppAdrBook = MakeAddressBook(m_profile).Detach();
+            return S_OK;
+        } catch (const std::bad_alloc&) {
+            return MAPI_E_NOT_ENOUGH_MEMORY;
+        }
     }
     HRESULT OpenProfileSection(LPMAPIUID, LPCIID, ULONG, LPPROFSECT*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT GetStatusTable(ULONG, LPMAPITABLE*) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT GetStatusTable(ULONG, LPMAPITABLE* lppTable) override {
+        try {
+            std::vector<CPropValue> row = SpoolerStatusRow();
+            std::vector<ULONG> columns;
+            for (const CPropValue& value : row) columns.push_back(value.ulPropTag);
+            return MakeRowListTable(std::move(columns), {std::move(row)}, lppTable);
+        } catch (const std::bad_alloc&) {
+            return MAPI_E_NOT_ENOUGH_MEMORY;
+        }
+    }
     HRESULT OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG, ULONG* lpulObjType,
                       LPUNKNOWN* lppUnk) override {
         if (!lppUnk) return MAPI_E_INVALID_PARAMETER;
         *lppUnk = nullptr;
         const std::optional<CEntryId> id = DecodeEntryId(reinterpret_cast<const BYTE*>(lpEntryID), cbEntryID);
         if (!id) return MAPI_E_INVALID_ENTRYID;
+        if (id->kind == EntryKind::Spooler) {
+            if (lpulObjType) *lpulObjType = MAPI_STATUS;
+            try {
+                return HandOut(MakeSpoolerStatus(), lpInterface, lppUnk);
+            } catch (const std::bad_alloc&) {
+                return MAPI_E_NOT_ENOUGH_MEMORY;
+            }
+        }
         const CStoreConfig* store = FindStore(id->storeId);
         if (!store) return MAPI_E_NOT_FOUND;
         return OpenStoreEntry(*store, *id, lpInterface, lpulObjType, lppUnk);
@@ -199,6 +180,8 @@ STDAPI_(void) MAPIUninitialize(void) {
     int count = g_initializeCount.load();
     while (count > 0 && !g_initializeCount.compare_exchange_weak(count, count - 1)) {
     }
+    // The last user is gone: the spooler ends with the delivery under way; what is queued stays queued.
+    if (count == 1) CSpooler::Instance().Stop();
 }
 
 STDAPI MAPIAdminProfiles(ULONG, LPPROFADMIN* lppProfAdmin) {
@@ -238,6 +221,7 @@ STDAPI MAPILogonEx(ULONG_PTR, LPTSTR lpszProfileName, LPTSTR, ULONG ulFlags, LPM
         }
         if (!chosen) return MAPI_E_LOGON_FAILED;
         *lppSession = MakeObject<CMapiSession>(*chosen).Detach();
+        CSpooler::Instance().Watch(*chosen);
         return S_OK;
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;

@@ -111,6 +111,8 @@ HRESULT OpenStoreEntry(const CStoreConfig& config, const CEntryId& id, LPCIID lp
             case EntryKind::Message:
                 if (!IsValidFolderName(id.folder)) return MAPI_E_INVALID_ENTRYID;
                 return OpenMessage(config, id, lpInterface, lpulObjType, lppUnk);
+            case EntryKind::Spooler:
+                break;  // the session's, not a store's
         }
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;

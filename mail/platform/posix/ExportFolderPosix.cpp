@@ -13,6 +13,8 @@
 #include "support/Utf8.h"
 
 namespace velmar::mail {
+
+const wchar_t kFolderSeparator = L'/';
 namespace {
 
 // A file name takes at most this many bytes (of UTF-8) on the file systems of Linux.

@@ -8,6 +8,8 @@
 #include "mail/ExportFolder.h"
 
 namespace velmar::mail {
+
+const wchar_t kFolderSeparator = L'\\';
 namespace {
 
 // A file name takes at most this many UTF-16 units.

@@ -30,6 +30,12 @@ typedef struct {
 #endif
 
 // Property tags newer than mingw-w64's mapitags.h.
+#ifndef PR_MAILBOX_OWNER_ENTRYID
+#define PR_MAILBOX_OWNER_ENTRYID PROP_TAG(PT_BINARY, 0x661B)
+#endif
+#ifndef PR_MSG_EDITOR_FORMAT
+#define PR_MSG_EDITOR_FORMAT PROP_TAG(PT_LONG, 0x5909)
+#endif
 #ifndef PR_HTML
 #define PR_HTML PROP_TAG(PT_BINARY, 0x1013)
 #endif

@@ -1,63 +1,17 @@
 // The owners of the stores, on Windows: asked of a running Outlook through its automation interface, by
 // display name of each top-level folder's store.
-#include <windows.h>
-#include <oleauto.h>
-
 #include "mail/VelmarMapi.h"
+#include "mail/platform/win32/Automation.h"
 
-namespace {
-
-class CVariant {
-public:
-    CVariant() { VariantInit(&m_value); }
-    ~CVariant() { VariantClear(&m_value); }
-    CVariant(const CVariant&) = delete;
-    CVariant& operator=(const CVariant&) = delete;
-    VARIANT* operator&() { return &m_value; }
-    const VARIANT& get() const { return m_value; }
-    IDispatch* Dispatch() const { return m_value.vt == VT_DISPATCH ? m_value.pdispVal : nullptr; }
-    std::wstring Text() const {
-        return m_value.vt == VT_BSTR && m_value.bstrVal ? std::wstring(m_value.bstrVal) : std::wstring();
-    }
-
-private:
-    VARIANT m_value;
-};
-
-// Calls a member of an automation object by name: a property get or a method, with up to one argument.
-HRESULT Call(IDispatch* object, const wchar_t* name, WORD kind, CVariant& result,
-             const VARIANT* argument = nullptr) {
-    if (!object) return E_POINTER;
-    DISPID id = 0;
-    LPOLESTR names[] = {const_cast<LPOLESTR>(name)};
-    HRESULT hr = object->GetIDsOfNames(IID_NULL, names, 1, LOCALE_USER_DEFAULT, &id);
-    if (FAILED(hr)) return hr;
-    VARIANT arguments[1];
-    DISPPARAMS parameters{nullptr, nullptr, 0, 0};
-    if (argument) {
-        arguments[0] = *argument;
-        parameters.rgvarg = arguments;
-        parameters.cArgs = 1;
-    }
-    return object->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, kind, &parameters, &result, nullptr, nullptr);
-}
-
-HRESULT Get(IDispatch* object, const wchar_t* name, CVariant& result) {
-    return Call(object, name, DISPATCH_PROPERTYGET, result);
-}
-
-}  // namespace
+using velmar::mail::Call;
+using velmar::mail::CVariant;
+using velmar::mail::Get;
 
 std::map<std::wstring, std::wstring> CVelmarMapi::StoreAddresses() {
     std::map<std::wstring, std::wstring> addresses;
     AddTrace(L"CVelmarMapi::OpenMessageStoreTable CreateDispatch");
-    CLSID clsid{};
-    IDispatch* rawApplication = nullptr;
-    if (FAILED(CLSIDFromProgID(L"Outlook.Application", &clsid)) ||
-        FAILED(CoCreateInstance(clsid, nullptr, CLSCTX_LOCAL_SERVER, IID_IDispatch,
-                                reinterpret_cast<void**>(&rawApplication))))
-        return addresses;
-    velmar::CComPtr<IDispatch> application(rawApplication);
+    const velmar::CComPtr<IDispatch> application = velmar::mail::CreateOutlookApplication();
+    if (!application) return addresses;
     AddTrace(L"CVelmarMapi::OpenMessageStoreTable get_Session");
     CVariant session;
     if (FAILED(Get(application.get(), L"Session", session)) || !session.Dispatch()) return addresses;

@@ -1,0 +1,28 @@
+// New files in Maildir folders, written the safe way: the bytes go to tmp/ under a unique name, are synced,
+// and are renamed into new/ or cur/ without replacing anything; then the folder itself is synced. A file is
+// therefore whole under its name or not there at all, and still there after a crash.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace velmar::mapi {
+
+struct CWrittenFile {
+    int error = 0;     // 0, or the errno of the step that failed (nothing is left behind then)
+    std::string path;  // the file's final path
+    std::string key;   // the unique part of its name
+};
+
+// Writes bytes as a new message of the folder at folderPath: into new/ when flags is empty and
+// intoNew is true, else into cur/ as "<key>:2,<flags>".
+CWrittenFile WriteMaildirMessage(const std::string& folderPath, std::string_view bytes, bool intoNew,
+                                 std::string_view flags);
+
+// A new unique Maildir key: time, microseconds, process, a counter and the host name.
+std::string NewMaildirKey();
+
+// Removes a file and syncs its folder, so the removal lasts; the errno of unlink, or 0.
+int RemoveDurably(const std::string& path);
+
+}  // namespace velmar::mapi
