@@ -8,6 +8,7 @@
 #include <fstream>
 #include <optional>
 #include <thread>
+#include <vector>
 
 #include "tests/ServiceProcess.h"
 #include "tests/TestFiles.h"
@@ -158,6 +159,43 @@ TEST_F(ServiceEndToEnd, SessionAndStoreCommands) {
         "CVelmarMapi::Logon MAPILogonEx end\n::MAPILogonEx returns 0x0 m_lpMAPISession = 0x";
     EXPECT_NE(activity.find(logonTrace), std::string::npos) << activity;
     EXPECT_NE(activity.find("Write Back Json\n{\r\n  \"foundIndex\": 0,"), std::string::npos);
+}
+
+// Without MAPI (Wine has none that works) both commands still reply "OK"; the trace shows where they stop.
+TEST_F(ServiceEndToEnd, SendAndForwardWithoutMapiReplyOkAndTraceTheirFailure) {
+    if (kMapiWorks) GTEST_SKIP() << "the send path with MAPI is tested against real stores (send_e2e_test)";
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"SendEmail","subject":"s","body":"b",)"
+                  R"("recipientsTo":["a@example.org"],"outlookForceSend":true})"),
+              Reply("OK"));
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"ForwardEmail","messageId":"<m@x>",)"
+                  R"("recipientsTo":["a@example.org"]})"),
+              Reply("OK"));
+    const std::string activity = Activity();
+    const std::vector<std::string> sendLines = {
+        "-> SendEmail",
+        "CVelmarMapi::SendMail start bOutlookForceSend = true",
+        "CVelmarMapi::SendMail OpenOutbox",
+        "CVelmarMapi::OpenOutbox start",
+        "CVelmarMapi::OpenOutbox end",
+        "CVelmarMapi::SendMail CloseOutbox",
+        "CVelmarMapi::CloseOutbox start",
+        "CVelmarMapi::CloseOutbox end",
+        "CVelmarMapi::SendMail end",
+        "-> OpenAttachment",
+        "CVelmarMapi::ForwardMail start bOutlookForceSend = false",
+        "CVelmarMapi::ForwardMail GetpMessage",
+        "CVelmarMapi::ForwardMail end",
+    };
+    size_t at = 0;
+    for (const std::string& line : sendLines) {
+        // The whole line: what follows it is its line end.
+        size_t found = activity.find(line, at);
+        while (found != std::string::npos && found + line.size() < activity.size() &&
+               activity[found + line.size()] != '\r' && activity[found + line.size()] != '\n')
+            found = activity.find(line, found + 1);
+        ASSERT_NE(found, std::string::npos) << "missing or out of order: " << line << "\n" << activity;
+        at = found + line.size();
+    }
 }
 
 TEST_F(ServiceEndToEnd, ManyClientsAtOnce) {

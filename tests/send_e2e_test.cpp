@@ -1,0 +1,311 @@
+// SendEmail and ForwardEmail through the real service into the real Maildir stores of a profile: mail to a
+// store owner arrives in that store's inbox, the sent copy is filed, the trace follows the mail layer's
+// steps, and a submit that cannot be written leaves nothing behind.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+#include <sys/mount.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "tests/SendServiceFixture.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using velmar::test::ReadFile;
+using velmar::test::WriteFile;
+
+class SendCommands : public velmar::test::CSendServiceTest {};
+
+const std::vector<std::string> kAddRecipientTrace = {
+    "CVelmarMapi::AddRecipient start",
+    "CVelmarMapi::AddRecipient OpenAddressBook start",
+    "CVelmarMapi::AddRecipient HrAllocAdrList start",
+    "CVelmarMapi::HrAllocAdrList start",
+    "CVelmarMapi::HrAllocAdrList MAPIAllocateBuffer 1 start",
+    "CVelmarMapi::HrAllocAdrList MAPIAllocateBuffer 1 end",
+    "CVelmarMapi::HrAllocAdrList MAPIAllocateBuffer 2 start",
+    "CVelmarMapi::HrAllocAdrList MAPIAllocateBuffer 2 end",
+    "CVelmarMapi::HrAllocAdrList end",
+    "CVelmarMapi::AddRecipient HrAllocAdrList end",
+    "CVelmarMapi::AddRecipient ",
+    "CVelmarMapi::AddRecipient ModifyRecipients",
+    "CVelmarMapi::AddRecipient SaveChanges start",
+    "CVelmarMapi::AddRecipient SaveChanges end",
+    "CVelmarMapi::AddRecipient FreePadrlist",
+    "CVelmarMapi::AddRecipient end",
+};
+
+const std::vector<std::string> kOpenOutboxTrace = {
+    "CVelmarMapi::OpenOutbox start",
+    "CVelmarMapi::OpenOutbox OpenMsgStore start Eins",
+    "CVelmarMapi::OpenOutbox OpenMsgStore end",
+    "CVelmarMapi::OpenOutbox OpenEntry start",
+    "CVelmarMapi::OpenOutbox OpenEntry end",
+    "CVelmarMapi::OpenOutbox MAPIFreeBuffer start",
+    "CVelmarMapi::OpenOutbox MAPIFreeBuffer end",
+    "CVelmarMapi::OpenOutbox end",
+};
+
+std::vector<std::string> Joined(std::initializer_list<std::vector<std::string>> parts) {
+    std::vector<std::string> lines;
+    for (const auto& part : parts) lines.insert(lines.end(), part.begin(), part.end());
+    return lines;
+}
+
+TEST_F(SendCommands, MailToAStoreOwnerArrivesInItsInboxAndIsFiledAsSent) {
+    WriteProfile("");
+    Start();
+    CSendRequest request;
+    request.subject =
+        "Gr\xc3\xbc\xc3\x9f"
+        "e aus K\xc3\xb6ln";
+    request.body = "Erste Zeile\nZweite Zeile: \xc3\xa4\xc3\xb6\xc3\xbc";
+    request.to = {"two@x"};
+    auto reply = Send(request);
+    EXPECT_STREQ(reply->StringOf("status"), "OK");
+
+    const auto delivered = WaitForMessages("two", "", 1);
+    ASSERT_EQ(delivered.size(), 1u) << "the message reaches the inbox of the store two@x owns";
+    const auto sent = WaitForMessages("one", ".Sent", 1);
+    ASSERT_EQ(sent.size(), 1u) << "the sender's copy is filed";
+    EXPECT_NE(sent[0].filename().string().find(":2,S"), std::string::npos) << "filed as read";
+    EXPECT_TRUE(WaitForEmpty("one", ".Outbox")) << "and leaves the queue";
+
+    const std::string message = ReadFile(delivered[0]);
+    EXPECT_EQ(Field(message, "From"), "Erika Eins <one@x>");
+    EXPECT_EQ(Field(message, "To"), "two@x");
+    EXPECT_EQ(Field(message, "X-Velmar-Sent-Folder"), "") << "the spooler's own field never leaves";
+    const std::string messageId = Field(message, "Message-ID");
+    ASSERT_FALSE(messageId.empty()) << message;
+    EXPECT_EQ(Field(ReadFile(sent[0]), "Message-ID"), messageId) << "the sent copy is the same message";
+
+    auto data = MessageData(messageId, "two@x", 1, false);
+    EXPECT_STREQ(data->StringOf("status"), "OK");
+    EXPECT_STREQ(data->StringOf("subject"), request.subject.c_str());
+    EXPECT_STREQ(data->StringOf("body"), request.body.c_str()) << message;
+    EXPECT_STREQ(data->StringOf("from"), "Erika Eins");
+    EXPECT_STREQ(data->StringOf("fromAddress"), "one@x");
+    EXPECT_STREQ(data->StringOf("to"), "two@x");
+
+    const std::vector<std::string> expected = Joined({
+        {"CVelmarMapi::SendMail start bOutlookForceSend = false", "CVelmarMapi::SendMail OpenOutbox"},
+        kOpenOutboxTrace,
+        {"CVelmarMapi::SendMail CreateMessage", "CVelmarMapi::SendMail HrGetOnePropSent",
+         "CVelmarMapi::SendMail AddRecipients", "CVelmarMapi::AddRecipients start"},
+        kAddRecipientTrace,
+        {"CVelmarMapi::AddRecipients end", "CVelmarMapi::SendMail SetProps",
+         "CVelmarMapi::SendMail HrGetOnePropSent PR_MAILBOX_OWNER_ENTRYID",
+         "CVelmarMapi::SendMail SetProps Representing", "CVelmarMapi::SendMail SetBody",
+         "CVelmarMapi::SetBody start", "CVelmarMapi::SetBody SetProps", "CVelmarMapi::SetBody end",
+         "CVelmarMapi::SendMail SubmitMessage", "CVelmarMapi::SendMail CloseOutbox",
+         "CVelmarMapi::CloseOutbox start", "CVelmarMapi::CloseOutbox end", "CVelmarMapi::SendMail end"},
+    });
+    EXPECT_EQ(TraceBetween(expected.front(), expected.back()), expected);
+    EXPECT_NE(Activity().find("-> SendEmail"), std::string::npos);
+}
+
+TEST_F(SendCommands, RecipientsByKindAttachmentsAndAMissingFile) {
+    WriteProfile("contact1.name = Zweite Person\ncontact1.address = two@x\n");
+    WriteFile(m_dir / "files" / "Bericht.pdf", std::string("%PDF-1.4\n\x00\x01\x02\xff binary", 20));
+    Start();
+    CSendRequest request;
+    request.subject = "Anlagen";
+    request.body = "Siehe Anlage";
+    request.to = {"Zweite Person"};                // resolved from the profile's contacts
+    request.cc = {"Archiv Kopie <archive@x>"};     // an address with a name
+    request.bcc = {"one@x", "Niemand Bekanntes"};  // the second cannot be resolved
+    request.files = {(m_dir / "files" / "Bericht.pdf").string(), (m_dir / "files" / "fehlt.txt").string()};
+    EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
+
+    const auto toTwo = WaitForMessages("two", "", 1);
+    const auto toArchive = WaitForMessages("archive", "", 1);
+    const auto toOne = WaitForMessages("one", "", 1);
+    ASSERT_EQ(toTwo.size(), 1u);
+    ASSERT_EQ(toArchive.size(), 1u);
+    ASSERT_EQ(toOne.size(), 1u) << "Bcc recipients get the message";
+    const std::string received = ReadFile(toTwo[0]);
+    EXPECT_EQ(Field(received, "To"), "Zweite Person <two@x>");
+    EXPECT_EQ(Field(received, "Cc"), "Archiv Kopie <archive@x>");
+    EXPECT_EQ(Field(received, "Bcc"), "") << "Bcc goes in the envelope only";
+    const auto sent = WaitForMessages("one", ".Sent", 1);
+    ASSERT_EQ(sent.size(), 1u);
+    EXPECT_EQ(Field(ReadFile(sent[0]), "Bcc"), "one@x") << "the sender's copy keeps its Bcc";
+
+    const std::string id = Field(received, "Message-ID");
+    auto data = MessageData(id, "two@x", 1, false);
+    ASSERT_STREQ(data->StringOf("status"), "OK");
+    std::unique_ptr<CkJsonArray> attachments = data->ArrayOf("attachments");
+    ASSERT_TRUE(attachments);
+    ASSERT_EQ(attachments->Count(), 2);
+    std::unique_ptr<CkJsonObject> first = attachments->ObjectAt(0);
+    std::unique_ptr<CkJsonObject> second = attachments->ObjectAt(1);
+    EXPECT_STREQ(first->StringOf("fileName"), "Bericht.pdf");
+    EXPECT_STREQ(second->StringOf("fileName"), "fehlt.txt")
+        << "a missing file leaves an attachment without data";
+
+    CkJsonObject open;
+    open.AppendString("command-target", "MAPI");
+    open.AppendString("command", "OpenAttachment");
+    open.AppendString("messageId", id.c_str());
+    open.AppendString("mailBox", "two@x");
+    open.AddIntAt(-1, "attachmentIndex", first->IntOf("attachmentIndex"));
+    auto exported = Ask(open.Emit());
+    EXPECT_EQ(ReadFile(exported->StringOf("fileName")), ReadFile(m_dir / "files" / "Bericht.pdf"))
+        << "the attachment's bytes arrive exactly";
+}
+
+TEST_F(SendCommands, ForwardKeepsBodiesAndAttachmentsWithTheNoteOnTop) {
+    WriteProfile("");
+    Deliver(
+        "one", "1.M1.h",
+        "From: Quelle <source@example.org>\nTo: one@x\nMessage-ID: <fwd1@x>\nSubject: Urspr\xc3\xbcnglich\n"
+        "MIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=b\n\n"
+        "--b\nContent-Type: multipart/alternative; boundary=a\n\n"
+        "--a\nContent-Type: text/plain; charset=utf-8\n\nText der Quelle\n"
+        "--a\nContent-Type: text/html; charset=utf-8\n\n"
+        "<HTML><BODY class=\"x\" style=\"a:b\"><p>HTML der Quelle</p></BODY></HTML>\n--a--\n"
+        "--b\nContent-Type: application/octet-stream\nContent-Disposition: attachment; "
+        "filename=\"daten.bin\"\n"
+        "Content-Transfer-Encoding: base64\n\n" +
+            velmar::test::Base64("Anlagenbytes\x01\x02") + "\n--b--\n");
+    Start();
+    CSendRequest request;
+    request.command = "ForwardEmail";
+    request.messageId = "<fwd1@x>";
+    request.toEmailAddress = "one@x";
+    request.brandingSubject = "[Marke]";
+    request.sendNote = "Zeile eins\r\nZeile zwei";
+    request.to = {"two@x"};
+    EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
+
+    const auto delivered = WaitForMessages("two", "", 1);
+    ASSERT_EQ(delivered.size(), 1u) << Activity();
+    const std::string id = Field(ReadFile(delivered[0]), "Message-ID");
+    auto data = MessageData(id, "two@x", 1, false);
+    ASSERT_STREQ(data->StringOf("status"), "OK");
+    EXPECT_STREQ(data->StringOf("subject"), "[Marke]") << "the branding subject stands for an empty subject";
+    const std::string html = data->StringOf("htmlBody");
+    EXPECT_NE(html.find("<BODY class=\"x\" style=\"a:b\">Zeile eins<br>Zeile zwei<hr><p>HTML der Quelle</p>"),
+              std::string::npos)
+        << html;
+    EXPECT_EQ(std::string(data->StringOf("body")).rfind("Zeile eins<br>Zeile zwei", 0), 0u)
+        << "the note leads the plain body, <br> and all";
+    std::unique_ptr<CkJsonArray> attachments = data->ArrayOf("attachments");
+    ASSERT_TRUE(attachments);
+    ASSERT_EQ(attachments->Count(), 1);
+    EXPECT_STREQ(attachments->ObjectAt(0)->StringOf("fileName"), "daten.bin");
+    EXPECT_FALSE(fs::exists(m_dir / "tmp" / "Velmar" / "daten.bin"))
+        << "the copy's temporary file is removed";
+
+    const std::string activity = Activity();
+    EXPECT_NE(activity.find("-> OpenAttachment"), std::string::npos);
+    EXPECT_NE(activity.find("CVelmarMapi::ForwardMail InsertTextIntoHTMLBodyBegin"), std::string::npos);
+    EXPECT_NE(activity.find("CVelmarMapi::AddAttachements searchAttachementIndex"), std::string::npos);
+    EXPECT_NE(activity.find("CVelmarMapi::ForwardMail RemoveFiles end"), std::string::npos);
+}
+
+TEST_F(SendCommands, ForwardSubjectRules) {
+    WriteProfile("");
+    Deliver("one", "1.M1.h",
+            "From: q@example.org\nTo: one@x\nMessage-ID: <plain@x>\nSubject: Alt\n\nNur Text\n");
+    Start();
+    const struct {
+        std::string subject, branding, expected;
+    } cases[] = {{"", "", " Alt"}, {"", "Marke", "Marke"}, {"Neu", "Marke", "Neu"}};
+    size_t count = 0;
+    for (const auto& rule : cases) {
+        CSendRequest request;
+        request.command = "ForwardEmail";
+        request.messageId = "<plain@x>";
+        request.subject = rule.subject;
+        request.brandingSubject = rule.branding;
+        request.to = {"two@x"};
+        EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
+        const auto delivered = WaitForMessages("two", "", ++count);
+        ASSERT_EQ(delivered.size(), count);
+    }
+    std::vector<std::string> subjects;
+    for (const fs::path& file : MessageFiles("two")) {
+        auto data = MessageData(Field(ReadFile(file), "Message-ID"), "two@x", 1, false);
+        subjects.push_back(data->StringOf("subject"));
+        EXPECT_EQ(std::string(data->StringOf("body")), "Nur Text\n") << "a plain source stays plain";
+    }
+    std::sort(subjects.begin(), subjects.end());
+    // The source subject is kept behind one blank; readers drop blanks after a field's colon, so on the
+    // wire it reads as the source subject.
+    EXPECT_EQ(subjects, (std::vector<std::string>{"Alt", "Marke", "Neu"}));
+    EXPECT_NE(Activity().find("CVelmarMapi::ForwardMail GetSubject: Alt"), std::string::npos);
+}
+
+TEST_F(SendCommands, AnUnknownMessageIsNotForwarded) {
+    WriteProfile("");
+    Start();
+    CSendRequest request;
+    request.command = "ForwardEmail";
+    request.messageId = "<nicht-da@x>";
+    request.to = {"two@x"};
+    EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
+    EXPECT_TRUE(MessageFiles("one", ".Outbox").empty());
+    EXPECT_TRUE(MessageFiles("two").empty());
+    const std::vector<std::string> trace = TraceBetween(
+        "CVelmarMapi::ForwardMail start bOutlookForceSend = false", "CVelmarMapi::ForwardMail end");
+    ASSERT_GE(trace.size(), 3u);
+    EXPECT_EQ(trace[1], "CVelmarMapi::ForwardMail GetpMessage");
+    EXPECT_EQ(trace.back(), "CVelmarMapi::ForwardMail end");
+    EXPECT_EQ(std::count(trace.begin(), trace.end(), "CVelmarMapi::ForwardMail CreateMessage"), 0);
+}
+
+// The files of the Outbox that the spooler would send (drafts aside), and what is left in its tmp/.
+std::vector<fs::path> QueuedOrHalfWritten(const fs::path& outbox) {
+    std::vector<fs::path> files;
+    for (const char* sub : {"new", "cur", "tmp"}) {
+        if (!fs::is_directory(outbox / sub)) continue;
+        for (const auto& entry : fs::directory_iterator(outbox / sub)) {
+            const std::string name = entry.path().filename().string();
+            const size_t flags = name.find(":2,");
+            if (flags == std::string::npos || name.find('D', flags) == std::string::npos)
+                files.push_back(entry.path());
+        }
+    }
+    return files;
+}
+
+TEST_F(SendCommands, ASubmitOnAFullOrReadOnlyDiskFailsAndLeavesNothingBehind) {
+    if (geteuid() != 0) GTEST_SKIP() << "the store needs a small file system of its own (mount), so root";
+    WriteProfile("");
+    const fs::path store = m_dir / "one";
+    fs::create_directories(store);
+    ASSERT_EQ(mount("tmpfs", store.c_str(), "tmpfs", 0, "size=256k,mode=0700"), 0) << std::strerror(errno);
+    struct CUnmount {
+        fs::path path;
+        ~CUnmount() { umount2(path.c_str(), MNT_DETACH); }
+    } unmount{store};
+    WriteFile(m_dir / "files" / "gross.bin", std::string(200 * 1024, 'x'));
+    Start();
+    WriteFile(store / "filler", std::string(150 * 1024, 'f'));
+
+    CSendRequest request;
+    request.subject = "Passt nicht";
+    request.to = {"two@x"};
+    request.files = {(m_dir / "files" / "gross.bin").string()};
+    EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
+    EXPECT_NE(Activity().find("CVelmarMapi::SendMail error Submit Message 0x"), std::string::npos);
+    EXPECT_TRUE(QueuedOrHalfWritten(store / ".Outbox").empty()) << "no half-written or queued file";
+
+    fs::remove(store / "filler");
+    ASSERT_EQ(mount("tmpfs", store.c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, "size=256k"), 0)
+        << std::strerror(errno);
+    request.subject = "Nur lesbar";
+    request.files.clear();
+    EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
+    EXPECT_EQ(velmar::test::CountOf(Activity(), "CVelmarMapi::SendMail error Submit Message 0x"), 2u);
+    EXPECT_TRUE(QueuedOrHalfWritten(store / ".Outbox").empty());
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_TRUE(MessageFiles("two").empty()) << "nothing was sent";
+}
+
+}  // namespace
