@@ -119,9 +119,9 @@ protected:
                     value += headers.substr(end + 1, next - end - 1);
                     end = next;
                 }
-                return value.substr(value.find_first_not_of(' ') == std::string::npos
-                                        ? value.size()
-                                        : value.find_first_not_of(' '));
+                std::erase(value, '\r');
+                const size_t first = value.find_first_not_of(' ');
+                return first == std::string::npos ? std::string() : value.substr(first);
             }
             at = end + 1;
         }

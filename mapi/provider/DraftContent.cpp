@@ -58,8 +58,16 @@ std::string DomainOf(const std::string& address) {
 void AddMailbox(InternetAddressList* list, const CAddress& mailbox) {
     InternetAddress* address = internet_address_mailbox_new(
         mailbox.name.empty() ? nullptr : mailbox.name.c_str(), mailbox.address.c_str());
+    // Names are encoded as UTF-8, as everything this MAPI writes.
+    internet_address_set_charset(address, "UTF-8");
     internet_address_list_add(list, address);
     g_object_unref(address);
+}
+
+// A parameter that is written encoded (RFC 2231) is written in UTF-8.
+void UseUtf8(GMimeParamList* parameters, const char* name) {
+    if (GMimeParam* parameter = parameters ? g_mime_param_list_get_parameter(parameters, name) : nullptr)
+        g_mime_param_set_charset(parameter, "UTF-8");
 }
 
 // A stream over a copy of the bytes (GMime wants a buffer, even an empty one).
@@ -133,6 +141,9 @@ GObjectPtr<GMimeObject> AttachmentPart(const CDraftAttachment& attachment, bool 
     GObjectPtr<GMimeObject> object(GMIME_OBJECT(part));
     g_mime_object_set_disposition(object.get(), inlined ? "inline" : "attachment");
     g_mime_part_set_filename(part, Utf8(name).c_str());
+    UseUtf8(g_mime_content_disposition_get_parameters(g_mime_object_get_content_disposition(object.get())),
+            "filename");
+    UseUtf8(g_mime_content_type_get_parameters(g_mime_object_get_content_type(object.get())), "name");
     const std::string contentId = Utf8(TextOf(FindValue(attachment.props, PR_ATTACH_CONTENT_ID_W)));
     if (!contentId.empty()) g_mime_object_set_content_id(object.get(), contentId.c_str());
     const std::vector<BYTE> none;

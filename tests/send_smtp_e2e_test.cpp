@@ -1,0 +1,227 @@
+// SendEmail through the real service to a real SMTP server on loopback: the bytes and the envelope that
+// arrive, STARTTLS and AUTH, a server that is down and comes back, refusals for one recipient (for good and
+// for now), and a service killed while the server holds the data. No message is ever lost.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include "tests/SendServiceFixture.h"
+#include "tests/SmtpTestServer.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using velmar::test::CReceivedMail;
+using velmar::test::CSmtpTestServer;
+using velmar::test::ReadFile;
+using velmar::test::WriteFile;
+
+class SmtpSending : public velmar::test::CSendServiceTest {
+protected:
+    void UseServer(const CSmtpTestServer& server, const std::string& more = "") {
+        WriteProfile("smtp.url = " + server.Url() + "\n" + more);
+    }
+
+    // The message's data without its line breaks, where a base64 body reads as one string.
+    static std::string Unwrapped(const std::string& data) {
+        std::string flat;
+        for (char c : data)
+            if (c != '\r' && c != '\n') flat += c;
+        return flat;
+    }
+
+    static std::vector<std::string> Sorted(std::vector<std::string> items) {
+        std::sort(items.begin(), items.end());
+        return items;
+    }
+};
+
+TEST_F(SmtpSending, TheServerGetsTheBytesAndTheEnvelopeOverStartTlsWithAuth) {
+    CSmtpTestServer server(m_dir / "smtp", {"--tls-dir", "--require-starttls", "--auth", "anna:geheim"});
+    ASSERT_GT(server.Port(), 0);
+    UseServer(server,
+              "smtp.starttls = required\nsmtp.user = anna\nsmtp.passwordeval = printf 'geheim\\nrest'\n"
+              "smtp.cafile = " +
+                  server.CertificateFile() + "\n");
+    const std::string bytes("Inhalt \x00\x01\x02\xfe\xff der Anlage", 26);
+    WriteFile(m_dir / "files" /
+                  "Bericht \xc3\x9c"
+                  "bersicht.pdf",
+              bytes);
+    Start();
+    CSendRequest request;
+    request.subject =
+        "Gr\xc3\xbc\xc3\x9f"
+        "e";
+    request.body = "Hallo Anna";
+    request.to = {"Anna \xc3\x84pfel <anna@remote.example>"};
+    request.cc = {"cc@remote.example"};
+    request.bcc = {"hidden@remote.example"};
+    request.files = {(m_dir / "files" /
+                      "Bericht \xc3\x9c"
+                      "bersicht.pdf")
+                         .string()};
+    EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
+
+    const std::vector<CReceivedMail> mails = server.WaitForMessages(1);
+    ASSERT_EQ(mails.size(), 1u) << Activity();
+    const CReceivedMail& mail = mails[0];
+    EXPECT_TRUE(mail.tls);
+    EXPECT_EQ(mail.user, "anna");
+    EXPECT_EQ(mail.from, "one@x");
+    EXPECT_EQ(Sorted(mail.recipients), (std::vector<std::string>{"anna@remote.example", "cc@remote.example",
+                                                                 "hidden@remote.example"}));
+    EXPECT_EQ(Field(mail.data, "Bcc"), "") << "Bcc is in the envelope only";
+    EXPECT_EQ(mail.data.find("X-Velmar"), std::string::npos);
+    EXPECT_EQ(Field(mail.data, "Subject").rfind("=?UTF-8?", 0), 0u) << Field(mail.data, "Subject");
+    EXPECT_NE(Field(mail.data, "To").find("<anna@remote.example>"), std::string::npos);
+    EXPECT_NE(Field(mail.data, "To").find("=?UTF-8?"), std::string::npos)
+        << "the name is an encoded word: " << Field(mail.data, "To");
+    EXPECT_NE(mail.data.find("filename*="), std::string::npos) << "the file name in RFC 2231 form";
+    EXPECT_NE(Unwrapped(mail.data).find(velmar::test::Base64(bytes)), std::string::npos)
+        << "the attachment's bytes";
+    EXPECT_EQ(mail.data.find("\n", 0) > 0 && mail.data[mail.data.find('\n') - 1] == '\r', true)
+        << "CR LF on the wire";
+
+    // The sent copy is the same message, with its Bcc.
+    const auto sent = WaitForMessages("one", ".Sent", 1);
+    ASSERT_EQ(sent.size(), 1u);
+    EXPECT_TRUE(WaitForEmpty("one", ".Outbox"));
+    const std::string copy = ReadFile(sent[0]);
+    EXPECT_EQ(Field(copy, "Message-Id"), Field(mail.data, "Message-Id"));
+    EXPECT_EQ(Field(copy, "Bcc"), "hidden@remote.example");
+}
+
+TEST_F(SmtpSending, AWrongPasswordOrAPasswordOthersCanReadIsNoDelivery) {
+    CSmtpTestServer server(m_dir / "smtp", {"--auth", "anna:geheim"});
+    UseServer(server, "smtp.user = anna\nsmtp.password = falsch\n");
+    chmod((m_dir / "profiles.ini").c_str(), 0600);
+    Start();
+    CSendRequest request;
+    request.subject = "Abgewiesen";
+    request.to = {"x@remote.example"};
+    request.forceSend = true;
+    EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
+    // 535 is for good: the sender hears of it, the message is filed, the queue is empty.
+    const auto reports = WaitForMessages("one", "", 1);
+    ASSERT_EQ(reports.size(), 1u) << Activity();
+    EXPECT_EQ(Field(ReadFile(reports[0]), "Subject"), "Unzustellbar: Abgewiesen");
+    EXPECT_NE(ReadFile(reports[0]).find("535"), std::string::npos) << "the server's own words";
+    EXPECT_TRUE(server.Messages().empty());
+    EXPECT_TRUE(WaitForEmpty("one", ".Outbox"));
+
+    // A password in a file others may read is not used: the message waits, and the trace says why.
+    WriteProfile("smtp.url = " + server.Url() + "\nsmtp.user = anna\nsmtp.password = geheim\n");
+    chmod((m_dir / "profiles.ini").c_str(), 0644);
+    Ask(R"({"command-target":"MAPI","command":"Logon","data_string":"Velmar"})");
+    Ask(R"({"command-target":"MAPI","command":"Logoff"})");
+    Ask(R"({"command-target":"MAPI","command":"Logon","data_string":"Velmar"})");
+    Ask(R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})");
+    request.subject = "Wartet";
+    EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
+    EXPECT_NE(Activity().find("smtp.password is ignored"), std::string::npos) << Activity();
+    EXPECT_EQ(MessageFiles("one", ".Outbox").size(), 1u) << "the message stays queued";
+    EXPECT_TRUE(server.Messages().empty());
+}
+
+TEST_F(SmtpSending, AServerThatIsDownAndComesBackGetsEveryMessageOnce) {
+    CSmtpTestServer server(m_dir / "smtp");
+    UseServer(server);
+    server.Stop();
+    Start();
+    CSendRequest request;
+    request.subject = "Erste";
+    request.to = {"anna@remote.example"};
+    EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    EXPECT_EQ(MessageFiles("one", ".Outbox").size(), 1u) << "queued while the server is down";
+    EXPECT_TRUE(MessageFiles("one", ".Sent").empty());
+
+    ASSERT_TRUE(server.Start());
+    request.subject = "Zweite";
+    request.forceSend = true;
+    EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
+    // The forced send waits for its pass: both are out when the reply comes.
+    const std::vector<CReceivedMail> mails = server.Messages();
+    ASSERT_EQ(mails.size(), 2u) << Activity();
+    EXPECT_NE(Field(mails[0].data, "Message-Id"), Field(mails[1].data, "Message-Id"));
+    EXPECT_TRUE(WaitForEmpty("one", ".Outbox"));
+    EXPECT_EQ(WaitForMessages("one", ".Sent", 2).size(), 2u);
+    EXPECT_NE(Activity().find("CVelmarMapi::OutlookForceSend FlushQueues end"), std::string::npos);
+}
+
+TEST_F(SmtpSending, ARecipientRefusedForGoodIsReportedAndOneRefusedForNowIsTriedAgain) {
+    CSmtpTestServer server(m_dir / "smtp");
+    server.SetControl(R"({"rcpt": {"bad@remote.example": "550 5.1.1 No such user here",
+                                   "later@remote.example": "451 4.3.0 Try again later"}})");
+    UseServer(server);
+    Start();
+    CSendRequest request;
+    request.subject = "Teils";
+    request.to = {"good@remote.example", "bad@remote.example", "later@remote.example"};
+    request.forceSend = true;
+    EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
+
+    std::vector<CReceivedMail> mails = server.Messages();
+    ASSERT_EQ(mails.size(), 1u) << Activity();
+    EXPECT_EQ(mails[0].recipients, std::vector<std::string>{"good@remote.example"});
+    const auto reports = WaitForMessages("one", "", 1);
+    ASSERT_EQ(reports.size(), 1u) << "the sender's inbox gets a delivery report";
+    const std::string report = ReadFile(reports[0]);
+    EXPECT_NE(report.find("multipart/report; report-type=delivery-status"), std::string::npos);
+    EXPECT_NE(report.find("Final-Recipient: rfc822; bad@remote.example"), std::string::npos);
+    EXPECT_NE(report.find("Status: 5.1.1"), std::string::npos);
+    EXPECT_NE(report.find("> 550 5.1.1 No such user here"), std::string::npos)
+        << "the server's words, quoted";
+    EXPECT_EQ(report.find("Final-Recipient: rfc822; later@remote.example"), std::string::npos)
+        << "a 4xx is no refusal";
+    auto reportData = MessageData(Field(report, "Message-ID"), "", 0, false, false);
+    EXPECT_STREQ(reportData->StringOf("subject"), "Unzustellbar: Teils");
+    EXPECT_EQ(MessageFiles("one", ".Outbox").size(), 1u) << "still queued for the recipient refused for now";
+
+    server.SetControl("{}");
+    request.subject = "Anstoss";
+    request.to = {"other@remote.example"};
+    EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
+    mails = server.Messages();
+    ASSERT_EQ(mails.size(), 3u);
+    std::vector<std::string> all;
+    for (const CReceivedMail& mail : mails)
+        all.insert(all.end(), mail.recipients.begin(), mail.recipients.end());
+    EXPECT_EQ(Sorted(all), (std::vector<std::string>{"good@remote.example", "later@remote.example",
+                                                     "other@remote.example"}))
+        << "each recipient once";
+    EXPECT_TRUE(WaitForEmpty("one", ".Outbox"));
+}
+
+TEST_F(SmtpSending, AServiceKilledWhileTheServerHoldsTheDataSendsItAgainAfterRestart) {
+    CSmtpTestServer server(m_dir / "smtp");
+    server.SetControl(R"({"stall_data_seconds": 2})");
+    UseServer(server);
+    Start();
+    CSendRequest request;
+    request.subject = "Unterwegs";
+    request.to = {"anna@remote.example"};
+    EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
+    std::this_thread::sleep_for(std::chrono::milliseconds(800));  // the data is with the server now
+    m_service->Signal(SIGKILL);
+    m_service->WaitForExit(10000);
+    m_service.reset();
+    m_channel.reset();
+    EXPECT_EQ(MessageFiles("one", ".Outbox").size(), 1u) << "a message in transfer stays queued";
+
+    server.SetControl("{}");
+    Start();  // the logon starts the spooler, which takes up the queue
+    EXPECT_TRUE(WaitForEmpty("one", ".Outbox"));
+    const std::vector<CReceivedMail> mails = server.WaitForMessages(1);
+    ASSERT_GE(mails.size(), 1u) << "never lost";
+    ASSERT_LE(mails.size(), 2u) << "at worst twice";
+    for (const CReceivedMail& mail : mails)
+        EXPECT_EQ(Field(mail.data, "Message-Id"), Field(mails[0].data, "Message-Id"));
+    EXPECT_EQ(WaitForMessages("one", ".Sent", 1).size(), 1u);
+}
+
+}  // namespace
