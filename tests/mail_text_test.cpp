@@ -84,3 +84,42 @@ TEST(MailText, DateTextInLocalTime) {
 }
 
 }  // namespace
+
+// The note goes right after the tag that opens the body, found whatever its letter case and attributes; in
+// front of everything when there is no such tag or its ">" ends the text.
+TEST(MailText, NoteInsertedAtTheStartOfTheHtmlBody) {
+    using velmar::mail::InsertTextIntoHTMLBodyBegin;
+    EXPECT_EQ(
+        InsertTextIntoHTMLBodyBegin(L"<html><BODY class=\"a\" dir=ltr><p>x</p></BODY></html>", L"N<hr>"),
+        L"<html><BODY class=\"a\" dir=ltr>N<hr><p>x</p></BODY></html>");
+    EXPECT_EQ(InsertTextIntoHTMLBodyBegin(L"<p>ohne body</p>", L"N"), L"N<p>ohne body</p>");
+    EXPECT_EQ(InsertTextIntoHTMLBodyBegin(L"<html><body", L"N"), L"N<html><body") << "no > after the tag";
+    EXPECT_EQ(InsertTextIntoHTMLBodyBegin(L"<html><body>", L"N"), L"N<html><body>")
+        << "> as the last character";
+    EXPECT_EQ(InsertTextIntoHTMLBodyBegin(L"<BoDy>\u00c4rger", L"N"), L"<BoDy>N\u00c4rger")
+        << "the source's own letters are kept";
+    EXPECT_EQ(InsertTextIntoHTMLBodyBegin(L"", L"N"), L"N");
+}
+
+TEST(MailText, SendNoteLineBreaksBecomeBr) {
+    using velmar::mail::SendNoteText;
+    EXPECT_EQ(SendNoteText(L"eins\r\nzwei\r\n\r\ndrei"), L"eins<br>zwei<br><br>drei");
+    EXPECT_EQ(SendNoteText(L"nur\nLF und \r CR"), L"nur\nLF und \r CR")
+        << "only the pair is a line break here";
+    EXPECT_EQ(SendNoteText(L"\r\r\n\n"), L"\r<br>\n");
+}
+
+TEST(MailText, AttachmentPathsSplitAtTheirLastSeparator) {
+    using velmar::mail::SplitAttachmentPath;
+    const auto windows = SplitAttachmentPath(L"C:\\Daten\\Bericht.final.PDF", L'\\');
+    EXPECT_EQ(windows.folder, L"C:\\Daten");
+    EXPECT_EQ(windows.fileName, L"Bericht.final.PDF");
+    EXPECT_EQ(windows.extension, L".PDF");
+    const auto bare = SplitAttachmentPath(L"Bericht.pdf", L'\\');
+    EXPECT_EQ(bare.folder, L"Bericht.pdf") << "without a separator both are the whole path";
+    EXPECT_EQ(bare.fileName, L"Bericht.pdf");
+    EXPECT_EQ(bare.extension, L".pdf");
+    const auto noExtension = SplitAttachmentPath(L"/tmp/ver.zeichnis/datei", L'/');
+    EXPECT_EQ(noExtension.fileName, L"datei");
+    EXPECT_EQ(noExtension.extension, L"") << "a dot in a folder name is no extension";
+}

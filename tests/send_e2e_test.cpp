@@ -86,7 +86,8 @@ TEST_F(SendCommands, MailToAStoreOwnerArrivesInItsInboxAndIsFiledAsSent) {
     auto data = MessageData(messageId, "two@x", 1, false);
     EXPECT_STREQ(data->StringOf("status"), "OK");
     EXPECT_STREQ(data->StringOf("subject"), request.subject.c_str());
-    EXPECT_STREQ(data->StringOf("body"), request.body.c_str()) << message;
+    // A text body is lines: the last one ends with its line break, as SMTP would end it anyway.
+    EXPECT_EQ(std::string(data->StringOf("body")), request.body + "\n") << message;
     EXPECT_STREQ(data->StringOf("from"), "Erika Eins");
     EXPECT_STREQ(data->StringOf("fromAddress"), "one@x");
     EXPECT_STREQ(data->StringOf("to"), "two@x");
@@ -239,6 +240,36 @@ TEST_F(SendCommands, ForwardSubjectRules) {
     // wire it reads as the source subject.
     EXPECT_EQ(subjects, (std::vector<std::string>{"Alt", "Marke", "Neu"}));
     EXPECT_NE(Activity().find("CVelmarMapi::ForwardMail GetSubject: Alt"), std::string::npos);
+}
+
+// A source whose rich body is RTF (Outlook's winmail.dat, beside a plain text part): the RTF is copied, the
+// forward goes out as the plain body with the note on top.
+TEST_F(SendCommands, ForwardOfAnRtfOnlySource) {
+    const fs::path tnef = fs::path(VELMAR_CORPORA_DIR) / "MimeKit/tnef";
+    if (!fs::is_directory(tnef)) GTEST_SKIP() << "no corpora";
+    WriteProfile("");
+    Deliver("one", "1.M1.h",
+            velmar::test::WithAttachment("<rtf@x>", "winmail.dat",
+                                         velmar::test::Base64(ReadFile(tnef / "rtf.tnef")),
+                                         "application/ms-tnef"));
+    Start();
+    auto source = MessageData("<rtf@x>", "", 0, false);
+    ASSERT_STREQ(source->StringOf("status"), "OK");
+    const std::string sourceBody = source->StringOf("body");
+
+    CSendRequest request;
+    request.command = "ForwardEmail";
+    request.messageId = "<rtf@x>";
+    request.subject = "Weiter";
+    request.sendNote = "Bitte lesen\r\n";
+    request.to = {"two@x"};
+    EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
+    const auto delivered = WaitForMessages("two", "", 1);
+    ASSERT_EQ(delivered.size(), 1u) << Activity();
+    auto data = MessageData(Field(ReadFile(delivered[0]), "Message-ID"), "two@x", 1, false);
+    EXPECT_STREQ(data->StringOf("subject"), "Weiter");
+    EXPECT_EQ(std::string(data->StringOf("body")), "Bitte lesen<br>" + sourceBody + "\n");
+    EXPECT_EQ(ReadFile(delivered[0]).find("text/html"), std::string::npos) << "no HTML made up";
 }
 
 TEST_F(SendCommands, AnUnknownMessageIsNotForwarded) {

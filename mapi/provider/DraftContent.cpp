@@ -297,6 +297,9 @@ std::string RenderMime(CDraftContent& content, const CStoreConfig& store, const 
     std::string text;
     std::string html;
     BodiesOf(content, text, html);
+    // A text body is lines, each with its end, as SMTP carries it anyway: the same text whichever
+    // transfer encoding it gets.
+    if (!text.empty() && text.back() != '\n') text += '\n';
     std::vector<GObjectPtr<GMimeObject>> alternatives;
     if (!text.empty() || html.empty()) alternatives.push_back(TextPart("plain", text));
     if (!html.empty()) alternatives.push_back(TextPart("html", html));
