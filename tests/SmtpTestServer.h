@@ -93,6 +93,15 @@ public:
     // Faults for the commands to come (see the script): a JSON object; "{}" for none.
     void SetControl(const std::string& json) { WriteFile(m_folder / "control.json", json); }
 
+    // How many messages came, without reading them.
+    size_t Count() const {
+        std::error_code error;
+        size_t count = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(m_folder / "spool", error))
+            count += entry.path().extension() == ".json";
+        return count;
+    }
+
     std::vector<CReceivedMail> Messages() const {
         std::vector<CReceivedMail> mails;
         const std::filesystem::path spool = m_folder / "spool";

@@ -114,9 +114,18 @@ std::string WithoutFields(std::string_view bytes, std::initializer_list<std::str
 std::string ToCrlf(std::string_view bytes) {
     std::string out;
     out.reserve(bytes.size() + bytes.size() / 32);
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        if (bytes[i] == '\n' && (i == 0 || bytes[i - 1] != '\r')) out.push_back('\r');
-        out.push_back(bytes[i]);
+    // Line by line, each copied in one piece.
+    size_t at = 0;
+    while (at < bytes.size()) {
+        const size_t end = bytes.find('\n', at);
+        if (end == std::string_view::npos) {
+            out.append(bytes.substr(at));
+            break;
+        }
+        out.append(bytes.substr(at, end - at));
+        if (end == 0 || bytes[end - 1] != '\r') out += '\r';
+        out += '\n';
+        at = end + 1;
     }
     return out;
 }
