@@ -5,7 +5,7 @@ set -euo pipefail
 purpose=${1:-test}
 run_packages=(cmake ninja-build g++ pkg-config libgmime-3.0-dev libcurl4-gnutls-dev)
 test_packages=("${run_packages[@]}" libgtest-dev googletest clang libclang-rt-14-dev
-               g++-mingw-w64-x86-64-posix wine64 python3-aiosmtpd openssl)
+               g++-mingw-w64-x86-64-posix wine64 python3-aiosmtpd openssl postfix curl)
 
 case "$purpose" in
     run) wanted=("${run_packages[@]}") ;;

@@ -4,7 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <signal.h>
+#include <unistd.h>
 #include <sys/stat.h>
+
+#include <cstdlib>
 
 #include <algorithm>
 
@@ -222,6 +225,53 @@ TEST_F(SmtpSending, AServiceKilledWhileTheServerHoldsTheDataSendsItAgainAfterRes
     for (const CReceivedMail& mail : mails)
         EXPECT_EQ(Field(mail.data, "Message-Id"), Field(mails[0].data, "Message-Id"));
     EXPECT_EQ(WaitForMessages("one", ".Sent", 1).size(), 1u);
+}
+
+// A real mail server: a private Postfix on a loopback port, delivering into a Maildir the test reads.
+TEST_F(SmtpSending, APrivatePostfixDeliversTheMessageIntoItsMaildir) {
+    if (geteuid() != 0 || !fs::exists("/usr/sbin/postfix")) GTEST_SKIP() << "needs Postfix and root";
+    const fs::path folder = m_dir / "postfix";
+    const int port = velmar::test::FreeLoopbackPort();
+    ASSERT_GT(port, 0);
+    const std::string script = std::string("bash ") + VELMAR_POSTFIX_INSTANCE + " ";
+    ASSERT_EQ(
+        std::system((script + "start " + folder.string() + " " + std::to_string(port) + " anna bcc").c_str()),
+        0);
+    struct CStop {
+        std::string command;
+        ~CStop() { std::system(command.c_str()); }
+    } stop{script + "stop " + folder.string()};
+    WriteProfile("smtp.url = smtp://127.0.0.1:" + std::to_string(port) + "\n");
+    Start();
+    CSendRequest request;
+    request.subject =
+        "\xc3\x9c"
+        "ber Postfix";
+    request.body = "Zeile eins\n.\nZeile nach einem Punkt";
+    request.to = {"Anna <anna@example.test>"};
+    request.bcc = {"bcc@example.test"};
+    EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
+    const auto find = [&](const char* user) {
+        std::vector<fs::path> files;
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (files.empty() && std::chrono::steady_clock::now() < end) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            std::error_code error;
+            for (const auto& entry : fs::directory_iterator(folder / "mail" / user / "new", error))
+                files.push_back(entry.path());
+        }
+        return files;
+    };
+    const auto toAnna = find("anna");
+    const auto toBcc = find("bcc");
+    ASSERT_EQ(toAnna.size(), 1u) << ReadFile(folder / "postfix.log");
+    ASSERT_EQ(toBcc.size(), 1u) << "the Bcc recipient is in the envelope";
+    const std::string mail = ReadFile(toAnna[0]);
+    EXPECT_EQ(Field(mail, "Bcc"), "");
+    EXPECT_EQ(Field(mail, "To"), "Anna <anna@example.test>");
+    EXPECT_NE(mail.find("Zeile eins\n.\nZeile nach einem Punkt"), std::string::npos)
+        << "a line of one dot arrives as it was (dot-stuffed on the way)";
+    EXPECT_TRUE(WaitForEmpty("one", ".Outbox"));
 }
 
 }  // namespace
