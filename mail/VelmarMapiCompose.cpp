@@ -34,10 +34,11 @@ HRESULT GetOneProp(IMAPIProp* prop, ULONG ulPropTag, MapiBufferPtr<SPropValue>& 
     return getOne(prop, ulPropTag, OutPtr(value));
 }
 
-SPropValue TextValue(ULONG ulPropTag, const std::wstring& text) {
+// A text value pointing at text, which must outlive it; a temporary string cannot bind here.
+SPropValue TextValue(ULONG ulPropTag, const wchar_t* text) {
     SPropValue value{};
     value.ulPropTag = ulPropTag;
-    value.Value.lpszW = const_cast<LPWSTR>(text.c_str());
+    value.Value.lpszW = const_cast<LPWSTR>(text);
     return value;
 }
 
@@ -179,11 +180,11 @@ void CVelmarMapi::AddAttachments(LPMESSAGE lpMessage, std::vector<AttachmentFile
         SPropValue values[6] = {};
         values[0].ulPropTag = PR_ATTACH_METHOD;
         values[0].Value.l = ATTACH_BY_VALUE;
-        values[1] = TextValue(PR_ATTACH_PATHNAME_W, parts.folder);
-        values[2] = TextValue(PR_ATTACH_FILENAME_W, parts.fileName);
-        values[3] = TextValue(PR_ATTACH_EXTENSION_W, parts.extension);
-        values[4] = TextValue(PR_DISPLAY_NAME_W, file.strPath);
-        values[5] = TextValue(PR_ATTACH_CONTENT_ID_W, file.strContentId);
+        values[1] = TextValue(PR_ATTACH_PATHNAME_W, parts.folder.c_str());
+        values[2] = TextValue(PR_ATTACH_FILENAME_W, parts.fileName.c_str());
+        values[3] = TextValue(PR_ATTACH_EXTENSION_W, parts.extension.c_str());
+        values[4] = TextValue(PR_DISPLAY_NAME_W, file.strPath.c_str());
+        values[5] = TextValue(PR_ATTACH_CONTENT_ID_W, file.strContentId.c_str());
         trace.Step(L"SetProps start");
         if (FAILED(attach->SetProps(6, values, nullptr))) continue;
         trace.Step(L"SetProps end");
@@ -213,7 +214,7 @@ void CVelmarMapi::SetBody(LPMESSAGE lpMessage, const std::wstring& strHtmlBody, 
     const CTraceScope trace(*this, L"CVelmarMapi::SetBody");
     if (!lpMessage || (strHtmlBody.empty() && strBody.empty())) return;
     trace.Step(L"SetProps");
-    SPropValue body = TextValue(PR_BODY_W, strBody);
+    SPropValue body = TextValue(PR_BODY_W, strBody.c_str());
     if (FAILED(lpMessage->SetProps(1, &body, nullptr)) || strHtmlBody.empty()) return;
     trace.Step(L"OpenProperty");
     trace.Step(L"OpenProperty set PR_HTML");
@@ -304,7 +305,7 @@ HRESULT CVelmarMapi::SendMail(const std::wstring& strSubject, const std::wstring
         // is what writes HTML.
         const std::wstring strHtmlBody;
         SPropValue values[4] = {};
-        values[0] = TextValue(PR_SUBJECT_W, strSubject);
+        values[0] = TextValue(PR_SUBJECT_W, strSubject.c_str());
         values[1] = TextValue(PR_MESSAGE_CLASS_W, L"IPM.Note");
         values[2].ulPropTag = PR_SENTMAIL_ENTRYID;
         values[2].Value.bin = sentItems->Value.bin;
@@ -324,7 +325,7 @@ HRESULT CVelmarMapi::SendMail(const std::wstring& strSubject, const std::wstring
         } else {
             SetRepresenting(message.get());
             trace.Step(L"SetBody");
-            SetBody(message.get(), strHtmlBody, strBody);
+            SetBody(message.get(), strHtmlBody, strBody.c_str());
             trace.Step(L"SubmitMessage");
             if (FAILED(result = message->SubmitMessage(FORCE_SUBMIT))) TraceSubmitError(result);
         }

@@ -49,7 +49,8 @@ TEST_F(SmtpSending, TheServerGetsTheBytesAndTheEnvelopeOverStartTlsWithAuth) {
               "smtp.starttls = required\nsmtp.user = anna\nsmtp.passwordeval = printf 'geheim\\nrest'\n"
               "smtp.cafile = " +
                   server.CertificateFile() + "\n");
-    const std::string bytes("Inhalt \x00\x01\x02\xfe\xff der Anlage", 26);
+    constexpr char kBytes[] = "Inhalt \x00\x01\x02\xfe\xff der Anlage";
+    const std::string bytes(kBytes, sizeof kBytes - 1);
     WriteFile(m_dir / "files" /
                   "Bericht \xc3\x9c"
                   "bersicht.pdf",

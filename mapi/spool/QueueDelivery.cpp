@@ -83,7 +83,8 @@ struct CRemoteResult {
 };
 
 CRemoteResult SendRemote(const CProfile& profile, const std::string& from,
-                         const std::vector<std::string>& recipients, const std::string& bytes) {
+                         const std::vector<std::string>& recipients, const std::string& bytes,
+                         const std::atomic<bool>& cancel) {
     CRemoteResult result;
     const CSmtpSettings settings = SmtpSettingsOf(profile);
     if (!settings.url.empty()) {
@@ -93,7 +94,7 @@ CRemoteResult SendRemote(const CProfile& profile, const std::string& from,
             result.problem = "SMTP password: " + error;
             return result;
         }
-        const CSmtpResult sent = SubmitBySmtp(settings, *password, from, recipients, ToCrlf(bytes));
+        const CSmtpResult sent = SubmitBySmtp(settings, *password, from, recipients, ToCrlf(bytes), &cancel);
         if (sent.outcome == SmtpOutcome::Permanent) {
             for (const std::string& recipient : recipients) {
                 const auto own =
@@ -142,7 +143,8 @@ std::string SentFolderOf(const CQueuedMessage& message) {
 }  // namespace
 
 QueueOutcome DeliverQueuedFile(const CProfile& profile, const CStoreConfig& store, const std::string& path,
-                               const std::string& key, std::string& problem) {
+                               const std::string& key, const std::atomic<bool>& cancel,
+                               std::string& problem) {
     CFileDescriptor fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     if (fd.get() < 0)
         return errno == ENOENT ? QueueOutcome::Done : (problem = std::strerror(errno), QueueOutcome::Waiting);
@@ -186,7 +188,7 @@ QueueOutcome DeliverQueuedFile(const CProfile& profile, const CStoreConfig& stor
         }
     }
     if (!remote.empty()) {
-        const CRemoteResult sent = SendRemote(profile, message.from, remote, outgoing);
+        const CRemoteResult sent = SendRemote(profile, message.from, remote, outgoing, cancel);
         for (const std::string& recipient : sent.accepted) served.Add(recipient);
         for (const CFailedRecipient& failed : sent.refused) refused.push_back(failed);
         if (!sent.problem.empty()) problem = sent.problem;

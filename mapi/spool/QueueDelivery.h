@@ -4,6 +4,7 @@
 // Outbox's "spool" folder), so a message tried again goes only to those still waiting.
 #pragma once
 
+#include <atomic>
 #include <string>
 
 #include "mapi/provider/Profiles.h"
@@ -16,7 +17,8 @@ enum class QueueOutcome {
     Busy,     // another process delivers it now
 };
 
+// A set cancel flag ends an SMTP transfer under way (the message stays queued).
 QueueOutcome DeliverQueuedFile(const CProfile& profile, const CStoreConfig& store, const std::string& path,
-                               const std::string& key, std::string& problem);
+                               const std::string& key, const std::atomic<bool>& cancel, std::string& problem);
 
 }  // namespace velmar::mapi

@@ -70,6 +70,7 @@ void CSpooler::Watch(const CProfile& profile) {
     m_wakeRequested = true;
     if (!m_thread.joinable()) {
         m_stopRequested = false;
+        m_cancel = false;
         m_thread = std::thread([this] { Run(); });
     }
     m_changed.notify_all();
@@ -97,6 +98,7 @@ void CSpooler::Stop() {
     {
         std::lock_guard lock(m_lock);
         m_stopRequested = true;
+        m_cancel = true;
         m_changed.notify_all();
         thread = std::move(m_thread);
     }
@@ -158,7 +160,8 @@ Clock::time_point CSpooler::Pass(bool force) {
                     }
                 }
                 std::string problem;
-                const QueueOutcome outcome = DeliverQueuedFile(profile, store, file.path, file.key, problem);
+                const QueueOutcome outcome =
+                    DeliverQueuedFile(profile, store, file.path, file.key, m_cancel, problem);
                 std::lock_guard lock(m_lock);
                 if (outcome == QueueOutcome::Waiting) {
                     CRetry& retry = m_retries[file.key];

@@ -7,6 +7,7 @@
 // worst twice, never lost. Temporary failures are tried again after growing pauses.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <map>
 #include <mutex>
@@ -55,6 +56,7 @@ private:
     bool m_wakeRequested = false;
     bool m_forceRequested = false;
     bool m_stopRequested = false;
+    std::atomic<bool> m_cancel{false};  // ends a transfer under way when the spooler stops
     std::uint64_t m_passesStarted = 0;
     std::uint64_t m_passesDone = 0;
     std::thread m_thread;
