@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
+#include <signal.h>
 #include <spawn.h>
 #include <unistd.h>
 #include <sys/wait.h>
@@ -18,6 +20,36 @@ namespace {
 
 constexpr size_t kMaxErrorText = 64 * 1024;
 
+// While it lives, a write to a pipe whose reader is gone fails with EPIPE instead of ending the process:
+// SIGPIPE is blocked on this thread, and one that the writes raised is taken before the mask comes back.
+class CPipeSignalGuard {
+public:
+    CPipeSignalGuard() {
+        sigemptyset(&m_pipe);
+        sigaddset(&m_pipe, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &m_pipe, &m_previous);
+        sigset_t pending;
+        sigpending(&pending);
+        m_pendingBefore = sigismember(&pending, SIGPIPE) == 1;
+    }
+    ~CPipeSignalGuard() {
+        sigset_t pending;
+        sigpending(&pending);
+        if (!m_pendingBefore && sigismember(&pending, SIGPIPE) == 1) {
+            const timespec now{};
+            sigtimedwait(&m_pipe, nullptr, &now);
+        }
+        pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
+    }
+    CPipeSignalGuard(const CPipeSignalGuard&) = delete;
+    CPipeSignalGuard& operator=(const CPipeSignalGuard&) = delete;
+
+private:
+    sigset_t m_pipe;
+    sigset_t m_previous;
+    bool m_pendingBefore = false;
+};
+
 }  // namespace
 
 bool SendmailAvailable() {
@@ -25,7 +57,7 @@ bool SendmailAvailable() {
 }
 
 CSendmailResult SubmitBySendmail(const std::string& from, const std::vector<std::string>& recipients,
-                                 std::string_view message) {
+                                 std::string_view message, const char* program) {
     CSendmailResult result;
     int input[2] = {-1, -1};
     if (pipe2(input, O_CLOEXEC) != 0) {
@@ -39,7 +71,7 @@ CSendmailResult SubmitBySendmail(const std::string& from, const std::vector<std:
         return result;
     }
     CFileDescriptor errorRead(errors[0]), errorWrite(errors[1]);
-    std::vector<std::string> arguments{kSendmailProgram, "-i", "-f", from, "--"};
+    std::vector<std::string> arguments{program, "-i", "-f", from, "--"};
     arguments.insert(arguments.end(), recipients.begin(), recipients.end());
     std::vector<char*> argv;
     for (std::string& argument : arguments) argv.push_back(argument.data());
@@ -50,14 +82,15 @@ CSendmailResult SubmitBySendmail(const std::string& from, const std::vector<std:
     posix_spawn_file_actions_adddup2(&actions, errorWrite.get(), STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, errorWrite.get(), STDERR_FILENO);
     pid_t child = -1;
-    const int spawned = posix_spawn(&child, kSendmailProgram, &actions, nullptr, argv.data(), environ);
+    const int spawned = posix_spawn(&child, program, &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     inputRead.Reset();
     errorWrite.Reset();
     if (spawned != 0) {
-        result.text = std::string("cannot run ") + kSendmailProgram + ": " + std::strerror(spawned);
+        result.text = std::string("cannot run ") + program + ": " + std::strerror(spawned);
         return result;
     }
+    const CPipeSignalGuard pipeSignal;
     // The message goes in while what the program says is read, so neither side waits for the other.
     fcntl(inputWrite.get(), F_SETFL, O_NONBLOCK);
     size_t sent = 0;
@@ -99,10 +132,12 @@ CSendmailResult SubmitBySendmail(const std::string& from, const std::vector<std:
         const int code = WEXITSTATUS(status);
         const bool permanent = code == 65 || code == 67 || code == 68 || code == 77;
         result.outcome = permanent ? DeliveryOutcome::Permanent : DeliveryOutcome::Temporary;
-        if (result.text.empty())
-            result.text = std::string(kSendmailProgram) + " ended with " + std::to_string(code);
+        if (code == 0)
+            result.text = std::string(program) + " ended before it read the whole message";
+        else if (result.text.empty())
+            result.text = std::string(program) + " ended with " + std::to_string(code);
     } else {
-        result.text = std::string(kSendmailProgram) + " was stopped by a signal";
+        result.text = std::string(program) + " was stopped by a signal";
     }
     return result;
 }

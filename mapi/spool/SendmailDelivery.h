@@ -24,6 +24,6 @@ bool SendmailAvailable();
 // Hands the message (LF line ends) to the program for the recipients. Its exit code decides: 0 accepted,
 // the sysexits codes of a bad address or message (65, 67, 68, 77) permanent, anything else temporary.
 CSendmailResult SubmitBySendmail(const std::string& from, const std::vector<std::string>& recipients,
-                                 std::string_view message);
+                                 std::string_view message, const char* program = kSendmailProgram);
 
 }  // namespace velmar::mapi

@@ -1,8 +1,6 @@
 #include "mapi/spool/Spooler.h"
 
 #include <dirent.h>
-#include <pthread.h>
-#include <signal.h>
 
 #include <algorithm>
 #include <vector>
@@ -111,11 +109,6 @@ std::wstring CSpooler::StatusText() const {
 }
 
 void CSpooler::Run() {
-    // A mail program that ends before it read the whole message must not end this process.
-    sigset_t pipeSignal;
-    sigemptyset(&pipeSignal);
-    sigaddset(&pipeSignal, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &pipeSignal, nullptr);
     std::unique_lock lock(m_lock);
     Clock::time_point due = Clock::time_point::max();
     while (!m_stopRequested) {
