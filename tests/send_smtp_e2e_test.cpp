@@ -201,6 +201,34 @@ TEST_F(SmtpSending, ARecipientRefusedForGoodIsReportedAndOneRefusedForNowIsTried
     EXPECT_TRUE(WaitForEmpty("one", ".Outbox"));
 }
 
+// A connection lost after the data: the server may have the message, but never said so. It stays queued and
+// goes again; the server sees it twice, with one Message-ID, which is the only safe way.
+TEST_F(SmtpSending, AConnectionLostAfterTheDataKeepsTheMessageQueued) {
+    CSmtpTestServer server(m_dir / "smtp");
+    server.SetControl(R"({"drop_after_data": true})");
+    UseServer(server);
+    Start();
+    CSendRequest request;
+    request.subject = "Verloren";
+    request.to = {"anna@remote.example"};
+    request.forceSend = true;
+    EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
+    EXPECT_EQ(MessageFiles("one", ".Outbox").size(), 1u);
+    EXPECT_TRUE(MessageFiles("one", ".Sent").empty());
+    const std::string activity = Activity();
+    EXPECT_NE(activity.find("CVelmarMapi::OutlookForceSend 1 message(s) queued: SMTP"), std::string::npos)
+        << "the trace says what waits and why";
+
+    server.SetControl("{}");
+    request.subject = "Anstoss";
+    EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
+    const std::vector<CReceivedMail> mails = server.Messages();
+    ASSERT_EQ(mails.size(), 3u);
+    EXPECT_TRUE(mails[0].dropped);
+    EXPECT_EQ(Field(mails[0].data, "Message-Id"), Field(mails[1].data, "Message-Id"));
+    EXPECT_TRUE(WaitForEmpty("one", ".Outbox"));
+}
+
 TEST_F(SmtpSending, AServiceKilledWhileTheServerHoldsTheDataSendsItAgainAfterRestart) {
     CSmtpTestServer server(m_dir / "smtp");
     server.SetControl(R"({"stall_data_seconds": 2})");
