@@ -135,13 +135,12 @@ ULONG CVelmarMapi::ForwardMail(const std::wstring& strMessageId, const std::wstr
 
 void CVelmarMapi::CopyAttachments(LPMESSAGE lpSource, LPMESSAGE lpTarget,
                                   std::vector<AttachmentFileEntry>& copied) {
-    AddTrace(L"CVelmarMapi::CopyAttachments start");
-    AddTrace(L"FetchAttachments start");
+    const CTraceScope trace(*this, L"CVelmarMapi::CopyAttachments");
+    trace.Step(L"FetchAttachments start");
     EMailData data;
     FetchAttachments(lpSource, &data);
-    AddTrace(L"FetchAttachments end");
+    trace.Step(L"FetchAttachments end");
     AddAttachements(lpTarget, data, lpSource, copied);
-    AddTrace(L"CVelmarMapi::CopyAttachments end");
 }
 
 void CVelmarMapi::AddAttachements(LPMESSAGE lpTarget, const EMailData& source, LPMESSAGE lpSource,

@@ -202,11 +202,56 @@ TEST_F(SendCommands, ForwardKeepsBodiesAndAttachmentsWithTheNoteOnTop) {
     EXPECT_FALSE(fs::exists(m_dir / "tmp" / "Velmar" / "daten.bin"))
         << "the copy's temporary file is removed";
 
-    const std::string activity = Activity();
-    EXPECT_NE(activity.find("-> OpenAttachment"), std::string::npos);
-    EXPECT_NE(activity.find("CVelmarMapi::ForwardMail InsertTextIntoHTMLBodyBegin"), std::string::npos);
-    EXPECT_NE(activity.find("CVelmarMapi::AddAttachements searchAttachementIndex"), std::string::npos);
-    EXPECT_NE(activity.find("CVelmarMapi::ForwardMail RemoveFiles end"), std::string::npos);
+    EXPECT_NE(Activity().find("-> OpenAttachment"), std::string::npos);
+    // The forward's own steps and those of its attachment copy, in order (the building blocks it calls
+    // have theirs, tested with SendMail).
+    std::vector<std::string> steps;
+    for (const std::string& line : TraceBetween("CVelmarMapi::ForwardMail start bOutlookForceSend = false",
+                                                "CVelmarMapi::ForwardMail end"))
+        for (const char* prefix : {"CVelmarMapi::ForwardMail ", "CVelmarMapi::CopyAttachments ",
+                                   "CVelmarMapi::AddAttachements ", "CVelmarMapi::SendMail "})
+            if (line.rfind(prefix, 0) == 0) steps.push_back(line);
+    const std::vector<std::string> expected = {
+        "CVelmarMapi::ForwardMail start bOutlookForceSend = false",
+        "CVelmarMapi::ForwardMail GetpMessage",
+        "CVelmarMapi::ForwardMail OpenOutbox",
+        "CVelmarMapi::ForwardMail CreateMessage",
+        "CVelmarMapi::ForwardMail FetchBody",
+        "CVelmarMapi::ForwardMail EmailDate FetchBody",
+        "CVelmarMapi::ForwardMail GetProps",
+        "CVelmarMapi::ForwardMail GetSubject: Urspr\xc3\xbcnglich",
+        "CVelmarMapi::ForwardMail CopyProps",
+        "CVelmarMapi::ForwardMail GetSendNote",
+        "CVelmarMapi::ForwardMail InsertTextIntoHTMLBodyBegin",
+        "CVelmarMapi::ForwardMail SetBody",
+        "CVelmarMapi::ForwardMail SetProps",
+        "CVelmarMapi::ForwardMail HrGetOneProp",
+        "CVelmarMapi::ForwardMail SetProps",
+        "CVelmarMapi::ForwardMail AddRecipients",
+        "CVelmarMapi::ForwardMail CopyAttachments",
+        "CVelmarMapi::CopyAttachments start",
+        "CVelmarMapi::CopyAttachments FetchAttachments start",
+        "CVelmarMapi::CopyAttachments FetchAttachments end",
+        "CVelmarMapi::AddAttachements start",
+        "CVelmarMapi::AddAttachements searchAttachementIndex",
+        "CVelmarMapi::AddAttachements addAttachments",
+        "CVelmarMapi::AddAttachements end",
+        "CVelmarMapi::CopyAttachments end",
+        "CVelmarMapi::SendMail HrGetOnePropSent PR_MAILBOX_OWNER_ENTRYID",
+        "CVelmarMapi::SendMail SetProps Representing",
+        "CVelmarMapi::ForwardMail SubmitMessage start",
+        "CVelmarMapi::ForwardMail SubmitMessage end",
+        "CVelmarMapi::ForwardMail RemoveFiles start",
+        "CVelmarMapi::ForwardMail RemoveFiles end",
+        "CVelmarMapi::ForwardMail MAPIFreeBuffer start",
+        "CVelmarMapi::ForwardMail MAPIFreeBuffer end",
+        "CVelmarMapi::ForwardMail CloseOutbox",
+        "CVelmarMapi::ForwardMail MAPIFreeBuffer start",
+        "CVelmarMapi::ForwardMail MAPIFreeBuffer end",
+        "CVelmarMapi::ForwardMail releases",
+        "CVelmarMapi::ForwardMail end",
+    };
+    EXPECT_EQ(steps, expected);
 }
 
 TEST_F(SendCommands, ForwardSubjectRules) {
