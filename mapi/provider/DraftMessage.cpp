@@ -8,7 +8,7 @@
 #include "mapi/provider/Maildir.h"
 #include "mapi/provider/MaildirWriter.h"
 #include "mapi/runtime/Table.h"
-#include "mapi/spool/SpoolerQueue.h"
+#include "mapi/provider/SpoolerQueue.h"
 #include "mapitags.h"
 
 namespace velmar::mapi {

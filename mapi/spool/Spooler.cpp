@@ -7,7 +7,7 @@
 
 #include "mapi/provider/Maildir.h"
 #include "mapi/spool/QueueDelivery.h"
-#include "mapi/spool/SpoolerQueue.h"
+#include "mapi/provider/SpoolerQueue.h"
 #include "support/Utf8.h"
 
 namespace velmar::mapi {
