@@ -10,6 +10,8 @@
 #include <cstdlib>
 
 #include <algorithm>
+#include <map>
+#include <set>
 
 #include "tests/SendServiceFixture.h"
 #include "tests/SmtpTestServer.h"
@@ -222,10 +224,24 @@ TEST_F(SmtpSending, AConnectionLostAfterTheDataKeepsTheMessageQueued) {
     server.SetControl("{}");
     request.subject = "Anstoss";
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
-    const std::vector<CReceivedMail> mails = server.Messages();
-    ASSERT_EQ(mails.size(), 3u);
-    EXPECT_TRUE(mails[0].dropped);
-    EXPECT_EQ(Field(mails[0].data, "Message-Id"), Field(mails[1].data, "Message-Id"));
+    // The submit's own pass and the forced one may both have tried while the server dropped the line: the
+    // server holds one or more dropped copies, all with the lost message's id, then one good copy of each.
+    std::map<std::string, int> good;
+    std::set<std::string> lostIds;
+    size_t dropped = 0;
+    for (const CReceivedMail& mail : server.Messages()) {
+        const std::string subject = Field(mail.data, "Subject");
+        if (mail.dropped) {
+            ++dropped;
+            EXPECT_EQ(subject, "Verloren");
+        } else {
+            ++good[subject];
+        }
+        if (subject == "Verloren") lostIds.insert(Field(mail.data, "Message-Id"));
+    }
+    EXPECT_GE(dropped, 1u);
+    EXPECT_EQ(good, (std::map<std::string, int>{{"Anstoss", 1}, {"Verloren", 1}}));
+    EXPECT_EQ(lostIds.size(), 1u) << "every copy is the same message";
     EXPECT_TRUE(WaitForEmpty("one", ".Outbox"));
 }
 
