@@ -1,33 +1,41 @@
-// A real SMTP server on loopback for the tests (tests/smtp/smtp_test_server.py under Debian's Python with
-// aiosmtpd): started with its options, stopped and started again on its port, faults set while it runs, and
-// the messages it accepted read back with their envelopes.
+// A real SMTP server on loopback for the tests: tests/smtp/smtp_test_server.py (path in
+// VELMAR_SMTP_TEST_SERVER) under Debian's /usr/bin/python3 with aiosmtpd. Started with its options, stopped
+// and started again on its port, faults set while it runs, and the messages it accepted read back with
+// their envelopes. Its own files live in the folder it is given: spool/, tls/, control.json, server.log
+// (what it printed on its error output).
 #pragma once
 
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <spawn.h>
 #include <unistd.h>
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
-#include <optional>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "json/CkJsonArray.h"
 #include "json/CkJsonObject.h"
-#include "tests/ServiceProcess.h"
 #include "tests/TestFiles.h"
+
+extern char** environ;
 
 namespace velmar::test {
 
 // A TCP port on 127.0.0.1 that nothing listens on now; 0 when none could be had.
 inline int FreeLoopbackPort() {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0) return 0;
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -44,16 +52,17 @@ inline int FreeLoopbackPort() {
 struct CReceivedMail {
     std::string from;
     std::vector<std::string> recipients;
-    std::string data;  // as the server received it, CR LF line ends
+    std::string data;  // exactly as the server received it (dot-stuffing undone), CR LF line ends
     bool tls = false;
-    std::string user;
-    bool dropped = false;  // the server closed the connection instead of accepting it
+    std::string user;      // who logged on; empty when nobody did
+    bool dropped = false;  // the server closed the connection instead of replying to the data
 };
 
 class CSmtpTestServer {
 public:
-    // folder: the server's own (spool, certificate, control file); options: more command-line options
-    // ("--tls-dir", "--require-starttls", "--smtps", "--auth user:password").
+    // folder: the server's own; options: more command-line options of the script ("--tls-dir" alone, which
+    // means folder/tls, "--require-starttls", "--smtps", "--auth", "user:password"). Started at once: see
+    // Port() or StartError() for how that went.
     CSmtpTestServer(std::filesystem::path folder, std::vector<std::string> options = {})
         : m_folder(std::move(folder)), m_options(std::move(options)) {
         std::filesystem::create_directories(m_folder);
@@ -63,11 +72,14 @@ public:
     CSmtpTestServer(const CSmtpTestServer&) = delete;
     CSmtpTestServer& operator=(const CSmtpTestServer&) = delete;
 
-    // Starts it (again, on the port it had); false when it did not say it was ready within 20 s.
+    // Starts it (again, on the port it had before). False when it did not say READY within 20 s or ended
+    // first; StartError() then says why, with what the server printed, and it is written to stderr too.
     bool Start() {
-        if (m_process) return true;
-        std::vector<std::string> arguments{VELMAR_SMTP_TEST_SERVER, "--spool", (m_folder / "spool").string(),
-                                           "--control", (m_folder / "control.json").string()};
+        if (m_pid > 0) return true;
+        m_startError.clear();
+        std::vector<std::string> arguments{"/usr/bin/python3", VELMAR_SMTP_TEST_SERVER,
+                                           "--spool",          (m_folder / "spool").string(),
+                                           "--control",        (m_folder / "control.json").string()};
         if (m_port) arguments.insert(arguments.end(), {"--port", std::to_string(m_port)});
         for (const std::string& option : m_options) {
             if (option == "--tls-dir")
@@ -76,41 +88,76 @@ public:
                 arguments.push_back(option);
         }
         int output[2];
-        if (pipe(output) != 0) return false;
-        m_process.emplace("/usr/bin/python3", arguments, output[1]);
+        if (pipe2(output, O_CLOEXEC) != 0) return Failed("cannot make a pipe");
+        const std::string log = (m_folder / "server.log").string();
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
+        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_APPEND,
+                                         0600);
+        std::vector<char*> argv;
+        for (std::string& argument : arguments) argv.push_back(argument.data());
+        argv.push_back(nullptr);
+        pid_t pid = -1;
+        const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+        posix_spawn_file_actions_destroy(&actions);
         close(output[1]);
+        if (spawned != 0) {
+            close(output[0]);
+            return Failed("cannot run /usr/bin/python3");
+        }
+        m_pid = pid;
+
         std::string line;
+        bool ended = false;
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (line.find('\n') == std::string::npos && std::chrono::steady_clock::now() < end) {
+        while (!ended && line.find('\n') == std::string::npos && std::chrono::steady_clock::now() < end) {
             pollfd ready{output[0], POLLIN, 0};
             if (poll(&ready, 1, 200) <= 0) continue;
             char buffer[256];
             const ssize_t n = read(output[0], buffer, sizeof buffer);
-            if (n <= 0) break;
-            line.append(buffer, static_cast<size_t>(n));
+            ended = n <= 0;
+            if (n > 0) line.append(buffer, static_cast<size_t>(n));
         }
         close(output[0]);
-        if (line.rfind("READY ", 0) != 0) {
-            m_process.reset();
-            return false;
+        if (line.rfind("READY ", 0) != 0 || line.find('\n') == std::string::npos) {
+            Kill();
+            return Failed(ended ? "it ended before it was ready" : "it did not say READY within 20 s");
         }
         m_port = std::stoi(line.substr(6));
         return true;
     }
+
+    // Stops it (SIGTERM; SIGKILL when it is still there after 10 s) and reaps it.
     void Stop() {
-        if (!m_process) return;
-        m_process->Signal(SIGTERM);
-        m_process->WaitForExit(10000);
-        m_process.reset();
+        if (m_pid <= 0) return;
+        kill(m_pid, SIGTERM);
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (waitpid(m_pid, nullptr, WNOHANG) == 0) {
+            if (std::chrono::steady_clock::now() >= end) {
+                Kill();
+                return;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        m_pid = -1;
     }
 
+    bool Running() const { return m_pid > 0; }
+    const std::string& StartError() const { return m_startError; }
+    // The port it listens (or last listened) on; 0 before it ever started.
     int Port() const { return m_port; }
     std::string Url(const char* scheme = "smtp") const {
         return std::string(scheme) + "://127.0.0.1:" + std::to_string(m_port);
     }
+    // The self-signed certificate made with "--tls-dir", to trust as the CA.
     std::string CertificateFile() const { return (m_folder / "tls" / "cert.pem").string(); }
-    // Faults for the commands to come (see the script): a JSON object; "{}" for none.
-    void SetControl(const std::string& json) { WriteFile(m_folder / "control.json", json); }
+    // Faults for the commands to come (see the script): a JSON object; "{}" for none. Replaced whole, so
+    // the server never reads half of it.
+    void SetControl(const std::string& json) {
+        WriteFile(m_folder / "control.json.part", json);
+        std::filesystem::rename(m_folder / "control.json.part", m_folder / "control.json");
+    }
 
     // How many messages came, without reading them.
     size_t Count() const {
@@ -121,22 +168,22 @@ public:
         return count;
     }
 
+    // The messages it kept, in the order they came.
     std::vector<CReceivedMail> Messages() const {
         std::vector<CReceivedMail> mails;
-        const std::filesystem::path spool = m_folder / "spool";
-        if (!std::filesystem::is_directory(spool)) return mails;
         std::vector<std::filesystem::path> facts;
-        for (const auto& entry : std::filesystem::directory_iterator(spool))
+        std::error_code error;
+        for (const auto& entry : std::filesystem::directory_iterator(m_folder / "spool", error))
             if (entry.path().extension() == ".json") facts.push_back(entry.path());
         std::sort(facts.begin(), facts.end());
         for (const std::filesystem::path& path : facts) {
             CkJsonObject json;
-            if (!json.Load(ReadFile(path).c_str())) continue;
+            if (!json.LoadText(ReadFile(path))) continue;
             CReceivedMail mail;
-            mail.from = json.StringOf("mail_from") ? json.StringOf("mail_from") : "";
+            if (const char* from = json.StringOf("mail_from")) mail.from = from;
             if (std::unique_ptr<CkJsonArray> recipients = json.ArrayOf("rcpt_tos"))
                 for (int i = 0; i < recipients->Count(); ++i)
-                    mail.recipients.push_back(recipients->StringAt(i));
+                    if (const char* recipient = recipients->StringAt(i)) mail.recipients.push_back(recipient);
             mail.tls = json.BoolOf("tls");
             mail.dropped = json.BoolOf("dropped");
             if (const char* user = json.StringOf("auth_user")) mail.user = user;
@@ -146,23 +193,39 @@ public:
         }
         return mails;
     }
-    // Waits until count messages came (deliveries run on the spooler's thread); what came.
+
+    // Waits until count messages came (deliveries run on the spooler's thread) or patience runs out; what
+    // came by then, for the test to judge.
     std::vector<CReceivedMail> WaitForMessages(
         size_t count, std::chrono::seconds patience = std::chrono::seconds(30)) const {
         const auto end = std::chrono::steady_clock::now() + patience;
-        std::vector<CReceivedMail> mails = Messages();
-        while (mails.size() < count && std::chrono::steady_clock::now() < end) {
+        while (Count() < count && std::chrono::steady_clock::now() < end)
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            mails = Messages();
-        }
-        return mails;
+        return Messages();
     }
 
 private:
+    void Kill() {
+        if (m_pid <= 0) return;
+        kill(m_pid, SIGKILL);
+        while (waitpid(m_pid, nullptr, 0) < 0 && errno == EINTR) {
+        }
+        m_pid = -1;
+    }
+
+    bool Failed(const std::string& why) {
+        m_startError = "the SMTP test server did not start: " + why;
+        const std::string printed = ReadFile(m_folder / "server.log");
+        if (!printed.empty()) m_startError += "; it printed:\n" + printed;
+        std::fprintf(stderr, "%s\n", m_startError.c_str());
+        return false;
+    }
+
     std::filesystem::path m_folder;
     std::vector<std::string> m_options;
     int m_port = 0;
-    std::optional<CServiceProcess> m_process;
+    pid_t m_pid = -1;
+    std::string m_startError;
 };
 
 }  // namespace velmar::test

@@ -1,8 +1,8 @@
 // The SMTP server of a profile, from the smtp.* keys of its section of the profile file:
 //   smtp.url = smtp://host:587 | smtps://host:465   (empty: no SMTP server)
-//   smtp.starttls = required | optional | no        (default: required, unless the host is a loopback
-//   address) smtp.user, smtp.passwordeval (a command whose first output line is the password), smtp.password
-//   smtp.cafile = a CA bundle (PEM) trusted for this server instead of the system's store
+//   smtp.starttls = required | optional | no        (unset: required, unless the host is a loopback address)
+//   smtp.user, smtp.passwordeval (a command whose first output line is the password), smtp.password
+//   smtp.cafile = a CA bundle (PEM) for a private server, trusted instead of the system's store
 #pragma once
 
 #include <optional>
@@ -14,22 +14,29 @@ namespace velmar::mapi {
 enum class StartTlsPolicy { Required, Optional, No };
 
 struct CSmtpSettings {
-    std::string url;
-    std::optional<StartTlsPolicy> starttls;  // as given
-    std::string user;
-    std::string passwordEval;
-    std::string password;
+    std::string url;                         // smtp://host:port or smtps://host:port; empty: no SMTP server
+    std::optional<StartTlsPolicy> starttls;  // as given; see EffectiveStartTls for the policy in force
+    std::string user;                        // empty: no authentication
+    std::string passwordEval;                // a shell command whose first output line is the password
+    std::string password;                    // given in the profile file itself
+    // A CA bundle (PEM) for a private server. When set it is the only trust for the connection: the
+    // system's store is not consulted, so a public server is refused unless its CA is in the bundle too.
     std::string caFile;
 };
 
-// Applies one key of a profile section ("smtp.url", ...; letter case aside); false for a key it does not
-// know.
+// Applies one key of a profile section ("smtp.url", "smtp.starttls", "smtp.user", "smtp.passwordeval",
+// "smtp.password", "smtp.cafile"; letter case aside, values trimmed except the password's). False, and
+// settings unchanged, for a key it does not know or a starttls value other than required|optional|no.
 bool ApplySmtpSetting(CSmtpSettings& settings, std::string_view key, std::string_view value);
-// The policy in force: as given, else required unless the URL's host is a loopback address.
+
+// The policy in force: as given, else Required, except Optional for a loopback host (127.0.0.0/8, ::1,
+// "localhost"), where nothing travels over a network.
 StartTlsPolicy EffectiveStartTls(const CSmtpSettings& settings);
-// The password: the first line of what passwordEval prints (run by /bin/sh, at most 30 s), else password,
-// honoured only when profileFile is neither readable nor writable by group or others. Nullopt with error
-// set when it cannot be had; empty when none is configured.
+
+// The password to log on with. From passwordEval when set: its first output line without the line end, run
+// by /bin/sh -c; a command that fails, is killed or runs longer than 30 s is an error. Else from password,
+// honoured only when profileFile (stat'ed) is neither readable nor writable by group or others. Returns
+// the password (empty when none is configured), or nullopt with error set to a sentence saying why.
 std::optional<std::string> ResolveSmtpPassword(const CSmtpSettings& settings, const std::string& profileFile,
                                                std::string& error);
 

@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -14,8 +15,15 @@ constexpr long kConnectSeconds = 30;
 // A server that takes less than a byte a second for a minute is gone.
 constexpr long kLowSpeedBytes = 1;
 constexpr long kLowSpeedSeconds = 60;
-// Large messages go up in large pieces: the default of 64 KB costs a system call and a callback each.
+// Large messages go up in large pieces: libcurl's default of 64 KB costs a callback and a send each.
 constexpr long kUploadBufferBytes = 512 * 1024;
+
+#if LIBCURL_VERSION_NUM >= 0x080200
+constexpr CURLoption kAllowFailingRecipients = CURLOPT_MAIL_RCPT_ALLOWFAILS;
+#else
+// libcurl before 8.2 spells it with three L.
+constexpr CURLoption kAllowFailingRecipients = CURLOPT_MAIL_RCPT_ALLLOWFAILS;
+#endif
 
 struct CEasyDeleter {
     void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
@@ -23,8 +31,30 @@ struct CEasyDeleter {
 struct CListDeleter {
     void operator()(curl_slist* list) const { curl_slist_free_all(list); }
 };
+using CEasyHandle = std::unique_ptr<CURL, CEasyDeleter>;
+using CStringList = std::unique_ptr<curl_slist, CListDeleter>;
 
-// What goes up: the message, read out in place.
+void InitializeCurl() {
+    static std::once_flag once;
+    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+}
+
+// Sets options one after the other and keeps the first refusal, so one check after them all will do.
+class COptionSetter {
+public:
+    explicit COptionSetter(CURL* easy) : m_easy(easy) {}
+    template <typename T>
+    void Set(CURLoption option, T value) {
+        if (m_result == CURLE_OK) m_result = curl_easy_setopt(m_easy, option, value);
+    }
+    CURLcode Result() const { return m_result; }
+
+private:
+    CURL* m_easy;
+    CURLcode m_result = CURLE_OK;
+};
+
+// What goes up: the caller's message, copied straight into libcurl's buffer.
 struct CUpload {
     std::string_view bytes;
     size_t sent = 0;
@@ -38,155 +68,196 @@ size_t ReadUpload(char* buffer, size_t size, size_t count, void* data) {
     return n;
 }
 
-// The conversation as the server answers it: each reply matched with the command it answers.
-class CConversation {
+struct CReply {
+    int code = 0;  // 0: none came
+    std::string text;
+};
+
+bool StartsWithNoCase(std::string_view text, std::string_view prefix) {
+    return text.size() >= prefix.size() &&
+           std::equal(prefix.begin(), prefix.end(), text.begin(), [](char a, char b) {
+               return std::toupper(static_cast<unsigned char>(a)) ==
+                      std::toupper(static_cast<unsigned char>(b));
+           });
+}
+
+// The server's replies, each matched with the command it answers, as libcurl's debug callback shows them.
+// libcurl speaks SMTP without pipelining: it sends one command and reads its whole reply before the next,
+// so the reply that completes after a command is that command's. Only replies are kept, never what we
+// sent: the lines after AUTH carry the password.
+class CSmtpTranscript {
 public:
-    explicit CConversation(const std::vector<std::string>& recipients) {
+    explicit CSmtpTranscript(const std::vector<std::string>& recipients) {
         for (const std::string& address : recipients) m_recipients.push_back({address, 0, {}});
     }
 
-    void Sent(std::string_view command) {
+    void CommandSent(std::string_view line) {
         m_pending.clear();
-        if (StartsWithNoCase(command, "RCPT TO:")) {
+        m_partial.clear();
+        // The lines that answer the server's 334 challenges belong to the AUTH that began them.
+        if (m_command == Command::Auth) return;
+        if (StartsWithNoCase(line, "RCPT TO:")) {
             m_command = Command::Rcpt;
-            ++m_rcptIndex;
-        } else if (StartsWithNoCase(command, "MAIL FROM:")) {
+            ++m_rcptSent;
+        } else if (StartsWithNoCase(line, "MAIL FROM:")) {
             m_command = Command::Mail;
-        } else if (StartsWithNoCase(command, "DATA")) {
+        } else if (StartsWithNoCase(line, "DATA")) {
             m_command = Command::Data;
-        } else if (StartsWithNoCase(command, "AUTH") || m_command == Command::Auth) {
+        } else if (StartsWithNoCase(line, "AUTH")) {
             m_command = Command::Auth;
         } else {
             m_command = Command::Other;
         }
     }
 
-    // Lines of a reply as the server sends them; "250-" goes on, "250 " ends it.
-    void Received(std::string_view text) {
-        while (!text.empty()) {
-            const size_t end = text.find('\n');
-            std::string_view line = text.substr(0, end);
-            text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
+    // Reply text as it comes: "250-..." lines go on, a "250 ..." (or bare "250") line ends the reply.
+    void ReplyReceived(std::string_view text) {
+        m_partial.append(text);
+        size_t start = 0;
+        for (size_t end; (end = m_partial.find('\n', start)) != std::string::npos; start = end + 1) {
+            std::string_view line(m_partial.data() + start, end - start);
             if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-            if (line.size() < 3) continue;
-            if (!m_pending.empty()) m_pending += ' ';
-            m_pending += line.size() > 4 ? line.substr(4) : std::string_view();
-            if (line.size() == 3 || line[3] != '-')
-                Complete(std::atoi(std::string(line.substr(0, 3)).c_str()));
+            ReplyLine(line);
         }
+        m_partial.erase(0, start);
     }
 
-    std::vector<CRecipientReply> m_recipients;
-    int m_mailCode = 0, m_dataCode = 0, m_authCode = 0, m_lastCode = 0;
-    std::string m_mailText, m_dataText, m_authText, m_lastText;
+    const std::vector<CRecipientReply>& Recipients() const { return m_recipients; }
+    const CReply& Auth() const { return m_auth; }
+    const CReply& Mail() const { return m_mail; }
+    const CReply& Data() const { return m_data; }  // to DATA when it refused, else to the data itself
+    const CReply& Last() const { return m_last; }
 
 private:
     enum class Command { None, Mail, Rcpt, Data, DataEnd, Auth, Other };
 
-    static bool StartsWithNoCase(std::string_view text, std::string_view prefix) {
-        return text.size() >= prefix.size() &&
-               std::equal(prefix.begin(), prefix.end(), text.begin(), [](char a, char b) {
-                   return std::toupper(static_cast<unsigned char>(a)) ==
-                          std::toupper(static_cast<unsigned char>(b));
-               });
+    void ReplyLine(std::string_view line) {
+        if (line.size() < 3 || !std::all_of(line.begin(), line.begin() + 3, [](char c) {
+                return std::isdigit(static_cast<unsigned char>(c));
+            }))
+            return;
+        if (!m_pending.empty()) m_pending += ' ';
+        if (line.size() > 4) m_pending.append(line.substr(4));
+        if (line.size() > 3 && line[3] == '-') return;
+        Complete((line[0] - '0') * 100 + (line[1] - '0') * 10 + (line[2] - '0'));
     }
 
     void Complete(int code) {
-        m_lastCode = code;
-        m_lastText = m_pending;
+        CReply reply{code, std::move(m_pending)};
+        m_pending.clear();
+        m_last = reply;
         switch (m_command) {
             case Command::Rcpt:
-                if (m_rcptIndex >= 0 && static_cast<size_t>(m_rcptIndex) < m_recipients.size()) {
-                    m_recipients[static_cast<size_t>(m_rcptIndex)].code = code;
-                    m_recipients[static_cast<size_t>(m_rcptIndex)].text = m_pending;
+                // libcurl walks the recipient list in order, one RCPT TO each: the n-th sent is our n-th.
+                // The address on the wire may differ from ours (a domain in its ASCII form), so the order
+                // pairs them, not the text.
+                if (m_rcptSent >= 1 && static_cast<size_t>(m_rcptSent) <= m_recipients.size()) {
+                    CRecipientReply& recipient = m_recipients[static_cast<size_t>(m_rcptSent - 1)];
+                    recipient.code = reply.code;
+                    recipient.text = std::move(reply.text);
                 }
                 break;
             case Command::Mail:
-                m_mailCode = code;
-                m_mailText = m_pending;
+                m_mail = std::move(reply);
                 break;
             case Command::Data:
                 // 354 asks for the data; the reply after it is the one to the data itself.
-                if (code == 354) {
-                    m_command = Command::DataEnd;
-                    m_pending.clear();
-                    return;
-                }
-                m_dataCode = code;
-                m_dataText = m_pending;
+                m_command = code == 354 ? Command::DataEnd : Command::None;
+                if (code != 354) m_data = std::move(reply);
                 break;
             case Command::DataEnd:
-                m_dataCode = code;
-                m_dataText = m_pending;
+                m_command = Command::None;
+                m_data = std::move(reply);
                 break;
             case Command::Auth:
-                m_authCode = code;
-                m_authText = m_pending;
+                if (code != 334) m_command = Command::None;  // 334: a challenge, the exchange goes on
+                m_auth = std::move(reply);
                 break;
             default:
                 break;
         }
-        m_pending.clear();
-        if (m_command == Command::DataEnd || m_command == Command::Data) m_command = Command::None;
     }
 
+    std::vector<CRecipientReply> m_recipients;
+    CReply m_auth, m_mail, m_data, m_last;
     Command m_command = Command::None;
-    int m_rcptIndex = -1;
-    std::string m_pending;
+    int m_rcptSent = 0;
+    std::string m_pending;  // the text of the reply so far
+    std::string m_partial;  // a line not yet ended
 };
 
-int Debug(CURL*, curl_infotype type, char* data, size_t size, void* conversation) {
-    auto* talk = static_cast<CConversation*>(conversation);
+int OnDebug(CURL*, curl_infotype type, char* data, size_t size, void* transcript) {
+    auto* talk = static_cast<CSmtpTranscript*>(transcript);
     if (type == CURLINFO_HEADER_OUT)
-        talk->Sent(std::string_view(data, size));
+        talk->CommandSent(std::string_view(data, size));
     else if (type == CURLINFO_HEADER_IN)
-        talk->Received(std::string_view(data, size));
+        talk->ReplyReceived(std::string_view(data, size));
     return 0;
 }
 
-int Progress(void* cancel, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+int OnProgress(void* cancel, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
     const auto* flag = static_cast<const std::atomic<bool>*>(cancel);
     return flag && flag->load() ? 1 : 0;
 }
 
-void InitializeCurl() {
-    static std::once_flag once;
-    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+SmtpOutcome OutcomeOf(int code) {
+    return code >= 500 ? SmtpOutcome::Permanent : SmtpOutcome::Temporary;
 }
 
-std::string Bracketed(const std::string& address) {
-    return "<" + address + ">";
-}
-
-// Decides the outcome from what the server said and how the transfer ended.
-void Classify(const CConversation& talk, CURLcode code, const char* curlError, CSmtpResult& result) {
-    const auto set = [&](SmtpOutcome outcome, int reply, const std::string& text) {
+// Decides the outcome from what the server said and, where it said nothing that decides, from how the
+// transfer ended.
+void Classify(const CSmtpTranscript& talk, CURLcode transfer, const char* curlError, CSmtpResult& result) {
+    const auto decide = [&](SmtpOutcome outcome, const CReply& reply) {
         result.outcome = outcome;
-        result.code = reply;
-        result.text = text;
+        result.code = reply.code;
+        result.text = reply.text;
     };
-    if (talk.m_authCode >= 500 || code == CURLE_LOGIN_DENIED)
-        return set(SmtpOutcome::Permanent, talk.m_authCode ? talk.m_authCode : 535,
-                   talk.m_authText.empty() ? curlError : talk.m_authText);
-    if (talk.m_mailCode >= 400)
-        return set(talk.m_mailCode >= 500 ? SmtpOutcome::Permanent : SmtpOutcome::Temporary, talk.m_mailCode,
-                   talk.m_mailText);
-    if (talk.m_dataCode >= 200 && talk.m_dataCode < 300)
-        return set(SmtpOutcome::Accepted, talk.m_dataCode, talk.m_dataText);
-    if (talk.m_dataCode >= 400)
-        return set(talk.m_dataCode >= 500 ? SmtpOutcome::Permanent : SmtpOutcome::Temporary, talk.m_dataCode,
-                   talk.m_dataText);
-    const bool allAnswered = std::all_of(result.recipients.begin(), result.recipients.end(),
-                                         [](const CRecipientReply& r) { return r.code >= 400; });
-    if (allAnswered && !result.recipients.empty()) {
-        const bool allPermanent = std::all_of(result.recipients.begin(), result.recipients.end(),
-                                              [](const CRecipientReply& r) { return r.code >= 500; });
-        const CRecipientReply& first = result.recipients.front();
-        return set(allPermanent ? SmtpOutcome::Permanent : SmtpOutcome::Temporary, first.code, first.text);
+    if (talk.Auth().code >= 400) return decide(OutcomeOf(talk.Auth().code), talk.Auth());
+    if (talk.Mail().code >= 400) return decide(OutcomeOf(talk.Mail().code), talk.Mail());
+    if (talk.Data().code >= 200 && talk.Data().code < 300) return decide(SmtpOutcome::Accepted, talk.Data());
+    if (talk.Data().code >= 400) return decide(OutcomeOf(talk.Data().code), talk.Data());
+
+    const std::vector<CRecipientReply>& recipients = talk.Recipients();
+    const bool noneAccepted = std::all_of(recipients.begin(), recipients.end(),
+                                          [](const CRecipientReply& r) { return r.code >= 400; });
+    if (noneAccepted && !recipients.empty()) {
+        // One refused for now is reason enough to try again; the report waits for the final word.
+        const auto temporary = std::find_if(recipients.begin(), recipients.end(),
+                                            [](const CRecipientReply& r) { return r.code < 500; });
+        const CRecipientReply& deciding = temporary != recipients.end() ? *temporary : recipients.front();
+        return decide(OutcomeOf(deciding.code), CReply{deciding.code, deciding.text});
     }
-    set(SmtpOutcome::Temporary, talk.m_lastCode >= 400 ? talk.m_lastCode : 0,
-        std::string(curl_easy_strerror(code)) +
-            (curlError[0] ? std::string(": ") + curlError : std::string()));
+
+    result.outcome = SmtpOutcome::Temporary;
+    // A refusal the transfer ended on (a 421 greeting, say) is the server's word; a lost line has none.
+    result.code = talk.Last().code >= 400 ? talk.Last().code : 0;
+    result.text = curl_easy_strerror(transfer);
+    if (curlError[0]) result.text += std::string(": ") + curlError;
+}
+
+long CurlSslLevel(StartTlsPolicy policy) {
+    switch (policy) {
+        case StartTlsPolicy::Required:
+            return CURLUSESSL_ALL;
+        case StartTlsPolicy::Optional:
+            return CURLUSESSL_TRY;
+        case StartTlsPolicy::No:
+            break;
+    }
+    return CURLUSESSL_NONE;
+}
+
+// A line break in an address would end the command early and start one of its own.
+bool SafeForSmtp(const std::string& address) {
+    return address.find_first_of(std::string_view("\r\n\0", 3)) == std::string::npos;
+}
+
+CSmtpResult Refused(const std::vector<std::string>& recipients, std::string text) {
+    CSmtpResult result;
+    result.outcome = SmtpOutcome::Permanent;
+    result.text = std::move(text);
+    for (const std::string& address : recipients) result.recipients.push_back({address, 0, {}});
+    return result;
 }
 
 }  // namespace
@@ -194,65 +265,85 @@ void Classify(const CConversation& talk, CURLcode code, const char* curlError, C
 CSmtpResult SubmitBySmtp(const CSmtpSettings& settings, const std::string& password, const std::string& from,
                          const std::vector<std::string>& recipients, std::string_view mime,
                          const std::atomic<bool>* cancel) {
+    if (recipients.empty()) return Refused(recipients, "the message has no recipients");
+    if (!SafeForSmtp(from) || !std::all_of(recipients.begin(), recipients.end(), SafeForSmtp))
+        return Refused(recipients, "an address with a line break cannot be sent");
+
     InitializeCurl();
     CSmtpResult result;
-    std::unique_ptr<CURL, CEasyDeleter> easy(curl_easy_init());
+    const CEasyHandle easy(curl_easy_init());
     if (!easy) {
         result.text = "libcurl cannot start a transfer";
         return result;
     }
-    curl_slist* rawList = nullptr;
+    // Bare addresses: libcurl adds the brackets, and puts a domain in its ASCII form when it has to.
+    CStringList list;
     for (const std::string& recipient : recipients) {
-        curl_slist* grown = curl_slist_append(rawList, Bracketed(recipient).c_str());
-        if (!grown) {
-            curl_slist_free_all(rawList);
+        curl_slist* head = curl_slist_append(list.get(), recipient.c_str());
+        if (!head) {
             result.text = "out of memory";
             return result;
         }
-        rawList = grown;
+        if (!list) list.reset(head);  // later appends return the same head
     }
-    const std::unique_ptr<curl_slist, CListDeleter> list(rawList);
-    CConversation talk(recipients);
+    CSmtpTranscript talk(recipients);
     CUpload upload{mime, 0};
     char error[CURL_ERROR_SIZE] = {};
-    const std::string sender = Bracketed(from);
-    CURL* handle = easy.get();
-    curl_easy_setopt(handle, CURLOPT_URL, settings.url.c_str());
-    curl_easy_setopt(handle, CURLOPT_MAIL_FROM, sender.c_str());
-    curl_easy_setopt(handle, CURLOPT_MAIL_RCPT, list.get());
-    // Each refused recipient is refused alone; its reply is read off the conversation.
-    curl_easy_setopt(handle, CURLOPT_MAIL_RCPT_ALLLOWFAILS, 1L);
-    curl_easy_setopt(handle, CURLOPT_UPLOAD, 1L);
-    curl_easy_setopt(handle, CURLOPT_READFUNCTION, ReadUpload);
-    curl_easy_setopt(handle, CURLOPT_READDATA, &upload);
-    curl_easy_setopt(handle, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(mime.size()));
-    curl_easy_setopt(handle, CURLOPT_UPLOAD_BUFFERSIZE, kUploadBufferBytes);
-    const StartTlsPolicy tls = EffectiveStartTls(settings);
-    curl_easy_setopt(handle, CURLOPT_USE_SSL,
-                     tls == StartTlsPolicy::Required   ? static_cast<long>(CURLUSESSL_ALL)
-                     : tls == StartTlsPolicy::Optional ? static_cast<long>(CURLUSESSL_TRY)
-                                                       : static_cast<long>(CURLUSESSL_NONE));
-    curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
-    curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L);
-    if (!settings.caFile.empty()) curl_easy_setopt(handle, CURLOPT_CAINFO, settings.caFile.c_str());
+
+    COptionSetter options(easy.get());
+    options.Set(CURLOPT_ERRORBUFFER, error);
+    options.Set(CURLOPT_URL, settings.url.c_str());
+    // A mistyped URL must not make us speak another protocol to somebody; no scheme means smtp.
+#if LIBCURL_VERSION_NUM >= 0x075500
+    options.Set(CURLOPT_PROTOCOLS_STR, "smtp,smtps");
+#else
+    options.Set(CURLOPT_PROTOCOLS, static_cast<long>(CURLPROTO_SMTP | CURLPROTO_SMTPS));
+#endif
+    options.Set(CURLOPT_DEFAULT_PROTOCOL, "smtp");
+    options.Set(CURLOPT_MAIL_FROM, from.c_str());
+    options.Set(CURLOPT_MAIL_RCPT, list.get());
+    // One refused recipient does not end the transfer for the others; each one's reply is in the transcript.
+    options.Set(kAllowFailingRecipients, 1L);
+    options.Set(CURLOPT_UPLOAD, 1L);
+    options.Set(CURLOPT_READFUNCTION, ReadUpload);
+    options.Set(CURLOPT_READDATA, &upload);
+    options.Set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(mime.size()));
+    options.Set(CURLOPT_UPLOAD_BUFFERSIZE, kUploadBufferBytes);
+    // smtps:// is TLS from the first byte whatever this says; for smtp:// it decides on STARTTLS.
+    options.Set(CURLOPT_USE_SSL, CurlSslLevel(EffectiveStartTls(settings)));
+    options.Set(CURLOPT_SSL_VERIFYPEER, 1L);
+    options.Set(CURLOPT_SSL_VERIFYHOST, 2L);
     if (!settings.user.empty()) {
-        curl_easy_setopt(handle, CURLOPT_USERNAME, settings.user.c_str());
-        curl_easy_setopt(handle, CURLOPT_PASSWORD, password.c_str());
+        options.Set(CURLOPT_USERNAME, settings.user.c_str());
+        options.Set(CURLOPT_PASSWORD, password.c_str());
     }
-    curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT, kConnectSeconds);
-    curl_easy_setopt(handle, CURLOPT_LOW_SPEED_LIMIT, kLowSpeedBytes);
-    curl_easy_setopt(handle, CURLOPT_LOW_SPEED_TIME, kLowSpeedSeconds);
-    curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, error);
-    curl_easy_setopt(handle, CURLOPT_VERBOSE, 1L);
-    curl_easy_setopt(handle, CURLOPT_DEBUGFUNCTION, Debug);
-    curl_easy_setopt(handle, CURLOPT_DEBUGDATA, &talk);
-    curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
-    curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, Progress);
-    curl_easy_setopt(handle, CURLOPT_XFERINFODATA, cancel);
-    const CURLcode code = curl_easy_perform(handle);
-    result.recipients = talk.m_recipients;
-    Classify(talk, code, error, result);
+    options.Set(CURLOPT_CONNECTTIMEOUT, kConnectSeconds);
+    options.Set(CURLOPT_LOW_SPEED_LIMIT, kLowSpeedBytes);
+    options.Set(CURLOPT_LOW_SPEED_TIME, kLowSpeedSeconds);
+    options.Set(CURLOPT_NOSIGNAL, 1L);
+    // The debug callback is how the server's replies are seen; it needs the verbose mode, and prints nothing.
+    options.Set(CURLOPT_VERBOSE, 1L);
+    options.Set(CURLOPT_DEBUGFUNCTION, OnDebug);
+    options.Set(CURLOPT_DEBUGDATA, &talk);
+    options.Set(CURLOPT_NOPROGRESS, 0L);
+    options.Set(CURLOPT_XFERINFOFUNCTION, OnProgress);
+    options.Set(CURLOPT_XFERINFODATA, cancel);
+    if (!settings.caFile.empty()) {
+        options.Set(CURLOPT_CAINFO, settings.caFile.c_str());
+        // The bundle is the whole trust for this server: else the system's CA folder, libcurl's default
+        // path, would be read beside it. Ignored on purpose when it fails: a libcurl without CA folders
+        // has none to leave out.
+        static_cast<void>(curl_easy_setopt(easy.get(), CURLOPT_CAPATH, static_cast<const char*>(nullptr)));
+    }
+    if (options.Result() != CURLE_OK) {
+        result.text =
+            std::string("libcurl cannot be set up for SMTP: ") + curl_easy_strerror(options.Result());
+        return result;
+    }
+
+    const CURLcode transfer = curl_easy_perform(easy.get());
+    result.recipients = talk.Recipients();
+    Classify(talk, transfer, error, result);
     return result;
 }
 

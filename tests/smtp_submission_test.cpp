@@ -1,0 +1,530 @@
+// SMTP submission through libcurl against a real SMTP server on loopback (aiosmtpd, see
+// tests/smtp/smtp_test_server.py): the bytes and the envelope that arrive, STARTTLS, TLS from the first
+// byte and AUTH, each recipient's own reply, the replies that make a failure temporary or permanent, and a
+// server that is down. Before them, the smtp.* settings of a profile and where the password comes from.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <atomic>
+#include <cerrno>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "mapi/spool/SmtpSettings.h"
+#include "mapi/spool/SmtpSubmission.h"
+#include "tests/SmtpTestServer.h"
+#include "tests/TestFiles.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using velmar::mapi::ApplySmtpSetting;
+using velmar::mapi::CSmtpResult;
+using velmar::mapi::CSmtpSettings;
+using velmar::mapi::EffectiveStartTls;
+using velmar::mapi::ResolveSmtpPassword;
+using velmar::mapi::SmtpOutcome;
+using velmar::mapi::StartTlsPolicy;
+using velmar::mapi::SubmitBySmtp;
+using velmar::test::CReceivedMail;
+using velmar::test::CSmtpTestServer;
+using velmar::test::CTempDir;
+using velmar::test::ReadFile;
+using velmar::test::WriteFile;
+
+const char* NameOf(SmtpOutcome outcome) {
+    switch (outcome) {
+        case SmtpOutcome::Accepted:
+            return "Accepted";
+        case SmtpOutcome::Temporary:
+            return "Temporary";
+        case SmtpOutcome::Permanent:
+            return "Permanent";
+    }
+    return "?";
+}
+
+// Everything a failed expectation needs to be understood.
+std::string Described(const CSmtpResult& result) {
+    std::string text =
+        std::string(NameOf(result.outcome)) + " " + std::to_string(result.code) + " " + result.text;
+    for (const auto& recipient : result.recipients)
+        text += "\n  " + recipient.address + ": " + std::to_string(recipient.code) + " " + recipient.text;
+    return text;
+}
+
+// No child of this process is left unreaped (none is running in these cases).
+bool NoZombies() {
+    int status = 0;
+    return waitpid(-1, &status, WNOHANG) < 0 && errno == ECHILD;
+}
+
+// ------------------------------------------------------------------------------------------- settings
+
+TEST(SmtpSettings, KeysAreMatchedWithoutLetterCaseAndValuesTrimmed) {
+    CSmtpSettings settings;
+    EXPECT_TRUE(ApplySmtpSetting(settings, "SMTP.URL", "  smtp://mail.example.org:587 "));
+    EXPECT_TRUE(ApplySmtpSetting(settings, "smtp.User", " anna "));
+    EXPECT_TRUE(ApplySmtpSetting(settings, "smtp.passwordeval", " pass show mail "));
+    EXPECT_TRUE(ApplySmtpSetting(settings, "smtp.password", " mit Leerzeichen "));
+    EXPECT_TRUE(ApplySmtpSetting(settings, "smtp.cafile", "/etc/private-ca.pem"));
+    EXPECT_EQ(settings.url, "smtp://mail.example.org:587");
+    EXPECT_EQ(settings.user, "anna");
+    EXPECT_EQ(settings.passwordEval, "pass show mail");
+    EXPECT_EQ(settings.password, " mit Leerzeichen ") << "a password keeps its spaces";
+    EXPECT_EQ(settings.caFile, "/etc/private-ca.pem");
+    EXPECT_FALSE(settings.starttls.has_value());
+
+    EXPECT_FALSE(ApplySmtpSetting(settings, "smtp.server", "x")) << "not a key of ours";
+    EXPECT_FALSE(ApplySmtpSetting(settings, "store1.path", "x"));
+    EXPECT_EQ(settings.url, "smtp://mail.example.org:587");
+}
+
+TEST(SmtpSettings, StartTlsTakesThreeValues) {
+    CSmtpSettings settings;
+    EXPECT_TRUE(ApplySmtpSetting(settings, "smtp.starttls", "Optional"));
+    EXPECT_EQ(settings.starttls, StartTlsPolicy::Optional);
+    EXPECT_TRUE(ApplySmtpSetting(settings, "smtp.starttls", "no"));
+    EXPECT_EQ(settings.starttls, StartTlsPolicy::No);
+    EXPECT_TRUE(ApplySmtpSetting(settings, "smtp.starttls", "REQUIRED"));
+    EXPECT_EQ(settings.starttls, StartTlsPolicy::Required);
+    EXPECT_FALSE(ApplySmtpSetting(settings, "smtp.starttls", "maybe"));
+    EXPECT_EQ(settings.starttls, StartTlsPolicy::Required) << "an unknown value changes nothing";
+}
+
+TEST(SmtpSettings, StartTlsIsRequiredUnlessTheHostIsALoopbackAddress) {
+    const auto policyFor = [](const std::string& url) {
+        CSmtpSettings settings;
+        settings.url = url;
+        return EffectiveStartTls(settings);
+    };
+    for (const char* loopback : {"smtp://127.0.0.1:2525", "smtp://127.200.3.4", "smtp://localhost:25",
+                                 "smtp://LocalHost", "smtp://anna@localhost:587/", "smtp://[::1]:25"})
+        EXPECT_EQ(policyFor(loopback), StartTlsPolicy::Optional) << loopback;
+    for (const char* remote : {"smtp://mail.example.org:587", "smtp://127.example.org:25", "smtp://10.0.0.1",
+                               "smtp://[2001:db8::1]:25", "smtp://localhost.example.org", ""})
+        EXPECT_EQ(policyFor(remote), StartTlsPolicy::Required) << remote;
+
+    CSmtpSettings given;
+    given.url = "smtp://127.0.0.1:25";
+    given.starttls = StartTlsPolicy::Required;
+    EXPECT_EQ(EffectiveStartTls(given), StartTlsPolicy::Required) << "what is given wins";
+    given.url = "smtp://mail.example.org";
+    given.starttls = StartTlsPolicy::No;
+    EXPECT_EQ(EffectiveStartTls(given), StartTlsPolicy::No);
+}
+
+class SmtpPassword : public ::testing::Test {
+protected:
+    // A profile file with the permissions given.
+    std::string Profile(mode_t mode) {
+        const fs::path path = m_dir / "profiles.ini";
+        WriteFile(path, "[Velmar]\nsmtp.password = geheim\n");
+        chmod(path.c_str(), mode);
+        return path.string();
+    }
+
+    CTempDir m_dir;
+    std::string m_error;
+};
+
+TEST_F(SmtpPassword, TheCommandsFirstLineIsThePassword) {
+    CSmtpSettings settings;
+    settings.passwordEval = "printf 'geheim\\r\\nzweite Zeile\\n'";
+    settings.password = "aus der Datei";  // the command comes first
+    EXPECT_EQ(ResolveSmtpPassword(settings, Profile(0600), m_error), "geheim") << m_error;
+
+    settings.passwordEval = "printf 'ohne Zeilenende'";
+    EXPECT_EQ(ResolveSmtpPassword(settings, Profile(0600), m_error), "ohne Zeilenende") << m_error;
+    settings.passwordEval = "true";
+    EXPECT_EQ(ResolveSmtpPassword(settings, Profile(0600), m_error), "") << "no output: an empty password";
+    EXPECT_TRUE(NoZombies());
+}
+
+TEST_F(SmtpPassword, ACommandThatFailsIsAnErrorAndItsOutputIsNotRepeated) {
+    CSmtpSettings settings;
+    settings.passwordEval = "echo geheim; exit 3";
+    EXPECT_EQ(ResolveSmtpPassword(settings, "", m_error), std::nullopt);
+    EXPECT_NE(m_error.find("exit status 3"), std::string::npos) << m_error;
+    EXPECT_EQ(m_error.find("geheim"), std::string::npos) << "the output may be the password";
+
+    settings.passwordEval = "kill -9 $$";
+    EXPECT_EQ(ResolveSmtpPassword(settings, "", m_error), std::nullopt);
+    EXPECT_NE(m_error.find("signal 9"), std::string::npos) << m_error;
+
+    settings.passwordEval = "/nonexistent/password-program 2>/dev/null";
+    EXPECT_EQ(ResolveSmtpPassword(settings, "", m_error), std::nullopt);
+    EXPECT_FALSE(m_error.empty());
+    EXPECT_TRUE(NoZombies()) << "every command is reaped";
+}
+
+// A command may start something that keeps its output open (an agent, say); the command's own end is what
+// counts, not the pipe's.
+TEST_F(SmtpPassword, ACommandThatLeavesAProcessBehindIsNotWaitedFor) {
+    const fs::path pidFile = m_dir / "behind.pid";
+    CSmtpSettings settings;
+    settings.passwordEval = "sleep 60 2>/dev/null & echo $! > '" + pidFile.string() + "'; echo geheim";
+    EXPECT_EQ(ResolveSmtpPassword(settings, "", m_error), "geheim") << m_error;
+    const int behind = std::atoi(ReadFile(pidFile).c_str());
+    ASSERT_GT(behind, 0);
+    kill(behind, SIGKILL);
+}
+
+TEST_F(SmtpPassword, APasswordInTheFileCountsOnlyWhenOthersCannotReadIt) {
+    CSmtpSettings settings;
+    settings.password = "geheim";
+    EXPECT_EQ(ResolveSmtpPassword(settings, Profile(0600), m_error), "geheim") << m_error;
+    EXPECT_EQ(ResolveSmtpPassword(settings, Profile(0400), m_error), "geheim") << m_error;
+
+    for (const mode_t open : {0644, 0640, 0620, 0604, 0602}) {
+        m_error.clear();
+        EXPECT_EQ(ResolveSmtpPassword(settings, Profile(open), m_error), std::nullopt) << std::oct << open;
+        EXPECT_NE(m_error.find("smtp.password is ignored"), std::string::npos) << m_error;
+        EXPECT_NE(m_error.find("by others"), std::string::npos) << m_error;
+    }
+
+    m_error.clear();
+    EXPECT_EQ(ResolveSmtpPassword(settings, (m_dir / "missing.ini").string(), m_error), std::nullopt);
+    EXPECT_NE(m_error.find("smtp.password is ignored"), std::string::npos) << m_error;
+
+    settings.password.clear();
+    m_error.clear();
+    EXPECT_EQ(ResolveSmtpPassword(settings, Profile(0644), m_error), "") << "no password configured";
+    EXPECT_TRUE(m_error.empty()) << m_error;
+}
+
+// ------------------------------------------------------------------------------------------ submission
+
+class SmtpSubmission : public ::testing::Test {
+protected:
+    static CSmtpSettings SettingsFor(const CSmtpTestServer& server, const char* scheme = "smtp") {
+        CSmtpSettings settings;
+        settings.url = server.Url(scheme);
+        return settings;
+    }
+
+    // A message as the spooler hands it over: CR LF line ends, ending in one. It has the lines SMTP must
+    // carry through dot-stuffing: one of a single dot, one that begins with a dot.
+    static std::string Message(const std::string& subject, const std::string& body = "Hallo Anna,") {
+        return "From: One <one@x.example>\r\nTo: Anna <anna@remote.example>\r\nSubject: " + subject +
+               "\r\nMessage-ID: <" + subject +
+               "@x.example>\r\nMIME-Version: 1.0\r\n"
+               "Content-Type: text/plain; charset=utf-8\r\nContent-Transfer-Encoding: 8bit\r\n\r\n" +
+               body +
+               "\r\n.\r\n..zwei Punkte\r\n.ein Punkt\r\nGr\xc3\xbc\xc3\x9f"
+               "e\r\n";
+    }
+
+    CTempDir m_dir;
+};
+
+TEST_F(SmtpSubmission, PlainOnLoopbackTheBytesAndTheEnvelopeArriveExactly) {
+    CSmtpTestServer server(m_dir / "smtp");
+    ASSERT_TRUE(server.Running()) << server.StartError();
+    const std::string mime = Message("Klartext");
+    const CSmtpResult result = SubmitBySmtp(SettingsFor(server), "", "one@x.example",
+                                            {"anna@remote.example", "bob@remote.example"}, mime);
+    ASSERT_EQ(result.outcome, SmtpOutcome::Accepted) << Described(result);
+    EXPECT_EQ(result.code, 250);
+    EXPECT_EQ(result.text, "2.0.0 Accepted") << "the server's own words";
+    ASSERT_EQ(result.recipients.size(), 2u);
+    EXPECT_EQ(result.recipients[0].address, "anna@remote.example");
+    EXPECT_EQ(result.recipients[1].address, "bob@remote.example");
+    for (const auto& recipient : result.recipients) {
+        EXPECT_EQ(recipient.code, 250) << recipient.address;
+        EXPECT_EQ(recipient.text, "2.1.5 OK") << recipient.address;
+    }
+
+    const std::vector<CReceivedMail> mails = server.Messages();
+    ASSERT_EQ(mails.size(), 1u);
+    EXPECT_EQ(mails[0].from, "one@x.example");
+    EXPECT_EQ(mails[0].recipients, (std::vector<std::string>{"anna@remote.example", "bob@remote.example"}));
+    EXPECT_EQ(mails[0].data, mime);
+    EXPECT_FALSE(mails[0].tls);
+    EXPECT_EQ(mails[0].user, "");
+    EXPECT_FALSE(mails[0].dropped);
+}
+
+TEST_F(SmtpSubmission, StartTlsRequiredWithAuthCarriesTheBytesOverTls) {
+    CSmtpTestServer server(m_dir / "smtp", {"--tls-dir", "--require-starttls", "--auth", "anna:geheim"});
+    ASSERT_TRUE(server.Running()) << server.StartError();
+    CSmtpSettings settings = SettingsFor(server);
+    settings.starttls = StartTlsPolicy::Required;
+    settings.caFile = server.CertificateFile();
+    settings.user = "anna";
+    const std::string mime = Message("Verschluesselt");
+    const CSmtpResult result =
+        SubmitBySmtp(settings, "geheim", "one@x.example", {"anna@remote.example"}, mime);
+    ASSERT_EQ(result.outcome, SmtpOutcome::Accepted) << Described(result);
+
+    const std::vector<CReceivedMail> mails = server.Messages();
+    ASSERT_EQ(mails.size(), 1u);
+    EXPECT_TRUE(mails[0].tls);
+    EXPECT_EQ(mails[0].user, "anna");
+    EXPECT_EQ(mails[0].from, "one@x.example");
+    EXPECT_EQ(mails[0].recipients, std::vector<std::string>{"anna@remote.example"});
+    EXPECT_EQ(mails[0].data, mime);
+}
+
+TEST_F(SmtpSubmission, SmtpsIsTlsFromTheFirstByte) {
+    CSmtpTestServer server(m_dir / "smtp", {"--tls-dir", "--smtps", "--auth", "anna:geheim"});
+    ASSERT_TRUE(server.Running()) << server.StartError();
+    CSmtpSettings settings = SettingsFor(server, "smtps");
+    settings.starttls = StartTlsPolicy::No;  // says nothing about smtps://
+    settings.caFile = server.CertificateFile();
+    settings.user = "anna";
+    const std::string mime = Message("Sofort verschluesselt");
+    const CSmtpResult result =
+        SubmitBySmtp(settings, "geheim", "one@x.example", {"anna@remote.example"}, mime);
+    ASSERT_EQ(result.outcome, SmtpOutcome::Accepted) << Described(result);
+    const std::vector<CReceivedMail> mails = server.Messages();
+    ASSERT_EQ(mails.size(), 1u);
+    EXPECT_TRUE(mails[0].tls);
+    EXPECT_EQ(mails[0].data, mime);
+}
+
+TEST_F(SmtpSubmission, StartTlsIsUsedAsThePolicySays) {
+    CSmtpTestServer server(m_dir / "smtp", {"--tls-dir"});  // offers STARTTLS, does not insist
+    ASSERT_TRUE(server.Running()) << server.StartError();
+    CSmtpSettings settings = SettingsFor(server);
+    settings.caFile = server.CertificateFile();
+
+    // Unset on loopback: used when offered.
+    ASSERT_EQ(SubmitBySmtp(settings, "", "one@x.example", {"a@remote.example"}, Message("Eins")).outcome,
+              SmtpOutcome::Accepted);
+    settings.starttls = StartTlsPolicy::No;
+    ASSERT_EQ(SubmitBySmtp(settings, "", "one@x.example", {"a@remote.example"}, Message("Zwei")).outcome,
+              SmtpOutcome::Accepted);
+    settings.starttls = StartTlsPolicy::Optional;
+    ASSERT_EQ(SubmitBySmtp(settings, "", "one@x.example", {"a@remote.example"}, Message("Drei")).outcome,
+              SmtpOutcome::Accepted);
+
+    const std::vector<CReceivedMail> mails = server.Messages();
+    ASSERT_EQ(mails.size(), 3u);
+    EXPECT_TRUE(mails[0].tls);
+    EXPECT_FALSE(mails[1].tls) << "starttls = no";
+    EXPECT_TRUE(mails[2].tls);
+}
+
+TEST_F(SmtpSubmission, NoTlsToBeHadIsTemporaryAndNothingIsSent) {
+    // A server without STARTTLS, when it is required.
+    CSmtpTestServer plain(m_dir / "plain");
+    ASSERT_TRUE(plain.Running()) << plain.StartError();
+    CSmtpSettings settings = SettingsFor(plain);
+    settings.starttls = StartTlsPolicy::Required;
+    CSmtpResult result = SubmitBySmtp(settings, "", "one@x.example", {"anna@remote.example"}, Message("Nie"));
+    EXPECT_EQ(result.outcome, SmtpOutcome::Temporary) << Described(result);
+    EXPECT_EQ(result.code, 0);
+    EXPECT_NE(result.text.find("STARTTLS"), std::string::npos) << result.text;
+    ASSERT_EQ(result.recipients.size(), 1u);
+    EXPECT_EQ(result.recipients[0].code, 0) << "never asked";
+    EXPECT_TRUE(plain.Messages().empty());
+
+    // A server whose certificate nobody vouches for: verification is always on.
+    CSmtpTestServer unknown(m_dir / "unknown", {"--tls-dir", "--require-starttls"});
+    ASSERT_TRUE(unknown.Running()) << unknown.StartError();
+    settings = SettingsFor(unknown);
+    result = SubmitBySmtp(settings, "", "one@x.example", {"anna@remote.example"}, Message("Unbekannt"));
+    EXPECT_EQ(result.outcome, SmtpOutcome::Temporary) << Described(result);
+    EXPECT_EQ(result.code, 0);
+    EXPECT_TRUE(unknown.Messages().empty());
+
+    // A private CA that is not this server's.
+    CSmtpTestServer other(m_dir / "other", {"--tls-dir"});
+    ASSERT_TRUE(other.Running()) << other.StartError();
+    settings.caFile = other.CertificateFile();
+    result = SubmitBySmtp(settings, "", "one@x.example", {"anna@remote.example"}, Message("Fremd"));
+    EXPECT_EQ(result.outcome, SmtpOutcome::Temporary) << Described(result);
+    EXPECT_TRUE(unknown.Messages().empty());
+}
+
+TEST_F(SmtpSubmission, AuthenticationRefusedIsPermanent) {
+    CSmtpTestServer server(m_dir / "smtp", {"--auth", "anna:geheim"});
+    ASSERT_TRUE(server.Running()) << server.StartError();
+    CSmtpSettings settings = SettingsFor(server);
+    settings.user = "anna";
+    CSmtpResult result =
+        SubmitBySmtp(settings, "falsch", "one@x.example", {"anna@remote.example"}, Message("A"));
+    EXPECT_EQ(result.outcome, SmtpOutcome::Permanent) << Described(result);
+    EXPECT_EQ(result.code, 535);
+    EXPECT_NE(result.text.find("5.7.8"), std::string::npos) << "the server's words: " << result.text;
+    EXPECT_EQ(result.recipients[0].code, 0);
+
+    // No user: the server wants one before MAIL FROM.
+    settings.user.clear();
+    result = SubmitBySmtp(settings, "", "one@x.example", {"anna@remote.example"}, Message("B"));
+    EXPECT_EQ(result.outcome, SmtpOutcome::Permanent) << Described(result);
+    EXPECT_EQ(result.code, 530);
+    EXPECT_TRUE(server.Messages().empty());
+}
+
+TEST_F(SmtpSubmission, AFiveMegabyteMessageArrivesByteExact) {
+    CSmtpTestServer server(m_dir / "smtp");
+    ASSERT_TRUE(server.Running()) << server.StartError();
+    // Base64-like lines of 76 characters, with a dot at the start of every 100th line to be stuffed.
+    static constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::mt19937 random(5);
+    std::string body;
+    for (size_t line = 0; body.size() < 5 * 1024 * 1024 + 100; ++line) {
+        if (line % 100 == 0) body += '.';
+        for (int i = 0; i < 76; ++i) body += kDigits[random() % 64];
+        body += "\r\n";
+    }
+    const std::string mime = Message("Gross", body);
+    const CSmtpResult result =
+        SubmitBySmtp(SettingsFor(server), "", "one@x.example", {"anna@remote.example"}, mime);
+    ASSERT_EQ(result.outcome, SmtpOutcome::Accepted) << Described(result);
+    const std::vector<CReceivedMail> mails = server.Messages();
+    ASSERT_EQ(mails.size(), 1u);
+    ASSERT_EQ(mails[0].data.size(), mime.size());
+    EXPECT_TRUE(mails[0].data == mime) << "the bytes differ";
+}
+
+TEST_F(SmtpSubmission, EachRecipientsOwnReplyIsKnown) {
+    CSmtpTestServer server(m_dir / "smtp");
+    ASSERT_TRUE(server.Running()) << server.StartError();
+    server.SetControl(
+        R"({"rcpt": {"bad@remote.example": "550-5.1.1 No such user here\r\n550 5.1.1 Check the address",
+                                   "later@remote.example": "451 4.3.0 Try later"}})");
+    const CSmtpResult result =
+        SubmitBySmtp(SettingsFor(server), "", "one@x.example",
+                     {"bad@remote.example", "good@remote.example", "later@remote.example"}, Message("Teils"));
+    ASSERT_EQ(result.outcome, SmtpOutcome::Accepted) << Described(result);
+    ASSERT_EQ(result.recipients.size(), 3u);
+    EXPECT_EQ(result.recipients[0].address, "bad@remote.example");
+    EXPECT_EQ(result.recipients[0].code, 550);
+    EXPECT_EQ(result.recipients[0].text, "5.1.1 No such user here 5.1.1 Check the address")
+        << "both lines of the reply";
+    EXPECT_EQ(result.recipients[1].address, "good@remote.example");
+    EXPECT_EQ(result.recipients[1].code, 250);
+    EXPECT_EQ(result.recipients[2].address, "later@remote.example");
+    EXPECT_EQ(result.recipients[2].code, 451);
+    EXPECT_EQ(result.recipients[2].text, "4.3.0 Try later");
+
+    const std::vector<CReceivedMail> mails = server.Messages();
+    ASSERT_EQ(mails.size(), 1u);
+    EXPECT_EQ(mails[0].recipients, std::vector<std::string>{"good@remote.example"});
+}
+
+TEST_F(SmtpSubmission, RecipientsAllRefusedArePermanentOnlyWhenAllAreForGood) {
+    CSmtpTestServer server(m_dir / "smtp");
+    ASSERT_TRUE(server.Running()) << server.StartError();
+    server.SetControl(R"({"rcpt": {"a@remote.example": "550 5.1.1 No such user here",
+                                   "b@remote.example": "553 5.1.3 Bad address",
+                                   "c@remote.example": "452 4.2.2 Mailbox full"}})");
+    CSmtpResult result = SubmitBySmtp(SettingsFor(server), "", "one@x.example",
+                                      {"a@remote.example", "b@remote.example"}, Message("X"));
+    EXPECT_EQ(result.outcome, SmtpOutcome::Permanent) << Described(result);
+    EXPECT_EQ(result.code, 550);
+    ASSERT_EQ(result.recipients.size(), 2u);
+    EXPECT_EQ(result.recipients[0].code, 550);
+    EXPECT_EQ(result.recipients[1].code, 553);
+    EXPECT_EQ(result.recipients[1].text, "5.1.3 Bad address");
+
+    result = SubmitBySmtp(SettingsFor(server), "", "one@x.example", {"a@remote.example", "c@remote.example"},
+                          Message("Y"));
+    EXPECT_EQ(result.outcome, SmtpOutcome::Temporary) << "one may yet be taken: " << Described(result);
+    EXPECT_EQ(result.code, 452);
+    EXPECT_EQ(result.recipients[0].code, 550);
+    EXPECT_EQ(result.recipients[1].code, 452);
+    EXPECT_TRUE(server.Messages().empty());
+}
+
+TEST_F(SmtpSubmission, RepliesToMailFromAndToTheDataDecide) {
+    CSmtpTestServer server(m_dir / "smtp");
+    ASSERT_TRUE(server.Running()) << server.StartError();
+    struct CCase {
+        const char* control;
+        SmtpOutcome outcome;
+        int code;
+        const char* text;
+    };
+    const CCase cases[] = {
+        {R"({"data": "452 4.3.1 Insufficient storage"})", SmtpOutcome::Temporary, 452,
+         "4.3.1 Insufficient storage"},
+        {R"({"data": "554 5.6.0 Message refused"})", SmtpOutcome::Permanent, 554, "5.6.0 Message refused"},
+        {R"({"mail": "421 4.3.2 Not now"})", SmtpOutcome::Temporary, 421, "4.3.2 Not now"},
+        {R"({"mail": "553 5.7.1 Sender refused"})", SmtpOutcome::Permanent, 553, "5.7.1 Sender refused"},
+    };
+    for (const CCase& fault : cases) {
+        server.SetControl(fault.control);
+        const CSmtpResult result =
+            SubmitBySmtp(SettingsFor(server), "", "one@x.example", {"anna@remote.example"}, Message("Z"));
+        EXPECT_EQ(result.outcome, fault.outcome) << fault.control << "\n" << Described(result);
+        EXPECT_EQ(result.code, fault.code) << fault.control;
+        EXPECT_EQ(result.text, fault.text) << fault.control;
+    }
+    EXPECT_TRUE(server.Messages().empty());
+}
+
+// The server may have the message, but never said so: only a retry is safe, even if it makes a duplicate.
+TEST_F(SmtpSubmission, AConnectionLostAfterTheDataIsTemporary) {
+    CSmtpTestServer server(m_dir / "smtp");
+    ASSERT_TRUE(server.Running()) << server.StartError();
+    server.SetControl(R"({"drop_after_data": true})");
+    const std::string mime = Message("Verloren");
+    const CSmtpResult result =
+        SubmitBySmtp(SettingsFor(server), "", "one@x.example", {"anna@remote.example"}, mime);
+    EXPECT_EQ(result.outcome, SmtpOutcome::Temporary) << Described(result);
+    EXPECT_EQ(result.code, 0) << "no reply came";
+    EXPECT_EQ(result.recipients[0].code, 250);
+    const std::vector<CReceivedMail> mails = server.Messages();
+    ASSERT_EQ(mails.size(), 1u);
+    EXPECT_TRUE(mails[0].dropped);
+    EXPECT_EQ(mails[0].data, mime) << "the data had gone up whole";
+}
+
+TEST_F(SmtpSubmission, AServerThatIsDownIsTemporaryUntilItComesBack) {
+    CSmtpTestServer server(m_dir / "smtp");
+    ASSERT_TRUE(server.Running()) << server.StartError();
+    server.Stop();
+    CSmtpResult result =
+        SubmitBySmtp(SettingsFor(server), "", "one@x.example", {"anna@remote.example"}, Message("Wartet"));
+    EXPECT_EQ(result.outcome, SmtpOutcome::Temporary) << Described(result);
+    EXPECT_EQ(result.code, 0) << "no server, no reply";
+    EXPECT_FALSE(result.text.empty());
+    ASSERT_EQ(result.recipients.size(), 1u);
+    EXPECT_EQ(result.recipients[0].code, 0);
+
+    ASSERT_TRUE(server.Start()) << server.StartError();
+    result =
+        SubmitBySmtp(SettingsFor(server), "", "one@x.example", {"anna@remote.example"}, Message("Wartet"));
+    EXPECT_EQ(result.outcome, SmtpOutcome::Accepted) << Described(result);
+    EXPECT_EQ(server.Messages().size(), 1u);
+}
+
+TEST_F(SmtpSubmission, WhatCannotBeSentIsRefusedBeforeAnyConnection) {
+    CSmtpTestServer server(m_dir / "smtp");
+    ASSERT_TRUE(server.Running()) << server.StartError();
+    CSmtpResult result = SubmitBySmtp(SettingsFor(server), "", "one@x.example", {}, Message("Niemand"));
+    EXPECT_EQ(result.outcome, SmtpOutcome::Permanent) << Described(result);
+
+    // A line break would smuggle in a recipient of its own.
+    result =
+        SubmitBySmtp(SettingsFor(server), "", "one@x.example",
+                     {"anna@remote.example>\r\nRCPT TO:<evil@remote.example"}, Message("Eingeschmuggelt"));
+    EXPECT_EQ(result.outcome, SmtpOutcome::Permanent) << Described(result);
+    result = SubmitBySmtp(SettingsFor(server), "", "one@x.example\nRCPT TO:<evil@remote.example>",
+                          {"anna@remote.example"}, Message("Eingeschmuggelt"));
+    EXPECT_EQ(result.outcome, SmtpOutcome::Permanent) << Described(result);
+
+    // Another protocol is not spoken, whatever the URL says.
+    CSmtpSettings settings;
+    settings.url = "file://" + (m_dir / "out.eml").string();
+    result = SubmitBySmtp(settings, "", "one@x.example", {"anna@remote.example"}, Message("Datei"));
+    EXPECT_NE(result.outcome, SmtpOutcome::Accepted) << Described(result);
+    EXPECT_FALSE(fs::exists(m_dir / "out.eml"));
+
+    // A transfer the caller has given up on.
+    const std::atomic<bool> cancel{true};
+    result = SubmitBySmtp(SettingsFor(server), "", "one@x.example", {"anna@remote.example"},
+                          Message("Abbruch"), &cancel);
+    EXPECT_EQ(result.outcome, SmtpOutcome::Temporary) << Described(result);
+    EXPECT_TRUE(server.Messages().empty());
+}
+
+}  // namespace
