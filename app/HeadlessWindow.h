@@ -25,6 +25,3 @@ private:
     std::condition_variable m_closed;
     bool m_bClosing = false;
 };
-
-// Turns the platform's stop signals into a close of window (for the life of the process).
-void WatchStopSignals(CHeadlessWindow& window);

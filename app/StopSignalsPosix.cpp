@@ -3,18 +3,29 @@
 
 #include <thread>
 
-#include "app/HeadlessWindow.h"
+#include "app/StopSignals.h"
 
-void WatchStopSignals(CHeadlessWindow& window) {
-    // A reader of standard output that goes away must not end the program: the write just fails.
-    signal(SIGPIPE, SIG_IGN);
-    // Blocked here, before any other thread exists, so that only the watcher receives them.
+namespace {
+
+sigset_t StopSignals() {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
+    return signals;
+}
+
+}  // namespace
+
+void BlockStopSignals() {
+    // A reader of standard output that goes away must not end the program: the write just fails.
+    signal(SIGPIPE, SIG_IGN);
+    const sigset_t signals = StopSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    std::thread([signals, &window] {
+}
+
+void WatchStopSignals(velmar::service::IMainWindow& window) {
+    std::thread([signals = StopSignals(), &window] {
         int received = 0;
         sigwait(&signals, &received);
         window.PostClose();

@@ -1,10 +1,10 @@
 #include <windows.h>
 
-#include "app/HeadlessWindow.h"
+#include "app/StopSignals.h"
 
 namespace {
 
-CHeadlessWindow* g_window = nullptr;
+velmar::service::IMainWindow* g_window = nullptr;
 
 BOOL WINAPI OnConsoleControl(DWORD) {
     if (g_window) g_window->PostClose();
@@ -13,7 +13,9 @@ BOOL WINAPI OnConsoleControl(DWORD) {
 
 }  // namespace
 
-void WatchStopSignals(CHeadlessWindow& window) {
+void BlockStopSignals() {}
+
+void WatchStopSignals(velmar::service::IMainWindow& window) {
     g_window = &window;
     SetConsoleCtrlHandler(OnConsoleControl, TRUE);
 }

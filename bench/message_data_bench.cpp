@@ -99,7 +99,7 @@ int main(int argc, char** argv) {
     double idleRoundTrip = -1;
     double loadedRoundTrip = -1;
     {
-        velmar::test::CServiceProcess service(VELMAR_SERVICE_PROGRAM, {}, "/dev/null");
+        velmar::test::CServiceProcess service(VELMAR_SERVICE_PROGRAM, {"--headless"}, "/dev/null");
         std::string error;
         std::unique_ptr<velmar::tools::IClientChannel> channel;
         for (int attempt = 0; attempt < 200 && !channel; ++attempt) {

@@ -79,7 +79,7 @@ int main(int argc, char** argv) {
     velmar::test::SetEnvironment("VELMAR_PIPE", (dir.Path() / "service.sock").string());
     velmar::test::SetEnvironment("TMPDIR", dir.Path().string());
 
-    velmar::test::CServiceProcess service(VELMAR_SERVICE_PROGRAM, {}, (dir.Path() / "activity.log").string());
+    velmar::test::CServiceProcess service(VELMAR_SERVICE_PROGRAM, {"--headless"}, (dir.Path() / "activity.log").string());
     std::unique_ptr<velmar::tools::IClientChannel> channel;
     for (int attempt = 0; attempt < 200 && !channel; ++attempt) {
         std::string error;

@@ -104,7 +104,7 @@ int main(int argc, char** argv) {
     double indexSeconds = -1;
     long long indexKilobytes = -1;
     {
-        velmar::test::CServiceProcess service(VELMAR_SERVICE_PROGRAM, {}, "/dev/null");
+        velmar::test::CServiceProcess service(VELMAR_SERVICE_PROGRAM, {"--headless"}, "/dev/null");
         int fd = -1;
         for (int attempt = 0; attempt < 200 && fd < 0; ++attempt) {
             fd = Connect(servicePath);

@@ -50,7 +50,7 @@ int main(int argc, char** argv) {
         R"("storeIndex":0})";
     bool ok = true;
     {
-        velmar::test::CServiceProcess service(VELMAR_SERVICE_PROGRAM, {}, "/dev/null");
+        velmar::test::CServiceProcess service(VELMAR_SERVICE_PROGRAM, {"--headless"}, "/dev/null");
         int fd = -1;
         for (int attempt = 0; attempt < 200 && fd < 0; ++attempt) {
             fd = velmar::bench::Connect(socketPath);

@@ -110,7 +110,7 @@ int main(int argc, char** argv) {
     double serviceTime = -1;
     double serviceRate = -1;
     {
-        velmar::test::CServiceProcess service(VELMAR_SERVICE_PROGRAM, {}, "/dev/null");
+        velmar::test::CServiceProcess service(VELMAR_SERVICE_PROGRAM, {"--headless"}, "/dev/null");
         int probe = -1;
         for (int attempt = 0; attempt < 200 && probe < 0; ++attempt) {
             probe = Connect(servicePath);

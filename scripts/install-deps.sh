@@ -3,9 +3,10 @@
 set -euo pipefail
 
 purpose=${1:-test}
-run_packages=(cmake ninja-build g++ pkg-config libgmime-3.0-dev libcurl4-gnutls-dev)
+run_packages=(cmake ninja-build g++ pkg-config libgmime-3.0-dev libcurl4-gnutls-dev qt6-base-dev)
 test_packages=("${run_packages[@]}" libgtest-dev googletest clang libclang-rt-14-dev
-               g++-mingw-w64-x86-64-posix wine64 python3-aiosmtpd openssl postfix curl)
+               g++-mingw-w64-x86-64-posix wine64 python3-aiosmtpd openssl postfix curl
+               xvfb xauth trayer xdotool xclip x11-utils imagemagick)
 
 case "$purpose" in
     run) wanted=("${run_packages[@]}") ;;

@@ -27,7 +27,8 @@ export VELMAR_PIPE="$home/velmar.sock"
 unset XDG_RUNTIME_DIR VELMAR_MAPI_PROFILES VELMAR_MAPI_LIBRARY
 mkdir -p "$TMPDIR"
 
-bash scripts/run.sh >"$log" 2>&1 </dev/null &
+# Headless, as on a server: the activity list comes on standard output.
+bash scripts/run.sh --headless >"$log" 2>&1 </dev/null &
 program_pid=$!
 
 # run.sh builds before it serves; wait until the service answers (or the program is gone).

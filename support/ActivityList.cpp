@@ -2,6 +2,8 @@
 
 #include "support/LineEcho.h"
 
+#include <algorithm>
+
 namespace {
 
 // What may wait for a slow reader of the echo before lines are dropped.
@@ -18,15 +20,21 @@ CActivityList::~CActivityList() = default;
 // The copy for the echo is made before the lock is taken: many request threads add lines at once.
 void CActivityList::AddLine(std::wstring line) {
     std::wstring echoed = m_echo ? line : std::wstring();
-    std::lock_guard lock(m_lock);
-    Append(std::move(line), std::move(echoed));
+    {
+        std::lock_guard lock(m_lock);
+        Append(std::move(line), std::move(echoed));
+    }
+    if (m_notifier) m_notifier();
 }
 
 void CActivityList::AddTraceLine(std::wstring line) {
     std::wstring echoed = m_echo ? line : std::wstring();
-    std::lock_guard lock(m_lock);
-    while (m_lines.size() > kMaxTraceLines) DropOldest();
-    Append(std::move(line), std::move(echoed));
+    {
+        std::lock_guard lock(m_lock);
+        while (m_lines.size() > kMaxTraceLines) DropOldest();
+        Append(std::move(line), std::move(echoed));
+    }
+    if (m_notifier) m_notifier();
 }
 
 void CActivityList::Append(std::wstring line, std::wstring echoed) {
@@ -39,13 +47,45 @@ void CActivityList::Append(std::wstring line, std::wstring echoed) {
 void CActivityList::DropOldest() {
     m_textBytes -= m_lines.front().size() * sizeof(wchar_t);
     m_lines.pop_front();
+    ++m_firstSequence;
 }
 
 void CActivityList::Clear() {
-    std::lock_guard lock(m_lock);
-    m_lines.clear();
-    m_textBytes = 0;
+    {
+        std::lock_guard lock(m_lock);
+        m_firstSequence += m_lines.size();
+        m_lines.clear();
+        m_textBytes = 0;
+    }
+    if (m_notifier) m_notifier();
 }
+
+CActivityList::CRange CActivityList::Range() const {
+    std::lock_guard lock(m_lock);
+    return {m_firstSequence, m_firstSequence + m_lines.size()};
+}
+
+CActivityList::CRange CActivityList::CopySince(uint64_t from, size_t maxCount,
+                                               std::vector<std::wstring>& lines) const {
+    std::lock_guard lock(m_lock);
+    const CRange range{m_firstSequence, m_firstSequence + m_lines.size()};
+    const uint64_t first = std::max(from, range.first);
+    const uint64_t end = std::min(range.end, first + maxCount);
+    lines.clear();
+    if (first < end) {
+        auto begin = m_lines.begin() + static_cast<ptrdiff_t>(first - range.first);
+        lines.assign(begin, begin + static_cast<ptrdiff_t>(end - first));
+    }
+    return range;
+}
+
+std::wstring CActivityList::LineAt(uint64_t sequence) const {
+    std::lock_guard lock(m_lock);
+    if (sequence < m_firstSequence || sequence - m_firstSequence >= m_lines.size()) return {};
+    return m_lines[static_cast<size_t>(sequence - m_firstSequence)];
+}
+
+void CActivityList::SetChangeNotifier(std::function<void()> notifier) { m_notifier = std::move(notifier); }
 
 std::vector<std::wstring> CActivityList::Lines() const {
     std::lock_guard lock(m_lock);

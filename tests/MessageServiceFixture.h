@@ -66,7 +66,7 @@ protected:
     }
 
     void Start() {
-        m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{},
+        m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{"--headless"},
                           (m_dir / "activity.log").string());
         std::string error;
         for (int attempt = 0; attempt < 200 && !m_channel; ++attempt) {

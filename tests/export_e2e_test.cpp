@@ -91,7 +91,7 @@ TEST_F(ExportFiles, APrivateFolderNameTakenByAnotherUserIsPassedBy) {
     m_service.emplace("/usr/bin/setpriv",
                       std::vector<std::string>{"--reuid=" + std::to_string(kServiceUser),
                                                "--regid=" + std::to_string(kServiceUser), "--clear-groups",
-                                               VELMAR_SERVICE_PROGRAM},
+                                               VELMAR_SERVICE_PROGRAM, "--headless"},
                       (m_dir / "activity.log").string());
     // The service's socket is in the first private folder that is its own: the next name. Only its own
     // user may talk to it, so the client runs as that user too.

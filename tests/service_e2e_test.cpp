@@ -50,7 +50,7 @@ protected:
                                 "store2.default = yes\n");
         velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "profiles.ini").string());
         velmar::test::SetEnvironment("VELMAR_PIPE", (m_dir / "service.sock").string());
-        m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{},
+        m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{"--headless"},
                           (m_dir / "activity.log").string());
         ASSERT_TRUE(m_service->Started());
         for (int attempt = 0; attempt < 200 && !m_channel; ++attempt) {

@@ -90,7 +90,7 @@ protected:
     fs::path Socket() const { return m_dir / "service.sock"; }
 
     void Start() {
-        m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{},
+        m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{"--headless"},
                           (m_dir / "activity.log").string());
         for (int attempt = 0; attempt < 200; ++attempt) {
             if (CRawSocket(Socket()).Connected()) return;
@@ -179,7 +179,7 @@ TEST_F(ServiceSocket, ARequestIsNeverReadFromAFile) {
 TEST_F(ServiceSocket, AnOutputNobodyReadsHoldsUpNothing) {
     int output[2];
     ASSERT_EQ(pipe(output), 0);
-    m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{}, output[1]);
+    m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{"--headless"}, output[1]);
     close(output[1]);
     for (int attempt = 0; attempt < 200 && !CRawSocket(Socket()).Connected(); ++attempt)
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -211,7 +211,7 @@ TEST_F(ServiceSocket, AnOutputNobodyReadsHoldsUpNothing) {
 
 TEST_F(ServiceSocket, OnlyASocketOfOursIsReplacedAtStart) {
     velmar::test::WriteFile(Socket(), "a file of the user's own, not a socket");
-    velmar::test::CServiceProcess refused(VELMAR_SERVICE_PROGRAM, {}, (m_dir / "refused.log").string());
+    velmar::test::CServiceProcess refused(VELMAR_SERVICE_PROGRAM, {"--headless"}, (m_dir / "refused.log").string());
     EXPECT_EQ(refused.WaitForExit(10000), 1);
     EXPECT_EQ(velmar::test::ReadFile(Socket()), "a file of the user's own, not a socket") << "the file stays";
     EXPECT_NE(velmar::test::ReadSettledFile(m_dir / "refused.log")
@@ -253,7 +253,7 @@ TEST_F(ServiceSocket, ConnectionsPastTheLimitAreRefusedWithALine) {
 
 TEST_F(ServiceSocket, SecondCopyIsRefusedAndStaleSocketsReplaced) {
     Start();
-    velmar::test::CServiceProcess second(VELMAR_SERVICE_PROGRAM, {}, (m_dir / "second.log").string());
+    velmar::test::CServiceProcess second(VELMAR_SERVICE_PROGRAM, {"--headless"}, (m_dir / "second.log").string());
     EXPECT_EQ(second.WaitForExit(10000), 1) << "a running copy keeps its socket";
     CRawSocket stillServed(Socket());
     ASSERT_TRUE(stillServed.Send(kAsk));
@@ -278,7 +278,7 @@ TEST_F(ServiceSocket, SecondCopyIsRefusedAndStaleSocketsReplaced) {
 }
 
 TEST_F(ServiceSocket, MemoryGuardStopsTheServiceAfterItsConnections) {
-    m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{"MEM_LIMIT=1"},
+    m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{"--headless", "MEM_LIMIT=1"},
                       (m_dir / "activity.log").string());
     for (int attempt = 0; attempt < 200 && !fs::exists(Socket()); ++attempt)
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
