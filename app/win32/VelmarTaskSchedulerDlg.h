@@ -1,0 +1,70 @@
+// The main window on Windows: a modal dialog (template IDD_VELMARTASKSCHEDULER_DIALOG) with the activity
+// list, three buttons and a tray icon, in plain Win32. Service threads never send it a message and never
+// wait for it: they add lines to the activity list, which posts the window one note to catch up, and a
+// close from the service is posted. So a window that is closing never waits for a thread that waits for
+// the window.
+#pragma once
+
+#include <windows.h>
+#include <shellapi.h>
+
+#include <atomic>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "app/ActivityFeed.h"
+#include "app/CommandJobs.h"
+#include "service/RequestService.h"
+
+class CVelmarTaskSchedulerDlg : public velmar::service::IMainWindow {
+public:
+    // Messages of the window beside the system's.
+    static constexpr UINT kRunCommandJob = 1002;        // first parameter the job's index, second the action
+    static constexpr UINT kTrayNotify = WM_USER + 101;  // the tray icon's callback, 1125
+    static constexpr UINT kActivityNote = WM_APP + 1;   // lines wait in the activity list
+
+    // startService starts the request service with this window as its main window; false when it cannot
+    // (the service then says so in the activity list, and the window stays without it).
+    CVelmarTaskSchedulerDlg(CActivityList& activity, std::function<bool()> startService);
+    ~CVelmarTaskSchedulerDlg() override;
+    CVelmarTaskSchedulerDlg(const CVelmarTaskSchedulerDlg&) = delete;
+    CVelmarTaskSchedulerDlg& operator=(const CVelmarTaskSchedulerDlg&) = delete;
+
+    // Shows the dialog and returns when it has closed.
+    INT_PTR DoModal();
+    // From any thread: a posted WM_CLOSE.
+    void PostClose() override;
+
+    HWND Handle() const { return m_hWnd; }
+    CCommandJobs& Jobs() { return m_jobs; }
+    // Where the printing dialogs of PRINTHTML jobs live; none until set.
+    void SetPrintJobHost(IPrintJobHost* host) { m_printer = host; }
+
+private:
+    static INT_PTR CALLBACK DialogProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
+    INT_PTR HandleMessage(UINT message, WPARAM wParam, LPARAM lParam);
+
+    BOOL OnInitDialog();
+    void OnSysCommand(UINT id, LPARAM lParam);
+    bool OnPaint();
+    void OnSize();
+    void OnClose();
+    void OnTrayNotify(WPARAM id, LPARAM mouseMessage);
+    void OnMinimize();
+    void OnClearList();
+    void OnCopyList();
+    // Shows one batch of what the activity list did; true when more waits.
+    bool CatchUpBatch();
+    HWND Control(int id) const { return GetDlgItem(m_hWnd, id); }
+
+    CActivityList& m_activity;
+    std::function<bool()> m_startService;
+    std::atomic<HWND> m_hWnd{nullptr};  // read by service threads that post the close
+    HICON m_hIcon = nullptr;
+    NOTIFYICONDATAW m_trayIcon{};
+    CCommandJobs m_jobs;
+    IPrintJobHost* m_printer = nullptr;
+    std::optional<CActivityFeed> m_feed;  // from the dialog's initialisation on
+    bool m_bEnded = false;                // the window closed: DoModal returns
+};
