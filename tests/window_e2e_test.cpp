@@ -200,4 +200,25 @@ TEST_F(WindowTest, WithoutATrayStartsMinimisedToTheTaskBar) {
     EXPECT_EQ(m_program->WaitForExit(10000), 0);
 }
 
+TEST_F(WindowTest, ADisplayThatCannotBeReachedMeansHeadless) {
+    m_desktop.emplace(false);
+    ASSERT_TRUE(m_desktop->Ready());
+    // A display nobody serves: the program must not die in Qt, but serve without a window.
+    velmar::test::SetEnvironment("DISPLAY", ":" + std::to_string(60000 + getpid() % 1000));
+    velmar::test::SetEnvironment("VELMAR_PIPE", (m_dir / "service.sock").string());
+    velmar::test::SetEnvironment("XDG_DATA_HOME", (m_dir / "home/data").string());
+    m_program.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{}, (m_dir / "program.log").string());
+    std::string error;
+    for (int attempt = 0; attempt < 200 && !m_channel; ++attempt) {
+        m_channel = velmar::tools::ConnectToService(error);
+        if (!m_channel) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    ASSERT_TRUE(m_channel) << error;
+    EXPECT_NE(Ask("CloseVelmarTaskScheduler").find("\"OK\""), std::string::npos);
+    EXPECT_EQ(m_program->WaitForExit(10000), 0);
+    // Headless: the activity list went to standard output.
+    EXPECT_NE(velmar::test::ReadSettledFile(m_dir / "program.log").find("-> CloseVelmarTaskScheduler"),
+              std::string::npos);
+}
+
 }  // namespace

@@ -1,4 +1,7 @@
 #include <QApplication>
+#include <xcb/xcb.h>
+
+#include <cstdio>
 #include <cstdlib>
 #include <optional>
 
@@ -7,12 +10,19 @@
 #include "app/qt/MainWindowQt.h"
 #include "mail/VelmarMapi.h"
 
+// A display that is named but cannot be reached (a closed session, a forwarded display gone) would end
+// Qt at start: the service then runs headless instead.
 bool DesktopAvailable() {
-    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY"}) {
-        const char* value = std::getenv(name);
-        if (value && *value) return true;
-    }
-    return false;
+    const char* wayland = std::getenv("WAYLAND_DISPLAY");
+    if (wayland && *wayland) return true;
+    const char* display = std::getenv("DISPLAY");
+    if (!display || !*display) return false;
+    xcb_connection_t* connection = xcb_connect(display, nullptr);
+    const bool reachable = xcb_connection_has_error(connection) == 0;
+    xcb_disconnect(connection);
+    if (!reachable)
+        std::fprintf(stderr, "VelmarTaskScheduler: cannot open display %s, running headless\n", display);
+    return reachable;
 }
 
 int RunMainWindow(CActivityList& activity, CVelmarMapi& mapi, int memoryLimit) {
