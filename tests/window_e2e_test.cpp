@@ -3,6 +3,7 @@
 // "&Copy List" and the clipboard (xclip), closed by request. Screenshots go to the build folder.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <optional>
 #include <regex>
 #include <sstream>
@@ -197,6 +198,54 @@ TEST_F(WindowTest, WithoutATrayStartsMinimisedToTheTaskBar) {
     EXPECT_EQ(ProgramWindows().size(), 1u) << "a box came up";
     m_desktop->Screenshot(kScreenshots / "linux-window-without-tray.png");
     EXPECT_NE(Ask("CloseVelmarTaskScheduler").find("\"OK\""), std::string::npos);
+    EXPECT_EQ(m_program->WaitForExit(10000), 0);
+}
+
+TEST_F(WindowTest, ClosedByRequestWhileManyClientsKeepItBusy) {
+    StartProgram(true);
+    // Clients asking without pause, their steps pouring into the list, while another asks to close: the
+    // window closes, the service threads end, nothing waits for anything forever.
+    std::atomic<bool> stop{false};
+    std::atomic<int> answered{0};
+    std::vector<std::thread> clients;
+    for (int c = 0; c < 6; ++c) {
+        clients.emplace_back([&] {
+            std::string error;
+            auto channel = velmar::tools::ConnectToService(error);
+            std::string reply;
+            while (channel && !stop &&
+                   channel->Send(R"({"command-target":"MAPI","command":"IsInitialized"})") &&
+                   channel->Receive(reply, 20000))
+                ++answered;
+        });
+    }
+    ASSERT_TRUE(WaitFor([&] { return answered > 500; }));
+    EXPECT_NE(Ask("CloseVelmarTaskScheduler").find("\"OK\""), std::string::npos);
+    EXPECT_EQ(m_program->WaitForExit(20000), 0) << "the program hangs while closing under load";
+    stop = true;
+    for (auto& client : clients) client.join();
+}
+
+TEST_F(WindowTest, AWindowWithoutAServiceWhenTheSocketCannotBeOffered) {
+    // Something else lies where the socket would go: the service cannot start, the window stays and says why.
+    velmar::test::WriteFile(m_dir / "taken", "not a socket");
+    m_desktop.emplace(true);
+    ASSERT_TRUE(m_desktop->Ready());
+    velmar::test::SetEnvironment("VELMAR_PIPE", (m_dir / "taken").string());
+    velmar::test::SetEnvironment("XDG_DATA_HOME", (m_dir / "home/data").string());
+    m_program.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{}, (m_dir / "program.log").string());
+    ASSERT_TRUE(WaitFor([&] { return TrayIcon().has_value(); })) << "no window in the tray";
+    const CXWindow icon = *TrayIcon();
+    ClickAt(icon.x + icon.width / 2, icon.y + icon.height / 2);
+    ASSERT_TRUE(WaitFor([&] { return MainWindow()->viewable; }));
+    std::string copied;
+    EXPECT_TRUE(WaitFor([&] {
+        ClickCopyList();
+        copied = Clipboard();
+        return copied.find("Am Ort des Sockets liegt schon etwas anderes: ") != std::string::npos;
+    })) << copied;
+    EXPECT_FALSE(m_program->WaitForExit(0)) << "the window goes on without its service";
+    ASSERT_TRUE(m_program->Signal(SIGTERM));
     EXPECT_EQ(m_program->WaitForExit(10000), 0);
 }
 
