@@ -360,3 +360,73 @@ TEST_F(MapiProvider, HeaderFieldsAreFoundAnywhereInALongHeaderBlock) {
 }
 
 }  // namespace
+
+namespace {
+
+// Opens the store's folder whose entry id the store keeps in idTag.
+CComPtr<IMAPIFolder> StoreFolder(IMsgStore* store, ULONG idTag) {
+    LPSPropValue id = nullptr;
+    EXPECT_EQ(HrGetOneProp(store, idTag, &id), S_OK);
+    ULONG type = 0;
+    LPUNKNOWN folder = nullptr;
+    EXPECT_EQ(store->OpenEntry(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), nullptr,
+                               MAPI_MODIFY, &type, &folder),
+              S_OK);
+    MAPIFreeBuffer(id);
+    return CComPtr<IMAPIFolder>(static_cast<IMAPIFolder*>(folder));
+}
+
+size_t FilesIn(const fs::path& folder) {
+    size_t count = 0;
+    for (const char* sub : {"cur", "new"})
+        if (fs::exists(folder / sub)) count += std::distance(fs::directory_iterator(folder / sub), {});
+    return count;
+}
+
+}  // namespace
+
+TEST_F(MapiProvider, MessagesMoveAndCopyBetweenFoldersOfTheirStoreOnly) {
+    CComPtr<IMAPISession> session = Logon(L"Arbeit");
+    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
+    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    Deliver(m_mainPath, "1700000080.M1P1.host", kRichMessage);
+    CComPtr<IMessage> message = FindMessage(store.get(), inbox.get(), "<rich-1@example.org>");
+    ASSERT_TRUE(message);
+    const std::vector<BYTE> id = BinaryProp(message.get(), PR_ENTRYID);
+    SBinary entry{static_cast<ULONG>(id.size()), const_cast<LPBYTE>(id.data())};
+    ENTRYLIST list{1, &entry};
+
+    // A copy to the sent items leaves the message where it is.
+    CComPtr<IMAPIFolder> sent = StoreFolder(store.get(), PR_IPM_SENTMAIL_ENTRYID);
+    EXPECT_EQ(inbox->CopyMessages(&list, nullptr, sent.get(), 0, nullptr, 0), S_OK);
+    EXPECT_EQ(FilesIn(m_mainPath / ".Sent"), 1u);
+    EXPECT_EQ(FilesIn(m_mainPath), 1u);
+
+    // A move takes the very file, name and all, to the deleted items.
+    CComPtr<IMAPIFolder> trash = StoreFolder(store.get(), PR_IPM_WASTEBASKET_ENTRYID);
+    EXPECT_EQ(inbox->CopyMessages(&list, nullptr, trash.get(), 0, nullptr, MESSAGE_MOVE), S_OK);
+    EXPECT_EQ(FilesIn(m_mainPath), 0u);
+    EXPECT_TRUE(fs::exists(m_mainPath / ".Trash" / "new" / "1700000080.M1P1.host"));
+    CComPtr<IMAPITable> table;
+    ASSERT_EQ(trash->GetContentsTable(0, table.Put()), S_OK);
+    ULONG rows = 0;
+    ASSERT_EQ(table->GetRowCount(0, &rows), S_OK);
+    EXPECT_EQ(rows, 1u);
+
+    // Gone from the inbox now: moved again, nothing is found.
+    EXPECT_EQ(inbox->CopyMessages(&list, nullptr, trash.get(), 0, nullptr, MESSAGE_MOVE),
+              MAPI_W_PARTIAL_COMPLETION);
+    EXPECT_EQ(FilesIn(m_mainPath / ".Trash"), 1u);
+
+    // Another store's folder is declined: that is not this store's to do.
+    CComPtr<IMsgStore> archive = OpenStore(session.get(), 1);
+    CComPtr<IMAPIFolder> archiveInbox = Inbox(archive.get());
+    EXPECT_EQ(trash->CopyMessages(&list, nullptr, archiveInbox.get(), 0, nullptr, MESSAGE_MOVE),
+              MAPI_E_DECLINE_COPY);
+    EXPECT_EQ(FilesIn(m_archivePath), 0u);
+    ULONG status = 7;
+    EXPECT_EQ(inbox->GetMessageStatus(static_cast<ULONG>(id.size()), reinterpret_cast<LPENTRYID>(entry.lpb),
+                                      0, &status),
+              S_OK);
+    EXPECT_EQ(status, 0u);
+}

@@ -33,6 +33,10 @@
 #define KEEP_OPEN_READWRITE ((ULONG)0x00000002)
 #define FORCE_SAVE ((ULONG)0x00000004)
 
+/* IMAPIFolder::CopyMessages. */
+#define MESSAGE_MOVE ((ULONG)0x00000001)
+#define MESSAGE_DIALOG ((ULONG)0x00000002)
+
 /* Object types (PR_OBJECT_TYPE and OpenEntry's type out parameter). */
 #define MAPI_STORE ((ULONG)0x00000001)
 #define MAPI_ADDRBOOK ((ULONG)0x00000002)

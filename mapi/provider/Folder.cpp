@@ -4,11 +4,16 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <fstream>
+#include <iterator>
+
 #include "mapi/provider/DraftMessage.h"
 #include "mapi/provider/EntryId.h"
 #include "mapi/provider/Maildir.h"
 #include "mapi/provider/MaildirIndex.h"
+#include "mapi/provider/MaildirWriter.h"
 #include "mapi/provider/Store.h"
+#include "mapi/runtime/ProviderBuffers.h"
 #include "mapi/runtime/Table.h"
 #include "mapitags.h"
 #include "support/Utf8.h"
@@ -23,6 +28,23 @@ std::vector<CPropValue> FolderRow(const CStoreConfig& store, const std::string& 
             {PR_DISPLAY_NAME_W, FolderDisplayName(folderName)},
             {PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_FOLDER)},
             {PR_SUBFOLDERS, folderName.empty()}};
+}
+
+// The entry id of a folder object, when it is one of this provider's.
+std::optional<CEntryId> FolderEntryId(IMAPIFolder* folder) {
+    LPSPropValue raw = nullptr;
+    if (!folder || FAILED(HrGetOneProp(folder, PR_ENTRYID, &raw))) return std::nullopt;
+    const MapiBuffer<SPropValue> value(raw);
+    std::optional<CEntryId> id = DecodeEntryId(value->Value.bin.lpb, value->Value.bin.cb);
+    if (!id || id->kind != EntryKind::Folder) return std::nullopt;
+    return id;
+}
+
+bool ReadWholeFile(const std::string& path, std::string& bytes) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) return false;
+    bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    return !file.bad();
 }
 
 }  // namespace
@@ -104,6 +126,53 @@ HRESULT CMaildirFolder::CreateMessage(LPCIID lpInterface, ULONG, LPMESSAGE* lppM
         const HRESULT hr = HandOut(MakeObject<CDraftMessage>(m_store, m_folderName), lpInterface, &message);
         *lppMessage = static_cast<LPMESSAGE>(message);
         return hr;
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+}
+
+HRESULT CMaildirFolder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID, LPVOID lpDestFolder, ULONG_PTR,
+                                     LPMAPIPROGRESS, ULONG ulFlags) {
+    if (!lpMsgList || !lpDestFolder) return MAPI_E_INVALID_PARAMETER;
+    try {
+        const std::optional<CEntryId> destination = FolderEntryId(static_cast<IMAPIFolder*>(lpDestFolder));
+        if (!destination) return MAPI_E_INVALID_PARAMETER;
+        // Another store: not this provider's to do.
+        if (destination->storeId != m_store.id) return MAPI_E_DECLINE_COPY;
+        if (!EnsureMaildir(m_store.path, destination->folder)) return MAPI_E_CALL_FAILED;
+        const std::string destinationPath = FolderPath(m_store.path, destination->folder);
+        const bool move = ulFlags & MESSAGE_MOVE;
+        const auto snapshot =
+            IndexForFolder(FolderPath(m_store.path, m_folderName), m_store.id, m_folderName)->Refresh();
+        HRESULT result = S_OK;
+        for (ULONG i = 0; i < lpMsgList->cValues; ++i) {
+            const SBinary& entry = lpMsgList->lpbin[i];
+            const std::optional<CEntryId> id = DecodeEntryId(entry.lpb, entry.cb);
+            const std::optional<size_t> row = id && id->kind == EntryKind::Message &&
+                                                      id->storeId == m_store.id && id->folder == m_folderName
+                                                  ? snapshot->FindMessage(id->message, id->file)
+                                                  : std::nullopt;
+            if (!row) {
+                result = MAPI_W_PARTIAL_COMPLETION;
+                continue;
+            }
+            if (move && destination->folder == m_folderName) continue;
+            const CIndexedMessage message = snapshot->Message(*row);
+            const std::string source = snapshot->PathOf(*row);
+            int error = 0;
+            if (move) {
+                // The same name in the other folder: key and flags go with the message.
+                error = MoveDurably(source, destinationPath + (message.inNew ? "/new/" : "/cur/") +
+                                                std::string(message.fileName));
+            } else {
+                std::string bytes;
+                error = ReadWholeFile(source, bytes)
+                            ? WriteMaildirMessage(destinationPath, bytes, false, message.flags).error
+                            : EIO;
+            }
+            if (error) result = MAPI_W_PARTIAL_COMPLETION;
+        }
+        return result;
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;
     }

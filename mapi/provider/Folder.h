@@ -20,9 +20,10 @@ public:
         return MAPI_E_NO_SUPPORT;
     }
     HRESULT CreateMessage(LPCIID lpInterface, ULONG ulFlags, LPMESSAGE* lppMessage) override;
-    HRESULT CopyMessages(LPENTRYLIST, LPCIID, LPVOID, ULONG_PTR, LPMAPIPROGRESS, ULONG) override {
-        return MAPI_E_NO_SUPPORT;
-    }
+    // Within the store: a move renames the files into the other folder, a copy writes new ones. A folder of
+    // another store is declined (MAPI_E_DECLINE_COPY); messages not found give MAPI_W_PARTIAL_COMPLETION.
+    HRESULT CopyMessages(LPENTRYLIST lpMsgList, LPCIID lpInterface, LPVOID lpDestFolder, ULONG_PTR ulUIParam,
+                         LPMAPIPROGRESS lpProgress, ULONG ulFlags) override;
     HRESULT DeleteMessages(LPENTRYLIST, ULONG_PTR, LPMAPIPROGRESS, ULONG) override {
         return MAPI_E_NO_SUPPORT;
     }
@@ -37,7 +38,12 @@ public:
     }
     HRESULT SetReadFlags(LPENTRYLIST lpMsgList, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
                          ULONG ulFlags) override;
-    HRESULT GetMessageStatus(ULONG, LPENTRYID, ULONG, ULONG*) override { return MAPI_E_NO_SUPPORT; }
+    // Maildir keeps no status bits of a message's own: always 0.
+    HRESULT GetMessageStatus(ULONG, LPENTRYID, ULONG, ULONG* lpulMessageStatus) override {
+        if (!lpulMessageStatus) return MAPI_E_INVALID_PARAMETER;
+        *lpulMessageStatus = 0;
+        return S_OK;
+    }
     HRESULT SetMessageStatus(ULONG, LPENTRYID, ULONG, ULONG, ULONG*) override { return MAPI_E_NO_SUPPORT; }
     HRESULT SaveContentsSort(LPSSortOrderSet, ULONG) override { return MAPI_E_NO_SUPPORT; }
     HRESULT EmptyFolder(ULONG_PTR, LPMAPIPROGRESS, ULONG) override { return MAPI_E_NO_SUPPORT; }

@@ -98,6 +98,14 @@ CWrittenFile WriteMaildirMessage(const std::string& folderPath, std::string_view
     return result;
 }
 
+int MoveDurably(const std::string& from, const std::string& to) {
+    if (const int error = RenameWithoutReplacing(from, to)) return error;
+    // The new name first: a crash in between leaves the message in both folders, never in neither.
+    SyncFolder(FolderOf(to));
+    SyncFolder(FolderOf(from));
+    return 0;
+}
+
 int RemoveDurably(const std::string& path) {
     if (unlink(path.c_str()) != 0) return errno;
     return SyncFolder(FolderOf(path));

@@ -22,6 +22,10 @@ CWrittenFile WriteMaildirMessage(const std::string& folderPath, std::string_view
 // A new unique Maildir key: time, microseconds, process, a counter and the host name.
 std::string NewMaildirKey();
 
+// Moves a message file to another folder of the same file system under the name to, never replacing a
+// file there, and syncs both folders: 0, or the errno of the rename (EEXIST when to is taken).
+int MoveDurably(const std::string& from, const std::string& to);
+
 // Removes a file and syncs its folder, so the removal lasts; the errno of unlink, or 0.
 int RemoveDurably(const std::string& path);
 

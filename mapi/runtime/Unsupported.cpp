@@ -91,8 +91,3 @@ STDAPI HrValidateIPMSubtree(LPMDB, ULONG, ULONG* lpcValues, LPSPropValue* lppVal
 STDAPI HrDispatchNotifications(ULONG) {
     return S_OK;
 }
-
-STDAPI MAPIOpenFormMgr(LPMAPISESSION, LPMAPIFORMMGR* ppmgr) {
-    if (ppmgr) *ppmgr = nullptr;
-    return MAPI_E_NO_SUPPORT;
-}
