@@ -109,6 +109,26 @@ SCODE VMAPIAllocateMore(ULONG cbSize, LPVOID lpObject, LPVOID* lppBuffer) {
     return allocate ? allocate(cbSize, lpObject, lppBuffer) : E_FAIL;
 }
 
+HRESULT VMAPIOpenFormMgr(LPMAPISESSION lpSession, LPMAPIFORMMGR* lppFormMgr) {
+    using PFN_MAPIOpenFormMgr = HRESULT(STDMETHODCALLTYPE*)(LPMAPISESSION, LPMAPIFORMMGR*);
+    static std::atomic<void*> s_openFormMgr{nullptr};
+    if (!s_openFormMgr.load()) {
+        LoadMapiFunctions();
+        std::lock_guard lock(g_loadLock);
+        for (LibraryHandle library : {g_clientLibrary, g_systemLibrary}) {
+            for (const char* name : {"MAPIOpenFormMgr@8", "MAPIOpenFormMgr"}) {
+                if (!s_openFormMgr.load()) s_openFormMgr.store(FindExport(library, name));
+            }
+        }
+    }
+    const auto openFormMgr = reinterpret_cast<PFN_MAPIOpenFormMgr>(s_openFormMgr.load());
+    if (!openFormMgr) {
+        if (lppFormMgr) *lppFormMgr = nullptr;
+        return E_FAIL;
+    }
+    return openFormMgr(lpSession, lppFormMgr);
+}
+
 ULONG VMAPIFreeBuffer(LPVOID lpBuffer) {
     if (!lpBuffer) return 0;
     const auto release = BoundMapiFunction<PFN_MAPIFreeBuffer>(MapiSlot::MAPIFreeBuffer);

@@ -96,4 +96,8 @@ SCODE VMAPIAllocateBuffer(ULONG cbSize, LPVOID* lppBuffer);
 SCODE VMAPIAllocateMore(ULONG cbSize, LPVOID lpObject, LPVOID* lppBuffer);
 ULONG VMAPIFreeBuffer(LPVOID lpBuffer);
 
+// MAPIOpenFormMgr, which is not a slot of the table: looked up in the client's library, then in the
+// system's. E_FAIL (and a null manager) when neither exports it.
+HRESULT VMAPIOpenFormMgr(LPMAPISESSION lpSession, LPMAPIFORMMGR* lppFormMgr);
+
 }  // namespace velmar::mail

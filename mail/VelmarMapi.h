@@ -19,6 +19,7 @@
 
 #include "mail/ClientMapiHolders.h"
 #include "mail/EMailData.h"
+#include "mail/FormHost.h"
 #include "mail/MapiThreadContext.h"
 
 class CActivityList;
@@ -113,6 +114,10 @@ public:
     // The store list in order, without its empty entries.
     std::vector<MsgStoreInfo> MessageStores() const;
     size_t MessageStoreCount() const { return m_MsgStores.size(); }
+    // The display name of store entry nIndex; empty for an empty entry or an index outside the list.
+    std::wstring StoreDisplayName(size_t nIndex) const {
+        return nIndex < m_MsgStores.size() && m_MsgStores[nIndex] ? m_MsgStores[nIndex]->strDisplayName : L"";
+    }
     int StoreIndex() const { return m_nStoreIndex; }
     int DefaultStore() const { return m_nDefaultStore; }
     // A message request's store index, taken unchecked: every use checks it against the list.
@@ -133,6 +138,16 @@ public:
                      CFoundMessage& found, bool* pbFoundInChosenStore = nullptr);
     bool FindMessage(const std::wstring& strMessageId, const std::wstring& strToEmailAddress,
                      ULONG_PTR ulParentWindow, bool bSetRead, EMailData* pEmailData);
+
+    // Message forms. The window that hosts the forms, set while it is there (null: none): a lookup with a
+    // parent window then opens its message on the window's thread, and the request goes on at once.
+    void SetFormHost(std::shared_ptr<velmar::mail::IFormHost> host);
+    // The host's parent window; 0 without a host.
+    ULONG_PTR FormParentWindow();
+    // Shows the message in its form, non-modally, with the given session's form manager; the form then
+    // holds what it needs. Runs on the thread that is to own the form's windows.
+    void MapiOpenMessageNonModal(ULONG_PTR ulParentWindow, LPMAPISESSION lpMAPISession, LPMDB lpMDB,
+                                 LPMAPIFOLDER lpFolder, LPMESSAGE lpMessage);
 
     // Message data.
     void GetMessageData(EMailData& emailData, const std::wstring& strMessageId,
@@ -209,11 +224,15 @@ private:
     bool m_bOptimalMessageStore = false;
     std::wstring m_strProfileName;
     std::wstring m_strSessionProfileName;  // the profile the open session logged on to
+    std::mutex m_formHostLock;
+    std::shared_ptr<velmar::mail::IFormHost> m_pFormHost;
 
     // Sets the sent-representing identity from the store's owner; failures are traced and ignored.
     void SetRepresenting(LPMESSAGE lpMessage);
     // Traces a failed submit with its HRESULT and the system's words for it.
     void TraceSubmitError(HRESULT hr);
+    // Step 4 of FindMessage: the message opened in its form, on the form host's thread when there is one.
+    void OpenMessageForm(ULONG_PTR ulParentWindow, const CFoundMessage& found);
     void CopyStreamToFile(const velmar::mail::CTraceScope& trace, IStream* source,
                           const std::wstring& strFinalPath);
     void AddStoreRow(const SRow& row, int rowIndex, std::map<std::wstring, std::wstring>& addresses);

@@ -167,8 +167,8 @@ bool CVelmarMapi::FindMessage(const std::wstring& strMessageId, const std::wstri
         MapiFillMessage(lookup.message.get(), pEmailData);
         trace.Step(L"MapiFillMessage end");
     } else if (ulParentWindow) {
-        // The form viewer opens the message here; it is not part of this build yet.
         trace.Step(L"MapiOpenMessageNonModal start");
+        OpenMessageForm(ulParentWindow, lookup);
         trace.Step(L"MapiOpenMessageNonModal end");
     }
     // Only a message of the chosen store is marked read.

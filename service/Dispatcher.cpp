@@ -8,7 +8,7 @@
 
 namespace velmar::service {
 
-// Compared in this order. Rows of commands that are not served yet are added with their handlers.
+// Compared in this order.
 const CRequestDispatcher::CCommand CRequestDispatcher::kCommands[] = {
     {"GetProfileNames", L"-> GetProfileNames", &CRequestDispatcher::GetProfileNames},
     {"Logon", L"-> Logon", &CRequestDispatcher::Logon},
@@ -19,6 +19,7 @@ const CRequestDispatcher::CCommand CRequestDispatcher::kCommands[] = {
     {"OpenAttachment", L"-> OpenAttachment", &CRequestDispatcher::OpenAttachment},
     // ForwardEmail writes the line of OpenAttachment: it has none of its own.
     {"ForwardEmail", L"-> OpenAttachment", &CRequestDispatcher::ForwardEmail},
+    {"OpenEmail", L"-> OpenEmail", &CRequestDispatcher::OpenEmail},
     {"SendEmail", L"-> SendEmail", &CRequestDispatcher::SendEmail},
     // FindMessage writes the line of SendEmail: it has none of its own.
     {"FindMessage", L"-> SendEmail", &CRequestDispatcher::FindMessage},

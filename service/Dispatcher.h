@@ -55,6 +55,7 @@ private:
     bool GetMessageData(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
     bool OpenAttachment(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
     bool FindMessage(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
+    bool OpenEmail(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
     bool ForwardEmail(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
     bool SendEmail(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
     bool SaveToMsg(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);

@@ -81,8 +81,25 @@ bool CRequestDispatcher::FindMessage(CkJsonObject& request, CkJsonObject&, std::
     const std::wstring address = RequestString(request, "toEmailAddress");
     const bool setRead = request.BoolOf("setReadIfMainMessageStore");
     request.BoolOf("fetchEMailData");  // read and not used
-    // Without a window there is no parent for a form: the message is only looked up (and marked read).
-    m_mapi.FindMessage(messageId, address, 0, setRead, nullptr);
+    // With the main window as parent the message comes up in its form; without a window (headless) it is
+    // only looked up, and marked read when asked.
+    m_mapi.FindMessage(messageId, address, m_mapi.FormParentWindow(), setRead, nullptr);
+    return true;
+}
+
+// Deliberate: "OK" whatever happened; the reasons are in the trace.
+bool CRequestDispatcher::OpenEmail(CkJsonObject& request, CkJsonObject&, std::atomic<bool>&) {
+    const std::wstring profile = RequestString(request, "outlookProfile");
+    const std::wstring savedStore = RequestString(request, "savedMessageStore");
+    const std::wstring messageId = RequestString(request, "messageId");
+    const ULONG_PTR parentWindow = m_mapi.FormParentWindow();
+    if (m_mapi.ProfileName() != profile) m_mapi.Logon(profile, parentWindow);
+    const int index = m_mapi.StoreIndex();
+    const bool keepStore = index >= 0 && static_cast<size_t>(index) < m_mapi.MessageStoreCount() &&
+                           m_mapi.StoreDisplayName(static_cast<size_t>(index)) == savedStore;
+    if (!keepStore) m_mapi.SetMessageStore(savedStore);
+    if (!parentWindow) m_mapi.AddTrace(L"OpenEmail: no window to show the message in, it stays closed");
+    m_mapi.FindMessage(messageId, L"", parentWindow, false, nullptr);
     return true;
 }
 

@@ -113,6 +113,7 @@ TEST_F(Dispatcher, EveryCommandWritesItsLineAndOneReply) {
                          {"SetMessageStore", "-> SetMessageStore"},
                          {"GetMessageData", "-> GetMessageData"},
                          {"OpenAttachment", "-> OpenAttachment"},
+                         {"OpenEmail", "-> OpenEmail"},
                          {"FindMessage", "-> SendEmail"},
                          {"IsInitialized", "-> IsInitialized"},
                          {"IsMAPIDllInitialized", "-> IsMAPIDllInitialized"},
@@ -135,7 +136,7 @@ TEST_F(Dispatcher, UnknownEmptyAndMissingCommandsGetNothing) {
     for (const char* request :
          {R"({"command-target":"MAPI","command":"Bogus"})", R"({"command-target":"MAPI","command":""})",
           R"({"command-target":"MAPI"})", R"({"command-target":"MAPI","command":"closevelmartaskscheduler"})",
-          R"({"command-target":"MAPI","command":"OpenEmail"})"}) {
+          R"({"command-target":"MAPI","command":"openemail"})"}) {
         EXPECT_EQ(Dispatch(request, kNoReply), "(none)") << request;
         EXPECT_TRUE(ServiceLines().empty()) << request;
     }

@@ -16,9 +16,11 @@
 
 namespace {
 
-// The notes between the service threads and the window: catch up with the activity list, run a job.
+// The notes between the service threads and the window: catch up with the activity list, run a job, open
+// the forms asked for.
 const QEvent::Type kActivityNote = static_cast<QEvent::Type>(QEvent::User + 101);
 const QEvent::Type kCommandJobNote = static_cast<QEvent::Type>(QEvent::User + 1002);
+const QEvent::Type kFormTaskNote = static_cast<QEvent::Type>(QEvent::User + 103);
 
 class CCommandJobEvent : public QEvent {
 public:
@@ -110,7 +112,19 @@ void CVelmarTaskSchedulerDlg::PostCommandJob(size_t index, int action) {
     QCoreApplication::postEvent(this, new CCommandJobEvent(index, action));
 }
 
+void CVelmarTaskSchedulerDlg::PostFormTasks() {
+    QCoreApplication::postEvent(this, new QEvent(kFormTaskNote));
+}
+
+void CVelmarTaskSchedulerDlg::ShowMessage(const std::wstring& text) {
+    QMessageBox::warning(isVisible() ? this : nullptr, Text(kWindowCaption), Text(text.c_str()));
+}
+
 bool CVelmarTaskSchedulerDlg::event(QEvent* event) {
+    if (event->type() == kFormTaskNote) {
+        if (const std::shared_ptr<CWindowFormHost> host = m_formHost.lock()) host->RunPendingTasks();
+        return true;
+    }
     if (event->type() == kActivityNote) {
         CatchUpActivity();
         return true;

@@ -5,9 +5,11 @@
 
 #include <QWidget>
 #include <functional>
+#include <memory>
 
 #include "app/ActivityFeed.h"
 #include "app/CommandJobs.h"
+#include "app/WindowFormHost.h"
 #include "service/RequestService.h"
 
 class QMenu;
@@ -31,6 +33,12 @@ public:
     // From any thread: run command job `index` with `action`, as the posted message 1002 does.
     void PostCommandJob(size_t index, int action);
     CCommandJobs& Jobs() { return m_jobs; }
+    // The host of the message forms, whose queue the window runs on its thread.
+    void SetFormHost(std::weak_ptr<CWindowFormHost> host) { m_formHost = std::move(host); }
+    // From any thread: run the form host's queue soon.
+    void PostFormTasks();
+    // A message box over the window, for the forms' site.
+    void ShowMessage(const std::wstring& text);
     // Where the printing dialogs of PRINTHTML jobs live; none until set.
     void SetPrintJobHost(IPrintJobHost* host) { m_printer = host; }
 
@@ -54,6 +62,7 @@ private:
     std::function<bool()> m_startService;
     CCommandJobs m_jobs;
     IPrintJobHost* m_printer = nullptr;
+    std::weak_ptr<CWindowFormHost> m_formHost;
     QTreeView* m_list;
     QPushButton* m_minimize;
     QPushButton* m_clearList;

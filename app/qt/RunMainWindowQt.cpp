@@ -7,6 +7,7 @@
 
 #include "app/MainWindow.h"
 #include "app/StopSignals.h"
+#include "app/WindowFormHost.h"
 #include "app/qt/MainWindowQt.h"
 #include "mail/VelmarMapi.h"
 
@@ -30,6 +31,8 @@ int RunMainWindow(CActivityList& activity, CVelmarMapi& mapi, int memoryLimit) {
     static char name[] = "VelmarTaskScheduler";
     static char* argv[] = {name, nullptr};
     QApplication application(argc, argv);
+    // This thread owns the message forms.
+    const CVelmarMapi::CThreadContext formThread;
     // The window hides in the tray and boxes come and go: the program ends when the window closes, and
     // only then.
     application.setQuitOnLastWindowClosed(false);
@@ -39,10 +42,20 @@ int RunMainWindow(CActivityList& activity, CVelmarMapi& mapi, int memoryLimit) {
         service.emplace(mapi, activity, window, memoryLimit);
         return service->Start();
     });
+    // Message forms open on this thread; the window hears of each one on screen.
+    const auto parentWindow = static_cast<ULONG_PTR>(window.winId());
+    const auto formHost = std::make_shared<CWindowFormHost>(
+        [parentWindow] { return parentWindow; }, window.Jobs(), [&window] { window.PostFormTasks(); },
+        [&window](const std::wstring& text) { window.ShowMessage(text); });
+    window.SetFormHost(formHost);
+    mapi.SetFormHost(formHost);
     WatchStopSignals(window);
     window.OnInitDialog();
     const int exitCode = application.exec();
-    // The service threads write into the list the window follows: they end before the window does.
+    // The service threads write into the list the window follows: they end before the window does, and
+    // the forms they opened go with it.
     if (service) service->Stop();
+    mapi.SetFormHost(nullptr);
+    formHost->Detach();
     return exitCode;
 }

@@ -2,6 +2,7 @@
 
 #include "app/MainWindow.h"
 #include "app/StopSignals.h"
+#include "app/WindowFormHost.h"
 #include "app/win32/VelmarTaskSchedulerDlg.h"
 #include "mail/VelmarMapi.h"
 
@@ -10,14 +11,26 @@ bool DesktopAvailable() {
 }
 
 int RunMainWindow(CActivityList& activity, CVelmarMapi& mapi, int memoryLimit) {
+    // This thread owns the message forms: COM and MAPI for it.
+    const CVelmarMapi::CThreadContext formThread;
     std::optional<velmar::service::CRequestService> service;
     CVelmarTaskSchedulerDlg dialog(activity, [&] {
         service.emplace(mapi, activity, dialog, memoryLimit);
         return service->Start();
     });
+    // Message forms open on this thread; the dialog hears of each one on screen.
+    const auto formHost =
+        std::make_shared<CWindowFormHost>([&dialog] { return reinterpret_cast<ULONG_PTR>(dialog.Handle()); },
+                                          dialog.Jobs(), [&dialog] { dialog.PostFormTasks(); },
+                                          [&dialog](const std::wstring& text) { dialog.ShowMessage(text); });
+    dialog.SetFormHost(formHost);
+    mapi.SetFormHost(formHost);
     WatchStopSignals(dialog);
     dialog.DoModal();
-    // The service threads write into the list the window follows: they end before the window does.
+    // The service threads write into the list the window follows: they end before the window does, and
+    // the forms they opened go with it.
     if (service) service->Stop();
+    mapi.SetFormHost(nullptr);
+    formHost->Detach();
     return 0;
 }

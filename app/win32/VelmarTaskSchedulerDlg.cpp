@@ -76,6 +76,14 @@ void CVelmarTaskSchedulerDlg::PostClose() {
     if (m_hWnd) PostMessageW(m_hWnd, WM_CLOSE, 0, 0);
 }
 
+void CVelmarTaskSchedulerDlg::PostFormTasks() {
+    if (m_hWnd) PostMessageW(m_hWnd, kFormTasks, 0, 0);
+}
+
+void CVelmarTaskSchedulerDlg::ShowMessage(const std::wstring& text) {
+    MessageBoxW(m_hWnd, text.c_str(), kWindowCaption, MB_OK | MB_ICONWARNING);
+}
+
 INT_PTR CALLBACK CVelmarTaskSchedulerDlg::DialogProc(HWND window, UINT message, WPARAM wParam,
                                                      LPARAM lParam) {
     if (message == WM_INITDIALOG) {
@@ -101,6 +109,9 @@ INT_PTR CVelmarTaskSchedulerDlg::HandleMessage(UINT message, WPARAM wParam, LPAR
         case WM_SIZE:
             OnSize();
             return FALSE;
+        case kFormTasks:
+            if (const std::shared_ptr<CWindowFormHost> host = m_formHost.lock()) host->RunPendingTasks();
+            return TRUE;
         case kRunCommandJob:
             m_jobs.Run(static_cast<size_t>(wParam), static_cast<int>(lParam), m_activity, m_printer);
             return TRUE;

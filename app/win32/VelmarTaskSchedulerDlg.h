@@ -15,6 +15,7 @@
 
 #include "app/ActivityFeed.h"
 #include "app/CommandJobs.h"
+#include "app/WindowFormHost.h"
 #include "service/RequestService.h"
 
 class CVelmarTaskSchedulerDlg : public velmar::service::IMainWindow {
@@ -23,6 +24,7 @@ public:
     static constexpr UINT kRunCommandJob = 1002;        // first parameter the job's index, second the action
     static constexpr UINT kTrayNotify = WM_USER + 101;  // the tray icon's callback, 1125
     static constexpr UINT kActivityNote = WM_APP + 1;   // lines wait in the activity list
+    static constexpr UINT kFormTasks = WM_APP + 2;      // forms wait to be opened
 
     // startService starts the request service with this window as its main window; false when it cannot
     // (the service then says so in the activity list, and the window stays without it).
@@ -38,6 +40,12 @@ public:
 
     HWND Handle() const { return m_hWnd; }
     CCommandJobs& Jobs() { return m_jobs; }
+    // The host of the message forms, whose queue the dialog runs on its thread.
+    void SetFormHost(std::weak_ptr<CWindowFormHost> host) { m_formHost = std::move(host); }
+    // From any thread: run the form host's queue soon.
+    void PostFormTasks();
+    // A message box over the dialog, for the forms' site.
+    void ShowMessage(const std::wstring& text);
     // Where the printing dialogs of PRINTHTML jobs live; none until set.
     void SetPrintJobHost(IPrintJobHost* host) { m_printer = host; }
 
@@ -65,6 +73,7 @@ private:
     NOTIFYICONDATAW m_trayIcon{};
     CCommandJobs m_jobs;
     IPrintJobHost* m_printer = nullptr;
+    std::weak_ptr<CWindowFormHost> m_formHost;
     std::optional<CActivityFeed> m_feed;  // from the dialog's initialisation on
     bool m_bEnded = false;                // the window closed: DoModal returns
 };

@@ -5,6 +5,8 @@
 #include <windows.h>
 
 #include <imessage.h>
+#define NOEXCHFORMGUIDS
+#include <exchform.h>
 #include <mapiform.h>
 #include <mapiguid.h>
 #include <mapinls.h>
