@@ -111,14 +111,19 @@ SCODE VMAPIAllocateMore(ULONG cbSize, LPVOID lpObject, LPVOID* lppBuffer) {
 
 HRESULT VMAPIOpenFormMgr(LPMAPISESSION lpSession, LPMAPIFORMMGR* lppFormMgr) {
     using PFN_MAPIOpenFormMgr = HRESULT(STDMETHODCALLTYPE*)(LPMAPISESSION, LPMAPIFORMMGR*);
+    // No session, no forms: asked without one, the library is not bothered (Wine's stub would end us).
+    if (!lpSession) {
+        if (lppFormMgr) *lppFormMgr = nullptr;
+        return MAPI_E_INVALID_PARAMETER;
+    }
     static std::atomic<void*> s_openFormMgr{nullptr};
     if (!s_openFormMgr.load()) {
         LoadMapiFunctions();
         std::lock_guard lock(g_loadLock);
+        // Only the plain name: a 64-bit library never decorates it, and Wine's mapi32 keeps the decorated
+        // one as a stub that ends the process when called.
         for (LibraryHandle library : {g_clientLibrary, g_systemLibrary}) {
-            for (const char* name : {"MAPIOpenFormMgr@8", "MAPIOpenFormMgr"}) {
-                if (!s_openFormMgr.load()) s_openFormMgr.store(FindExport(library, name));
-            }
+            if (!s_openFormMgr.load()) s_openFormMgr.store(FindExport(library, "MAPIOpenFormMgr"));
         }
     }
     const auto openFormMgr = reinterpret_cast<PFN_MAPIOpenFormMgr>(s_openFormMgr.load());

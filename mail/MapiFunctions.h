@@ -97,7 +97,7 @@ SCODE VMAPIAllocateMore(ULONG cbSize, LPVOID lpObject, LPVOID* lppBuffer);
 ULONG VMAPIFreeBuffer(LPVOID lpBuffer);
 
 // MAPIOpenFormMgr, which is not a slot of the table: looked up in the client's library, then in the
-// system's. E_FAIL (and a null manager) when neither exports it.
+// system's. E_FAIL (and a null manager) when neither exports it; MAPI_E_INVALID_PARAMETER without a session.
 HRESULT VMAPIOpenFormMgr(LPMAPISESSION lpSession, LPMAPIFORMMGR* lppFormMgr);
 
 }  // namespace velmar::mail

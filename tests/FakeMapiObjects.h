@@ -1,9 +1,10 @@
 // Store, folder, message and form objects for tests of the form viewer on both targets: each counts its
 // references, answers what the viewer asks of it and records what was done to it in a shared log. Where no
-// MAPI library is bound, the viewer's MAPIFreeBuffer does nothing, so the property arrays handed out stay
-// the fakes' own.
+// MAPI library is bound, the viewer's MAPIFreeBuffer does nothing, so the property arrays handed out are
+// the fakes' own; where one is, they come from its MAPIAllocateBuffer.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <deque>
 #include <map>
@@ -11,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "mail/MapiFunctions.h"
 #include "mail/MapiHeaders.h"
 
 namespace velmar::test {
@@ -40,7 +42,7 @@ public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, LPVOID* ppvObj) override {
         if (!ppvObj) return E_INVALIDARG;
         *ppvObj = nullptr;
-        if (riid != IID_IUnknown && riid != IID_IMAPIProp && riid != InterfaceId()) return E_NOINTERFACE;
+        if (riid != IID_IUnknown && riid != InterfaceId()) return E_NOINTERFACE;
         AddRef();
         *ppvObj = this;
         return S_OK;
@@ -78,6 +80,13 @@ public:
         }
         *lpcValues = lpPropTagArray->cValues;
         *lppPropArray = values.data();
+        // Where a MAPI library is bound (Wine has one), the caller frees the array with its MAPIFreeBuffer.
+        LPVOID buffer = nullptr;
+        const ULONG size = static_cast<ULONG>(values.size() * sizeof(SPropValue));
+        if (velmar::mail::VMAPIAllocateBuffer(size, &buffer) == S_OK) {
+            std::copy(values.begin(), values.end(), static_cast<LPSPropValue>(buffer));
+            *lppPropArray = static_cast<LPSPropValue>(buffer);
+        }
         return missing ? MAPI_W_ERRORS_RETURNED : S_OK;
     }
     VELMAR_NOT_OFFERED(GetPropList, (ULONG, LPSPropTagArray*))

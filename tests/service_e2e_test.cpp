@@ -161,14 +161,17 @@ TEST_F(ServiceEndToEnd, SessionAndStoreCommands) {
     EXPECT_NE(activity.find("Write Back Json\n{\r\n  \"foundIndex\": 0,"), std::string::npos);
 }
 
-// Without MAPI (Wine has none that works) both commands still reply "OK"; the trace shows where they stop.
-TEST_F(ServiceEndToEnd, SendAndForwardWithoutMapiReplyOkAndTraceTheirFailure) {
+// Without MAPI (Wine has none that works) these commands still reply "OK"; the trace shows where they stop.
+TEST_F(ServiceEndToEnd, SendForwardAndOpenWithoutMapiReplyOkAndTraceTheirFailure) {
     if (kMapiWorks) GTEST_SKIP() << "the send path with MAPI is tested against real stores (send_e2e_test)";
     EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"SendEmail","subject":"s","body":"b",)"
                   R"("recipientsTo":["a@example.org"],"outlookForceSend":true})"),
               Reply("OK"));
     EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"ForwardEmail","messageId":"<m@x>",)"
                   R"("recipientsTo":["a@example.org"]})"),
+              Reply("OK"));
+    EXPECT_EQ(Ask(R"({"command-target":"MAPI","command":"OpenEmail","messageId":"<m@x>",)"
+                  R"("outlookProfile":"Velmar","savedMessageStore":"Eins"})"),
               Reply("OK"));
     const std::string activity = Activity();
     const std::vector<std::string> sendLines = {
@@ -185,6 +188,12 @@ TEST_F(ServiceEndToEnd, SendAndForwardWithoutMapiReplyOkAndTraceTheirFailure) {
         "CVelmarMapi::ForwardMail start bOutlookForceSend = false",
         "CVelmarMapi::ForwardMail GetpMessage",
         "CVelmarMapi::ForwardMail end",
+        "-> OpenEmail",
+        "CVelmarMapi::Logon start",
+        "OpenEmail: no window to show the message in, it stays closed",
+        "CVelmarMapi::FindMessage start",
+        "CVelmarMapi::FindMessage GetpMessage",
+        "CVelmarMapi::FindMessage end",
     };
     size_t at = 0;
     for (const std::string& line : sendLines) {
