@@ -195,8 +195,9 @@ TEST_F(MapiFileStreams, CompressedRtfReadWriteAndNativeBody) {
 }
 
 TEST(MapiUnsupported, EntryPointsSayNoSupport) {
+    // A form manager needs the session it serves.
     LPMAPIFORMMGR formManager = reinterpret_cast<LPMAPIFORMMGR>(1);
-    EXPECT_EQ(MAPIOpenFormMgr(nullptr, &formManager), MAPI_E_NO_SUPPORT);
+    EXPECT_EQ(MAPIOpenFormMgr(nullptr, &formManager), MAPI_E_INVALID_PARAMETER);
     EXPECT_EQ(formManager, nullptr);
     LPMSGSESS session = reinterpret_cast<LPMSGSESS>(1);
     EXPECT_EQ(OpenIMsgSession(MAPIGetDefaultMalloc(), 0, &session), MAPI_E_NO_SUPPORT);
