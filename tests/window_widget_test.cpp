@@ -13,33 +13,11 @@
 
 #include "app/WindowTexts.h"
 #include "app/qt/MainWindowQt.h"
+#include "tests/QtTestSupport.h"
 
 namespace {
 
-// Runs the event loop until the condition holds or 10 s have passed.
-bool ProcessUntil(const std::function<bool()>& condition) {
-    for (int i = 0; i < 1000 && !condition(); ++i) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return condition();
-}
-
-// Answers the next message box with `button` once it is up, and notes its title and text.
-struct CBoxAnswer {
-    QString title, text;
-    bool seen = false;
-};
-void AnswerNextBox(CBoxAnswer& answer, QMessageBox::StandardButton button) {
-    QTimer::singleShot(50, [&answer, button] {
-        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-        if (!box) return AnswerNextBox(answer, button);
-        answer.seen = true;
-        answer.title = box->windowTitle();
-        answer.text = box->text();
-        box->button(button)->click();
-    });
-}
+using namespace velmar::test;
 
 class WindowWidgetTest : public ::testing::Test {
 protected:

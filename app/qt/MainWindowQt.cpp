@@ -188,9 +188,10 @@ void CVelmarTaskSchedulerDlg::ShowAboutBox() {
 }
 
 void CVelmarTaskSchedulerDlg::closeEvent(QCloseEvent* event) {
+    // "Yes" is the default button, as the first button of a Windows message box is.
     if (m_jobs.HasOpenMail() &&
         QMessageBox::question(this, Text(kWindowCaption), Text(kTextCloseQuestion),
-                              QMessageBox::Yes | QMessageBox::No) != QMessageBox::Yes) {
+                              QMessageBox::Yes | QMessageBox::No, QMessageBox::Yes) != QMessageBox::Yes) {
         event->ignore();
         return;
     }

@@ -1,0 +1,40 @@
+// Helpers of the in-process Qt tests, which run on Qt's offscreen platform: running the event loop until
+// something has happened, and answering the message box that comes up next.
+#pragma once
+
+#include <QApplication>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTimer>
+#include <chrono>
+#include <functional>
+#include <thread>
+
+namespace velmar::test {
+
+// Runs the event loop until the condition holds or 10 s have passed.
+inline bool ProcessUntil(const std::function<bool()>& condition) {
+    for (int i = 0; i < 1000 && !condition(); ++i) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return condition();
+}
+
+// Answers the next message box with `button` once it is up, and notes its title and text.
+struct CBoxAnswer {
+    QString title, text;
+    bool seen = false;
+};
+inline void AnswerNextBox(CBoxAnswer& answer, QMessageBox::StandardButton button) {
+    QTimer::singleShot(50, [&answer, button] {
+        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        if (!box) return AnswerNextBox(answer, button);
+        answer.seen = true;
+        answer.title = box->windowTitle();
+        answer.text = box->text();
+        box->button(button)->click();
+    });
+}
+
+}  // namespace velmar::test
