@@ -1,0 +1,78 @@
+// The job queue of a printing dialog: HTML files printed one at a time in the order they were queued, each
+// started only after the one before has reported completion. The dialog's browser does the printing behind
+// IPrintEngine; the queue holds the order, the printer the jobs asked for and the completion signal, the
+// same on every platform.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace velmar::print {
+
+inline constexpr wchar_t kNoPrintTemplate[] = L"*";
+inline constexpr wchar_t kCurrentPrinter[] = L"*";
+
+struct CPrintJob {
+    std::wstring htmlFile;
+    std::wstring printTemplate;  // URL of a print template, or "*" for none
+    std::wstring styleSheet;     // URL of a style sheet added to the page; used only with a template
+    std::wstring printer;        // printer name, or "*" for the current printer
+    bool prompt = false;         // the print dialog chooses printer and options
+
+    bool HasTemplate() const { return printTemplate != kNoPrintTemplate; }
+};
+
+// What a printing dialog's browser does for the queue. All calls come on the dialog's thread.
+class IPrintEngine {
+public:
+    virtual ~IPrintEngine() = default;
+    // Loads a blank page; once it is there the engine calls the queue's OnNavigateComplete.
+    virtual void NavigateBlank() = 0;
+    // Writes the job's html file into the blank page; false when no document could be made of it.
+    virtual bool WriteDocument(const CPrintJob& job) = 0;
+    virtual void AddStyleSheet(const std::wstring& url) = 0;
+    // Prints through the job's template, which reports completion itself (the queue's OnPrintComplete).
+    virtual void PrintWithTemplate(const CPrintJob& job) = 0;
+    // Prints and returns once the printing is done.
+    virtual void PrintAndWait(const CPrintJob& job) = 0;
+    virtual void CloseDocument() = 0;
+    // The queue ran empty; savedPrinter is the printer the last named job asked for, empty when none did.
+    virtual void QueueDone(const std::wstring& savedPrinter) = 0;
+    // Makes the dialog's thread call the queue's StartNext soon (message 1124).
+    virtual void PostStartNext() = 0;
+    // A line for the activity list.
+    virtual void Trace(const std::wstring& line) = 0;
+};
+
+class CPrintJobQueue {
+public:
+    explicit CPrintJobQueue(IPrintEngine& engine) : m_engine(engine) {}
+
+    // One job; prompt is "1" to show the print dialog, anything else prints without it.
+    void AddJob(std::wstring htmlFile, std::wstring printTemplate, std::wstring styleSheet,
+                const std::wstring& prompt, std::wstring printer);
+    // Called once the last job is done, as the completion event of the dialog's creator is signalled.
+    void SetCompletion(std::function<void()> completion) { m_completion = std::move(completion); }
+
+    // Message 1124: the next job, or the end of the queue.
+    void StartNext();
+    // The blank page is loaded: the current job is printed.
+    void OnNavigateComplete();
+    // The print template has finished ("print_complete").
+    void OnPrintComplete();
+
+    size_t Waiting() const { return m_jobs.size(); }
+    const std::optional<CPrintJob>& Current() const { return m_current; }
+
+private:
+    IPrintEngine& m_engine;
+    std::deque<CPrintJob> m_jobs;
+    std::optional<CPrintJob> m_current;
+    bool m_awaitingPage = false;  // the blank page of the current job is on its way
+    std::wstring m_savedPrinter;
+    std::function<void()> m_completion;
+};
+
+}  // namespace velmar::print

@@ -1,0 +1,158 @@
+// The printing dialogs' job queue over real files, with an engine that records what it is asked to do and
+// completes as a browser would (asynchronously, through posted starts): the order of the jobs, the template
+// and plain paths, which files are deleted, the printer kept for the end of the queue, the prompt rule,
+// a job that makes no document, and the completion only after the last job.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <deque>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "print/PrintJobQueue.h"
+#include "tests/TestFiles.h"
+
+namespace {
+
+using namespace velmar::print;
+namespace fs = std::filesystem;
+
+class CRecordingEngine : public IPrintEngine {
+public:
+    void NavigateBlank() override {
+        Note(L"navigate");
+        m_pending.push_back(kPage);
+    }
+    bool WriteDocument(const CPrintJob& job) override {
+        Note(L"write " + fs::path(job.htmlFile).filename().wstring());
+        return fs::exists(job.htmlFile);
+    }
+    void AddStyleSheet(const std::wstring& url) override { Note(L"style " + url); }
+    void PrintWithTemplate(const CPrintJob& job) override {
+        Note(L"template " + job.printTemplate + (job.prompt ? L" prompt" : L""));
+        m_pending.push_back(kTemplateDone);
+    }
+    void PrintAndWait(const CPrintJob& job) override {
+        Note(L"print " + job.printer + (job.prompt ? L" prompt" : L""));
+        // Printing is over before the file goes.
+        printedExisting.push_back(fs::exists(job.htmlFile));
+    }
+    void CloseDocument() override { Note(L"close"); }
+    void QueueDone(const std::wstring& savedPrinter) override { Note(L"done [" + savedPrinter + L"]"); }
+    void PostStartNext() override { m_pending.push_back(kStart); }
+    void Trace(const std::wstring& line) override { Note(L"trace " + line); }
+
+    // Delivers what the browser and the message queue would, one at a time, until nothing is left.
+    void Run(CPrintJobQueue& queue) {
+        while (!m_pending.empty()) {
+            const EPending next = m_pending.front();
+            m_pending.pop_front();
+            if (next == kPage) queue.OnNavigateComplete();
+            if (next == kTemplateDone) queue.OnPrintComplete();
+            if (next == kStart) queue.StartNext();
+        }
+    }
+
+    std::vector<std::wstring> calls;
+    std::vector<bool> printedExisting;
+
+private:
+    enum EPending { kPage, kTemplateDone, kStart };
+    void Note(const std::wstring& call) { calls.push_back(call); }
+
+    std::deque<EPending> m_pending;
+};
+
+class PrintQueueTest : public ::testing::Test {
+protected:
+    std::wstring Html(const char* name) {
+        const fs::path path = m_dir / name;
+        velmar::test::WriteFile(path,
+                                "<p>Gr\xc3\xbc\xc3\x9f"
+                                "e</p>");
+        return path.wstring();
+    }
+
+    velmar::test::CTempDir m_dir;
+    CRecordingEngine m_engine;
+    CPrintJobQueue m_queue{m_engine};
+};
+
+TEST_F(PrintQueueTest, JobsPrintInOrderEachAfterTheOneBeforeCompleted) {
+    int completions = 0;
+    std::vector<std::wstring> callsAtCompletion;
+    m_queue.SetCompletion([&] {
+        ++completions;
+        callsAtCompletion = m_engine.calls;
+    });
+    const std::wstring plain = Html("eins.html");
+    const std::wstring withTemplate = Html("zwei.html");
+    m_queue.AddJob(plain, L"*", L"ignored.css", L"0", L"Buero");
+    m_queue.AddJob(withTemplate, L"res://vorlage.htm", L"file:///druck.css", L"1", L"*");
+    EXPECT_EQ(m_queue.Waiting(), 2u);
+    EXPECT_TRUE(m_engine.calls.empty()) << "nothing starts before message 1124";
+
+    m_queue.StartNext();
+    m_engine.Run(m_queue);
+    EXPECT_EQ(m_engine.calls,
+              (std::vector<std::wstring>{L"navigate", L"write eins.html", L"print Buero", L"close",  //
+                                         L"navigate", L"write zwei.html", L"style file:///druck.css",
+                                         L"template res://vorlage.htm prompt", L"close",  //
+                                         L"done [Buero]"}));
+    EXPECT_EQ(completions, 1);
+    EXPECT_EQ(callsAtCompletion, m_engine.calls) << "completion comes after the last job";
+    EXPECT_EQ(m_engine.printedExisting, std::vector<bool>{true});
+    EXPECT_FALSE(fs::exists(plain)) << "the plain path deletes the html file";
+    EXPECT_TRUE(fs::exists(withTemplate)) << "the template path keeps it";
+    EXPECT_FALSE(m_queue.Current());
+
+    // The saved printer was handed back once: an empty queue started again has none.
+    m_queue.StartNext();
+    EXPECT_EQ(m_engine.calls.back(), L"done []");
+    EXPECT_EQ(completions, 2);
+}
+
+TEST_F(PrintQueueTest, OnlyTheWordOneAsksForTheDialog) {
+    int page = 0;
+    for (const wchar_t* prompt : {L"1", L"0", L"yes", L"", L"1 ", L"01"})
+        m_queue.AddJob(Html(("seite" + std::to_string(++page) + ".html").c_str()), L"*", L"", prompt, L"*");
+    m_queue.StartNext();
+    m_engine.Run(m_queue);
+    std::vector<std::wstring> prints;
+    for (const std::wstring& call : m_engine.calls)
+        if (call.rfind(L"print ", 0) == 0) prints.push_back(call);
+    EXPECT_EQ(prints, (std::vector<std::wstring>{L"print * prompt", L"print *", L"print *", L"print *",
+                                                 L"print *", L"print *"}));
+    EXPECT_EQ(m_engine.calls.back(), L"done []") << "no job named a printer";
+}
+
+TEST_F(PrintQueueTest, AJobWithoutADocumentIsTracedAndTheQueueGoesOn) {
+    int completions = 0;
+    m_queue.SetCompletion([&] { ++completions; });
+    const std::wstring missing = (m_dir / "fehlt.html").wstring();
+    const std::wstring present = Html("da.html");
+    m_queue.AddJob(missing, L"*", L"", L"0", L"Erster");
+    m_queue.AddJob(present, L"*", L"", L"0", L"*");
+    m_queue.StartNext();
+    m_engine.Run(m_queue);
+    EXPECT_EQ(m_engine.calls, (std::vector<std::wstring>{
+                                  L"navigate", L"write fehlt.html",
+                                  L"trace Html Dokument kann nicht gedruckt werden: " + missing, L"navigate",
+                                  L"write da.html", L"print *", L"close", L"done [Erster]"}));
+    EXPECT_EQ(completions, 1);
+    EXPECT_FALSE(fs::exists(present));
+}
+
+TEST_F(PrintQueueTest, AStrayPageLoadPrintsNothingTwice) {
+    m_queue.AddJob(Html("einmal.html"), L"res://vorlage.htm", L"", L"0", L"*");
+    m_queue.StartNext();
+    // The page comes, the template prints; a second page load before the template is done does nothing.
+    m_queue.OnNavigateComplete();
+    const std::vector<std::wstring> printing = m_engine.calls;
+    m_queue.OnNavigateComplete();
+    EXPECT_EQ(m_engine.calls, printing);
+    EXPECT_EQ(std::count(printing.begin(), printing.end(), L"write einmal.html"), 1);
+}
+
+}  // namespace
