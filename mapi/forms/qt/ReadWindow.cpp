@@ -34,11 +34,18 @@ public:
         });
     }
 
+    // Every resource the body asks for comes through here. An empty answer would not do: Qt's rich text
+    // then reads a local file of that name itself, so what is not the message's own gets a stand-in.
     QVariant loadResource(int type, const QUrl& name) override {
-        if (type != QTextDocument::ImageResource || name.scheme().compare("cid", Qt::CaseInsensitive) != 0)
-            return {};
-        const QImage image = QImage::fromData(m_inlineImage(name.path(QUrl::FullyDecoded)));
-        return image.isNull() ? QVariant() : QVariant(image);
+        if (name.scheme().compare("data", Qt::CaseInsensitive) == 0) return {};  // inside the body itself
+        if (type != QTextDocument::ImageResource) return QVariant(QByteArray());
+        if (name.scheme().compare("cid", Qt::CaseInsensitive) == 0) {
+            const QImage image = QImage::fromData(m_inlineImage(name.path(QUrl::FullyDecoded)));
+            if (!image.isNull()) return image;
+        }
+        QImage blank(1, 1, QImage::Format_ARGB32);
+        blank.fill(Qt::transparent);
+        return blank;
     }
 
 private:
