@@ -497,6 +497,8 @@ TEST(NoteAnswers, RecipientsSubjectsAndTheQuotedOriginal) {
     EXPECT_TRUE(reply.body.endsWith("Betreff: Angebot\n\nText"));
     const CComposeContent all = AnswerContent(original, EAnswerKind::ReplyAll);
     EXPECT_EQ(all.cc, "Ich <me@x.example>; Dora <d@x.example>") << "the sender once, in To";
+    EXPECT_EQ(AnswerContent(original, EAnswerKind::ReplyAll, "ME@x.example").cc, "Dora <d@x.example>")
+        << "not to the user";
     const CComposeContent forward = AnswerContent(original, EAnswerKind::Forward);
     EXPECT_EQ(forward.subject, "WG: Angebot");
     EXPECT_TRUE(forward.to.isEmpty());

@@ -9,7 +9,9 @@
 #include <QUrl>
 
 #include "exchform.h"
+#include "mapi/runtime/ProviderBuffers.h"
 #include "mapiguid.h"
+#include "mapitags.h"
 
 namespace velmar::forms {
 namespace {
@@ -194,7 +196,7 @@ void CNoteForm::Show() {
 
 void CNoteForm::Answer(EAnswerKind kind) {
     if (!m_site) return;
-    CComposeContent content = AnswerContent(m_note, kind);
+    CComposeContent content = AnswerContent(m_note, kind, OwnAddress());
     if (kind == EAnswerKind::Forward && m_message) {
         for (const CNoteAttachment& attachment : m_note.attachments) {
             // Pictures of the HTML body stay behind with it: the forward carries the text.
@@ -304,6 +306,15 @@ QByteArray CNoteForm::InlineImage(const QString& contentId) {
             break;
         }
     return bytes;
+}
+
+QString CNoteForm::OwnAddress() const {
+    CComPtr<IMsgStore> store;
+    if (!m_site || FAILED(m_site->GetStore(store.Put())) || !store) return {};
+    LPSPropValue raw = nullptr;
+    if (FAILED(HrGetOneProp(store.get(), PR_EMAIL_ADDRESS_W, &raw))) return {};
+    const velmar::mapi::MapiBuffer<SPropValue> address(raw);
+    return QString::fromWCharArray(address->Value.lpszW);
 }
 
 QWidget* CNoteForm::Window() const {

@@ -70,6 +70,8 @@ private:
     void OpenAttachment(const CNoteAttachment& attachment);
     void SaveAttachment(const CNoteAttachment& attachment);
     QByteArray InlineImage(const QString& contentId);
+    // The address of the store's owner, empty when the site does not say.
+    QString OwnAddress() const;
     QWidget* Window() const;
     CComposeContent CurrentCompose() const;
     bool Dirty() const;

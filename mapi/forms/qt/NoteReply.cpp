@@ -43,7 +43,7 @@ QString FormDate(const QDateTime& date) {
     return date.isValid() ? date.toLocalTime().toString(QStringLiteral("dd.MM.yyyy HH:mm")) : QString();
 }
 
-CComposeContent AnswerContent(const CNoteContent& original, EAnswerKind kind) {
+CComposeContent AnswerContent(const CNoteContent& original, EAnswerKind kind, const QString& ownAddress) {
     CComposeContent answer;
     answer.body = QuotedOriginal(original);
     if (kind == EAnswerKind::Forward) {
@@ -56,11 +56,13 @@ CComposeContent AnswerContent(const CNoteContent& original, EAnswerKind kind) {
                                      {QStringLiteral("AW:"), QStringLiteral("RE:")});
     answer.to = original.sender.Text();
     if (kind == EAnswerKind::ReplyAll) {
-        // Everyone else the original went to, the sender once.
+        // Everyone else the original went to: the sender once, the user not at all.
+        const CNoteAddress own{{}, ownAddress};
         std::vector<CNoteAddress> others;
         for (const auto* list : {&original.to, &original.cc})
             for (const CNoteAddress& address : *list)
-                if (!SameAddress(address, original.sender)) others.push_back(address);
+                if (!SameAddress(address, original.sender) && !SameAddress(address, own))
+                    others.push_back(address);
         answer.cc = RecipientField(others);
     }
     return answer;

@@ -9,8 +9,9 @@ namespace velmar::forms {
 enum class EAnswerKind { Reply, ReplyAll, Forward };
 
 // The compose fields of an answer to original. A forward gets no recipients and no attachments here: the
-// form adds the original's attachments, which it reads from the message.
-CComposeContent AnswerContent(const CNoteContent& original, EAnswerKind kind);
+// form adds the original's attachments, which it reads from the message. ownAddress, the address of the
+// store's owner when known, is left out of an answer to all.
+CComposeContent AnswerContent(const CNoteContent& original, EAnswerKind kind, const QString& ownAddress = {});
 
 // The addresses as a recipient field: "Name <a@b>; c@d".
 QString RecipientField(const std::vector<CNoteAddress>& addresses);
