@@ -41,7 +41,7 @@ QDateTime DateOf(const SPropValue* value) {
 }
 
 // The whole content of a stream; bodies and attachments are read in blocks, whatever their size.
-HRESULT ReadAll(IStream* stream, QByteArray& bytes) {
+[[nodiscard]] HRESULT ReadAll(IStream* stream, QByteArray& bytes) {
     bytes.clear();
     char block[65536];
     for (;;) {
@@ -53,7 +53,7 @@ HRESULT ReadAll(IStream* stream, QByteArray& bytes) {
     }
 }
 
-HRESULT ReadStreamProperty(IMAPIProp* object, ULONG ulPropTag, QByteArray& bytes) {
+[[nodiscard]] HRESULT ReadStreamProperty(IMAPIProp* object, ULONG ulPropTag, QByteArray& bytes) {
     CComPtr<IStream> stream;
     HRESULT hr = object->OpenProperty(ulPropTag, &IID_IStream, STGM_READ, 0,
                                       reinterpret_cast<LPUNKNOWN*>(stream.Put()));
@@ -295,8 +295,8 @@ HRESULT ReadNote(IMessage* message, CNoteContent& content) {
     ReadHeader(message, content);
     ReadRecipients(message, content);
     ReadAttachmentList(message, content);
-    // No HTML body is no failure: the plain text is shown.
-    ReadStreamProperty(message, PR_HTML, content.html);
+    // No HTML body, or one that cannot be read, is no failure: the plain text is shown.
+    if (FAILED(ReadStreamProperty(message, PR_HTML, content.html))) content.html.clear();
     return S_OK;
 }
 

@@ -54,11 +54,11 @@ struct CComposeContent {
     std::vector<CComposeAttachment> attachments;
 };
 
-HRESULT ReadNote(IMessage* message, CNoteContent& content);
+[[nodiscard]] HRESULT ReadNote(IMessage* message, CNoteContent& content);
 // The data of one attachment of the message.
-HRESULT ReadAttachmentBytes(IMessage* message, ULONG attachNumber, QByteArray& bytes);
+[[nodiscard]] HRESULT ReadAttachmentBytes(IMessage* message, ULONG attachNumber, QByteArray& bytes);
 // Writes the fields into the message, replacing its recipients and attachments; not saved.
-HRESULT WriteCompose(IMessage* message, const CComposeContent& content);
+[[nodiscard]] HRESULT WriteCompose(IMessage* message, const CComposeContent& content);
 
 // The addresses a recipient field holds, split at ';' and at ',' outside quotes and angle brackets.
 std::vector<CNoteAddress> ParseRecipientField(const QString& field);

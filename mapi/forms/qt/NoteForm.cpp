@@ -79,7 +79,13 @@ HRESULT CNoteForm::ShutdownForm(ULONG ulSaveOptions) {
                                            QStringLiteral("M\u00f6chten Sie die \u00c4nderungen speichern?"),
                                            QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel);
         if (answer == QMessageBox::Cancel) return MAPI_E_USER_CANCEL;
-        if (answer == QMessageBox::Yes) m_site->SaveMessage();
+        // A draft that could not be kept keeps its form: closing would lose what was written.
+        if (answer == QMessageBox::Yes) {
+            if (const HRESULT hr = m_site->SaveMessage(); FAILED(hr)) {
+                Warn(QStringLiteral("Die Nachricht konnte nicht gespeichert werden."));
+                return hr;
+            }
+        }
     }
     TearDown();
     return S_OK;
@@ -302,7 +308,8 @@ QByteArray CNoteForm::InlineImage(const QString& contentId) {
     QByteArray bytes;
     for (const CNoteAttachment& attachment : m_note.attachments)
         if (m_message && attachment.contentId.compare(contentId, Qt::CaseInsensitive) == 0) {
-            ReadAttachmentBytes(m_message.get(), attachment.number, bytes);
+            // A part that cannot be read shows as no picture.
+            if (FAILED(ReadAttachmentBytes(m_message.get(), attachment.number, bytes))) bytes.clear();
             break;
         }
     return bytes;
