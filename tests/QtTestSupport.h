@@ -9,6 +9,7 @@
 #include <chrono>
 #include <functional>
 #include <thread>
+#include <vector>
 
 namespace velmar::test {
 
@@ -33,6 +34,22 @@ inline void AnswerNextBox(CBoxAnswer& answer, QMessageBox::StandardButton button
         answer.seen = true;
         answer.title = box->windowTitle();
         answer.text = box->text();
+        box->button(button)->click();
+    });
+}
+
+// Answers the message boxes that come up in turn, each with the next of `buttons`, and notes their texts;
+// for boxes that come up inside the handling of the one before.
+inline void AnswerBoxes(std::vector<QMessageBox::StandardButton> buttons, std::vector<QString>& texts) {
+    if (buttons.empty()) return;
+    QTimer::singleShot(50, [buttons = std::move(buttons), &texts]() mutable {
+        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        if (!box || (!texts.empty() && box->text() == texts.back()))
+            return AnswerBoxes(std::move(buttons), texts);
+        texts.push_back(box->text());
+        const QMessageBox::StandardButton button = buttons.front();
+        buttons.erase(buttons.begin());
+        AnswerBoxes(std::move(buttons), texts);
         box->button(button)->click();
     });
 }

@@ -36,6 +36,7 @@ using velmar::CComPtr;
 struct CSiteLog {
     int alive = 0;
     int saves = 0;
+    HRESULT saveResult = S_OK;  // what SaveMessage answers
     int submits = 0;
     int deletes = 0;
     HRESULT deleteResult = S_OK;
@@ -97,6 +98,7 @@ public:
         return m_log.deleteResult;
     }
     HRESULT SaveMessage() override {
+        if (FAILED(m_log.saveResult)) return m_log.saveResult;  // a store that cannot write
         m_persist->Save(nullptr, TRUE);
         m_message->SaveChanges(KEEP_OPEN_READWRITE);
         m_persist->SaveCompleted(nullptr);
@@ -462,6 +464,17 @@ TEST_F(NoteFormTest, ClosingAChangedMessageAsksWhetherToSaveIt) {
     EXPECT_TRUE(Window("Termin")) << "Abbrechen keeps the form";
 
     CBoxAnswer yes;
+    // A draft that could not be saved keeps its form; the user is told.
+    m_log.saveResult = MAPI_E_DISK_ERROR;
+    std::vector<QString> texts;
+    AnswerBoxes({QMessageBox::Yes, QMessageBox::Ok}, texts);
+    Button(window, QString::fromUtf8("S&chließen"))->click();
+    ASSERT_TRUE(ProcessUntil([&] { return texts.size() == 2; }));
+    EXPECT_EQ(texts[1], QString::fromUtf8("Die Nachricht konnte nicht gespeichert werden."));
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(Window("Termin"));
+
+    m_log.saveResult = S_OK;
     AnswerNextBox(yes, QMessageBox::Yes);
     Button(window, QString::fromUtf8("S&chließen"))->click();
     ASSERT_TRUE(ProcessUntil([&] { return !Window("Termin"); }));
