@@ -2,11 +2,14 @@
 // something has happened, and answering the message box that comes up next.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <QApplication>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTimer>
 #include <chrono>
+#include <cstdlib>
 #include <functional>
 #include <thread>
 #include <vector>
@@ -52,6 +55,16 @@ inline void AnswerBoxes(std::vector<QMessageBox::StandardButton> buttons, std::v
         AnswerBoxes(std::move(buttons), texts);
         box->button(button)->click();
     });
+}
+
+// The main of an in-process Qt test: the application object lives as long as the tests and goes before
+// Qt's own statics do.
+inline int RunOffscreenQtTests(int argc, char** argv) {
+    setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    QApplication application(argc, argv);
+    application.setQuitOnLastWindowClosed(false);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
 }
 
 }  // namespace velmar::test

@@ -527,9 +527,5 @@ TEST(NoteAnswers, RecipientsSubjectsAndTheQuotedOriginal) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    setenv("QT_QPA_PLATFORM", "offscreen", 1);
-    QApplication application(argc, argv);
-    application.setQuitOnLastWindowClosed(false);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    return velmar::test::RunOffscreenQtTests(argc, argv);
 }

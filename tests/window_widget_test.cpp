@@ -145,11 +145,6 @@ TEST_F(WindowWidgetTest, LinesFromManyThreadsWhileTheWindowRunsAndClearList) {
 
 }  // namespace
 
-// The application object lives as long as the tests and goes before Qt's own statics do.
 int main(int argc, char** argv) {
-    setenv("QT_QPA_PLATFORM", "offscreen", 1);
-    QApplication application(argc, argv);
-    application.setQuitOnLastWindowClosed(false);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    return velmar::test::RunOffscreenQtTests(argc, argv);
 }

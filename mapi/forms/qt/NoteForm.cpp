@@ -191,8 +191,7 @@ void CNoteForm::Show() {
                 m_compose, CComposeActions{[this] { Send(); }, [this] { CloseRequested(); },
                                            [this](const QString& text) { Warn(text); }});
         }
-        AddRef();
-        m_selfHeld = true;
+        AddRef();  // the window's reference, let go of in TearDown
     }
     QWidget* window = Window();
     window->show();
@@ -351,6 +350,7 @@ void CNoteForm::NotifySinks(Notify notify) {
 
 void CNoteForm::TearDown() {
     const CComPtr<IMAPIForm> self = CComPtr<IMAPIForm>::AddRefed(this);
+    const bool windowHeldForm = Window() != nullptr;
     m_readWindow.reset();
     m_composeWindow.reset();
     m_exportDir.reset();
@@ -361,7 +361,7 @@ void CNoteForm::TearDown() {
     m_message.Reset();
     m_site.Reset();
     m_mode = EMode::Empty;
-    if (std::exchange(m_selfHeld, false)) Release();
+    if (windowHeldForm) Release();
 }
 
 }  // namespace velmar::forms

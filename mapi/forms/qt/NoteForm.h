@@ -93,7 +93,6 @@ private:
     // The form's window, one of the two, while it is open.
     std::unique_ptr<CReadWindow> m_readWindow;
     std::unique_ptr<CComposeWindow> m_composeWindow;
-    bool m_selfHeld = false;                     // the window's reference to the form
     std::unique_ptr<QTemporaryDir> m_exportDir;  // attachments opened with other programs
 };
 
