@@ -15,6 +15,7 @@ void CPrintJobQueue::AddJob(std::wstring htmlFile, std::wstring printTemplate, s
 void CPrintJobQueue::StartNext() {
     if (m_jobs.empty()) {
         m_current.reset();
+        m_step = EStep::None;
         m_engine.QueueDone(m_savedPrinter);
         m_savedPrinter.clear();
         if (m_completion) m_completion();
@@ -22,35 +23,55 @@ void CPrintJobQueue::StartNext() {
     }
     m_current = std::move(m_jobs.front());
     m_jobs.pop_front();
-    if (m_current->printer != kCurrentPrinter) m_savedPrinter = m_current->printer;
-    m_awaitingPage = true;
+    if (m_current->NamesPrinter()) m_savedPrinter = m_current->printer;
+    m_step = EStep::Page;
     m_engine.NavigateBlank();
 }
 
 void CPrintJobQueue::OnNavigateComplete() {
     // Only the blank page of a job starts its printing, once.
-    if (!m_current || !std::exchange(m_awaitingPage, false)) return;
+    if (!m_current || m_step != EStep::Page) return;
+    m_step = EStep::Document;
+    m_engine.WriteDocument(*m_current);
+}
+
+void CPrintJobQueue::OnDocumentWritten(bool written) {
+    if (!m_current || m_step != EStep::Document) return;
     const CPrintJob& job = *m_current;
     // A file that makes no document is left where it is; the queue goes on with the next job.
-    if (!m_engine.WriteDocument(job)) {
+    if (!written) {
+        m_step = EStep::None;
         m_engine.Trace(L"Html Dokument kann nicht gedruckt werden: " + job.htmlFile);
         m_engine.PostStartNext();
         return;
     }
     if (job.HasTemplate()) {
+        m_step = EStep::Template;
         m_engine.AddStyleSheet(job.styleSheet);
         m_engine.PrintWithTemplate(job);
+        // Deliberate: the document is closed while the template prints; the template has what it needs.
         m_engine.CloseDocument();
         return;
     }
-    m_engine.PrintAndWait(job);
+    m_step = EStep::Printed;
+    m_engine.Print(job);
+}
+
+void CPrintJobQueue::OnPrinted(bool printed) {
+    if (!m_current || m_step != EStep::Printed) return;
+    m_step = EStep::None;
     m_engine.CloseDocument();
-    std::error_code ignored;
-    std::filesystem::remove(std::filesystem::path(job.htmlFile), ignored);
+    // A print that failed keeps its file, so that nothing the caller asked to print is lost.
+    if (printed) {
+        std::error_code ignored;
+        std::filesystem::remove(std::filesystem::path(m_current->htmlFile), ignored);
+    }
     m_engine.PostStartNext();
 }
 
 void CPrintJobQueue::OnPrintComplete() {
+    if (!m_current || m_step != EStep::Template) return;
+    m_step = EStep::None;
     m_engine.PostStartNext();
 }
 

@@ -24,19 +24,18 @@ public:
         Note(L"navigate");
         m_pending.push_back(kPage);
     }
-    bool WriteDocument(const CPrintJob& job) override {
+    void WriteDocument(const CPrintJob& job) override {
         Note(L"write " + fs::path(job.htmlFile).filename().wstring());
-        return fs::exists(job.htmlFile);
+        m_pending.push_back(fs::exists(job.htmlFile) ? kWritten : kNotWritten);
     }
     void AddStyleSheet(const std::wstring& url) override { Note(L"style " + url); }
     void PrintWithTemplate(const CPrintJob& job) override {
         Note(L"template " + job.printTemplate + (job.prompt ? L" prompt" : L""));
         m_pending.push_back(kTemplateDone);
     }
-    void PrintAndWait(const CPrintJob& job) override {
+    void Print(const CPrintJob& job) override {
         Note(L"print " + job.printer + (job.prompt ? L" prompt" : L""));
-        // Printing is over before the file goes.
-        printedExisting.push_back(fs::exists(job.htmlFile));
+        m_pending.push_back(job.printer == L"Kaputt" ? kPrintFailed : kPrinted);
     }
     void CloseDocument() override { Note(L"close"); }
     void QueueDone(const std::wstring& savedPrinter) override { Note(L"done [" + savedPrinter + L"]"); }
@@ -49,6 +48,12 @@ public:
             const EPending next = m_pending.front();
             m_pending.pop_front();
             if (next == kPage) queue.OnNavigateComplete();
+            if (next == kWritten || next == kNotWritten) queue.OnDocumentWritten(next == kWritten);
+            if (next == kPrinted || next == kPrintFailed) {
+                // Printing is over before the file goes.
+                printedExisting.push_back(fs::exists(queue.Current()->htmlFile));
+                queue.OnPrinted(next == kPrinted);
+            }
             if (next == kTemplateDone) queue.OnPrintComplete();
             if (next == kStart) queue.StartNext();
         }
@@ -58,7 +63,7 @@ public:
     std::vector<bool> printedExisting;
 
 private:
-    enum EPending { kPage, kTemplateDone, kStart };
+    enum EPending { kPage, kWritten, kNotWritten, kPrinted, kPrintFailed, kTemplateDone, kStart };
     void Note(const std::wstring& call) { calls.push_back(call); }
 
     std::deque<EPending> m_pending;
@@ -144,15 +149,39 @@ TEST_F(PrintQueueTest, AJobWithoutADocumentIsTracedAndTheQueueGoesOn) {
     EXPECT_FALSE(fs::exists(present));
 }
 
-TEST_F(PrintQueueTest, AStrayPageLoadPrintsNothingTwice) {
+TEST_F(PrintQueueTest, ReportsOutOfTurnAreIgnored) {
     m_queue.AddJob(Html("einmal.html"), L"res://vorlage.htm", L"", L"0", L"*");
+    m_queue.AddJob(Html("danach.html"), L"*", L"", L"0", L"*");
+    // A page script's "print_complete" before anything prints starts nothing.
+    m_queue.OnPrintComplete();
+    m_queue.OnPrinted(true);
+    EXPECT_TRUE(m_engine.calls.empty());
+
     m_queue.StartNext();
-    // The page comes, the template prints; a second page load before the template is done does nothing.
     m_queue.OnNavigateComplete();
-    const std::vector<std::wstring> printing = m_engine.calls;
-    m_queue.OnNavigateComplete();
-    EXPECT_EQ(m_engine.calls, printing);
-    EXPECT_EQ(std::count(printing.begin(), printing.end(), L"write einmal.html"), 1);
+    m_queue.OnNavigateComplete();  // a second load of the page
+    m_queue.OnDocumentWritten(true);
+    m_queue.OnDocumentWritten(true);
+    m_queue.OnPrinted(true);  // not a plain print: the template reports
+    EXPECT_EQ(m_engine.calls, (std::vector<std::wstring>{L"navigate", L"write einmal.html", L"style ",
+                                                         L"template res://vorlage.htm", L"close"}));
+    m_queue.OnPrintComplete();
+    m_queue.OnPrintComplete();  // twice: the next job starts once
+    m_engine.Run(m_queue);
+    EXPECT_EQ(std::count(m_engine.calls.begin(), m_engine.calls.end(), L"write danach.html"), 1);
+    EXPECT_EQ(m_engine.calls.back(), L"done []");
+}
+
+TEST_F(PrintQueueTest, AFailedPrintKeepsItsFileAndTheQueueGoesOn) {
+    const std::wstring failing = Html("kaputt.html");
+    const std::wstring next = Html("gut.html");
+    m_queue.AddJob(failing, L"*", L"", L"0", L"Kaputt");
+    m_queue.AddJob(next, L"*", L"", L"0", L"*");
+    m_queue.StartNext();
+    m_engine.Run(m_queue);
+    EXPECT_TRUE(fs::exists(failing));
+    EXPECT_FALSE(fs::exists(next));
+    EXPECT_EQ(m_engine.calls.back(), L"done [Kaputt]");
 }
 
 }  // namespace
