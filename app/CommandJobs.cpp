@@ -38,7 +38,7 @@ void CCommandJobs::Run(size_t index, int action, CActivityList& activity, IPrint
         if (index >= m_jobs.size()) return;
         job = m_jobs[index];
     }
-    if (job.empty() || job.front() != kPrintHtmlJob || !printer) return;
+    if (job.empty() || job.front() != velmar::print::kPrintHtmlWord || !printer) return;
     if (action == 2) {
         printer->DestroyDialog(index);
         return;

@@ -9,24 +9,13 @@
 #include <string>
 #include <vector>
 
+#include "print/PrintJobHost.h"
 #include "support/ActivityList.h"
 #include "support/BinarySemaphore.h"
 
-inline constexpr wchar_t kPrintHtmlJob[] = L"PRINTHTML";
 inline constexpr wchar_t kOpenMailJob[] = L"OPENMAIL";
 
-// The side of the printing dialogs that runs PRINTHTML jobs, one dialog per job index.
-class IPrintJobHost {
-public:
-    virtual ~IPrintJobHost() = default;
-    // Destroys the job's dialog, if there is one, and creates it anew.
-    virtual void RecreateDialog(size_t index) = 0;
-    // One group of five strings: html file, print template or "*", style sheet, prompt, printer or "*".
-    virtual void AddPrintJob(size_t index, const std::vector<std::wstring>& group) = 0;
-    virtual void StartPrinting(size_t index) = 0;
-    // Destroys the job's dialog and clears its slot.
-    virtual void DestroyDialog(size_t index) = 0;
-};
+using velmar::print::IPrintJobHost;
 
 class CCommandJobs {
 public:

@@ -38,6 +38,10 @@ public:
 // The channel of this platform. Null with error text when it cannot be offered (on POSIX: another running
 // copy answers on the socket).
 std::unique_ptr<IPipeListener> CreatePipeListener(std::wstring& error);
+// POSIX only: a listener with the same rules on another socket of the program's (the window's own), whose
+// connections give up reading after readTimeoutMilliseconds (< 0: never).
+std::unique_ptr<IPipeListener> CreateSocketListener(const std::string& path, int readTimeoutMilliseconds,
+                                                    std::wstring& error);
 
 // The resident size of this process in bytes; false when it cannot be read.
 bool ProcessWorkingSet(unsigned long long& bytes);

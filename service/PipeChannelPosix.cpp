@@ -33,10 +33,11 @@ std::wstring ErrnoLine(const wchar_t* operation, int error) {
 
 class CSocketConnection : public IPipeConnection {
 public:
-    explicit CSocketConnection(int fd) : m_socket(fd) {}
+    CSocketConnection(int fd, int readTimeoutMilliseconds)
+        : m_socket(fd), m_readTimeoutMilliseconds(readTimeoutMilliseconds) {}
 
     bool ReadRequest(std::string& request, std::wstring& error) override {
-        switch (m_socket.Receive(request, kMaxRequestBytes, -1)) {
+        switch (m_socket.Receive(request, kMaxRequestBytes, m_readTimeoutMilliseconds)) {
             case CFramedSocket::Received::Message:
                 return true;
             case CFramedSocket::Received::TooLong:
@@ -64,6 +65,7 @@ public:
 
 private:
     CFramedSocket m_socket;
+    const int m_readTimeoutMilliseconds;
 };
 
 // True when a running copy answers on the socket.
@@ -77,7 +79,8 @@ bool SomeoneListens(const sockaddr_un& address) {
 
 class CSocketListener : public IPipeListener {
 public:
-    CSocketListener(int fd, std::string path) : m_fd(fd), m_path(std::move(path)) {}
+    CSocketListener(int fd, std::string path, int readTimeoutMilliseconds)
+        : m_fd(fd), m_path(std::move(path)), m_readTimeoutMilliseconds(readTimeoutMilliseconds) {}
     ~CSocketListener() override {
         Close();
         unlink(m_path.c_str());
@@ -112,7 +115,7 @@ public:
                     L"Verbindung eines anderen Benutzers abgelehnt (uid " + std::to_wstring(peer.uid) + L")";
                 return nullptr;
             }
-            return std::make_unique<CSocketConnection>(fd);
+            return std::make_unique<CSocketConnection>(fd, m_readTimeoutMilliseconds);
         }
     }
 
@@ -128,12 +131,17 @@ private:
     std::mutex m_lock;
     int m_fd;
     std::string m_path;
+    const int m_readTimeoutMilliseconds;
 };
 
 }  // namespace
 
 std::unique_ptr<IPipeListener> CreatePipeListener(std::wstring& error) {
-    const std::string path = ServiceSocketPath();
+    return CreateSocketListener(ServiceSocketPath(), -1, error);
+}
+
+std::unique_ptr<IPipeListener> CreateSocketListener(const std::string& path, int readTimeoutMilliseconds,
+                                                    std::wstring& error) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.empty() || path.size() >= sizeof address.sun_path) {
@@ -167,7 +175,7 @@ std::unique_ptr<IPipeListener> CreatePipeListener(std::wstring& error) {
         close(fd);
         return nullptr;
     }
-    return std::make_unique<CSocketListener>(fd, path);
+    return std::make_unique<CSocketListener>(fd, path, readTimeoutMilliseconds);
 }
 
 bool ProcessWorkingSet(unsigned long long& bytes) {

@@ -8,11 +8,13 @@
 
 #include <atomic>
 #include <functional>
+#include <mutex>
 #include <thread>
 
 #include "app/WindowTexts.h"
 #include "app/win32/VelmarTaskSchedulerDlg.h"
 #include "app/win32/resource.h"
+#include "print/PrintJobChannel.h"
 #include "tests/ServiceProcess.h"
 #include "tools/ClientChannel.h"
 
@@ -299,6 +301,56 @@ public:
     std::vector<std::wstring> calls;
 };
 
+// Jobs come from the dialog's thread, the test looks from its own.
+class CLockedPrinter : public IPrintJobHost {
+public:
+    void RecreateDialog(size_t index) override { Note(L"recreate " + std::to_wstring(index)); }
+    void AddPrintJob(size_t index, const std::vector<std::wstring>& group) override {
+        Note(L"job " + std::to_wstring(index) + L" " + group.front());
+    }
+    void StartPrinting(size_t index) override { Note(L"start " + std::to_wstring(index)); }
+    void DestroyDialog(size_t index) override { Note(L"destroy " + std::to_wstring(index)); }
+    std::vector<std::wstring> Calls() {
+        std::lock_guard lock(m_lock);
+        return m_calls;
+    }
+
+private:
+    void Note(std::wstring call) {
+        std::lock_guard lock(m_lock);
+        m_calls.push_back(std::move(call));
+    }
+    std::mutex m_lock;
+    std::vector<std::wstring> m_calls;
+};
+
+TEST_F(WindowWin32Test, PrintJobsOfOtherStartsArriveByCopyDataAndLeaveWhenPrinted) {
+    CLockedPrinter printer;
+    m_dialog.SetPrintJobHost(&printer);
+    std::wstring error;
+    ASSERT_EQ(velmar::print::HandPrintJobToWindow(
+                  {L"PRINTHTML", L"a.html", L"*", L"a.css", L"0", L"*", L"b.html"}, error),
+              velmar::print::EHandOver::Handed)
+        << std::string(error.begin(), error.end());
+    EXPECT_TRUE(WaitFor([&] { return printer.Calls().size() == 3; }));
+    EXPECT_EQ(printer.Calls(), (std::vector<std::wstring>{L"recreate 0", L"job 0 a.html", L"start 0"}));
+
+    // Anything else on WM_COPYDATA is refused and adds no job.
+    const char garbage[] = "{\"PRINTHTML\":[\"PRINTHTML\",\"a.html\"]}";
+    COPYDATASTRUCT data{velmar::print::kPrintJobCopyData, sizeof garbage - 1, const_cast<char*>(garbage)};
+    EXPECT_EQ(SendMessageW(m_window, WM_COPYDATA, 0, reinterpret_cast<LPARAM>(&data)), FALSE);
+    data.dwData = 1;
+    EXPECT_EQ(SendMessageW(m_window, WM_COPYDATA, 0, reinterpret_cast<LPARAM>(&data)), FALSE);
+
+    // Printed: the job's dialog goes and the job leaves the list, so running it again does nothing.
+    m_dialog.PostPrintJobDone(0);
+    EXPECT_TRUE(WaitFor([&] { return printer.Calls().size() == 4; }));
+    SendMessageW(m_window, CVelmarTaskSchedulerDlg::kRunCommandJob, 0, 1);
+    EXPECT_EQ(printer.Calls().back(), L"destroy 0");
+    EXPECT_EQ(printer.Calls().size(), 4u);
+    m_dialog.SetPrintJobHost(nullptr);
+}
+
 TEST_F(WindowWin32Test, CommandJobsByMessageAndTheCloseQuestionWithOpenMail) {
     CRecordingPrinter printer;
     m_dialog.SetPrintJobHost(&printer);
@@ -388,6 +440,60 @@ TEST(WindowProgram, RealProgramInTheTrayServesAndClosesByRequest) {
     ASSERT_TRUE(channel->Receive(reply, 20000));
     EXPECT_NE(reply.find("\"OK\""), std::string::npos);
     EXPECT_EQ(program.WaitForExit(20000), 0);
+}
+
+// The browser control of Wine has no HTML engine (no Gecko): a print job handed to the running window goes
+// all the way to it and fails there cleanly, traced, its file kept, the window serving on. A start without a
+// window prints by itself and fails the same way.
+TEST(WindowProgram, PrintStartsHandTheirJobToTheWindowWhereItFailsCleanly) {
+    wchar_t temp[MAX_PATH];
+    GetTempPathW(MAX_PATH, temp);
+    const std::wstring page = std::wstring(temp) + L"velmar-druck.html";
+    HANDLE file = CreateFileW(page.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE);
+    DWORD written = 0;
+    WriteFile(file, "<p>x</p>", 8, &written, nullptr);
+    CloseHandle(file);
+    const std::string pageArgument = Ansi(page);
+
+    velmar::test::CServiceProcess program(VELMAR_SERVICE_PROGRAM, {}, "NUL");
+    HWND window = nullptr;
+    ASSERT_TRUE(
+        WaitFor([&] { return (window = FindWindowW(L"#32770", L"VelmarTaskScheduler")) != nullptr; }));
+    ASSERT_TRUE(WaitFor([&] { return GetPropW(window, velmar::print::kPrintJobWindowProperty) != nullptr; }));
+    velmar::test::CServiceProcess start(VELMAR_SERVICE_PROGRAM,
+                                        {"PRINTHTML", pageArgument, "*", "*", "0", "*"}, "NUL");
+    EXPECT_EQ(start.WaitForExit(20000), 0) << "the job is handed over at once";
+
+    const std::string failed = "Html Dokument kann nicht gedruckt werden: " + pageArgument;
+    std::string list;
+    EXPECT_TRUE(WaitFor(
+        [&] {
+            SendMessageW(GetDlgItem(window, IDC_COPY_LIST), BM_CLICK, 0, 0);
+            const auto copied = ClipboardText();
+            list = copied ? copied->first : std::string();
+            return list.find(failed) != std::string::npos;
+        },
+        30000))
+        << list;
+    EXPECT_NE(list.find("\r\nHtml Dokument ausdrucken\r\n"), std::string::npos);
+    EXPECT_EQ(GetFileAttributesW(page.c_str()) != INVALID_FILE_ATTRIBUTES, true)
+        << "a job not printed keeps its file";
+    std::unique_ptr<velmar::tools::IClientChannel> channel;
+    ASSERT_TRUE(WaitFor([&] {
+        std::string error;
+        return (channel = velmar::tools::ConnectToService(error)) != nullptr;
+    }));
+    std::string reply;
+    ASSERT_TRUE(channel->Send(R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})"));
+    ASSERT_TRUE(channel->Receive(reply, 20000));
+    EXPECT_EQ(program.WaitForExit(20000), 0);
+
+    velmar::test::CServiceProcess alone(VELMAR_SERVICE_PROGRAM,
+                                        {"PRINTHTML", pageArgument, "*", "*", "0", "*"}, "NUL");
+    EXPECT_EQ(alone.WaitForExit(60000), 0) << "without a window the start prints itself and ends";
+    EXPECT_NE(GetFileAttributesW(page.c_str()), INVALID_FILE_ATTRIBUTES);
+    DeleteFileW(page.c_str());
 }
 
 }  // namespace

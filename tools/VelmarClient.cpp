@@ -2,10 +2,13 @@
 //
 //   velmar-client [--timeout=SECONDS] '{"command-target":"MAPI","command":"IsInitialized"}'
 //   velmar-client [--timeout=SECONDS] COMMAND [key=value ...]
+//   velmar-client print HTMLFILE TEMPLATE|* STYLESHEET PROMPT PRINTER|* [more groups of five]
 //
 // In the second form "command-target" is "MAPI", and a key given more than once becomes an array.
-// Exit status: 0 "status" OK, 1 "status" FAILED, 2 no reply within the time-out (unknown commands are not
-// answered), 3 the service cannot be reached, 4 wrong usage.
+// The third hands a PRINTHTML job to the running program's window, which prints it.
+// Exit status: 0 "status" OK (print: the window took the job), 1 "status" FAILED (print: the window did not
+// take it), 2 no reply within the time-out (unknown commands are not answered), 3 the service (print: a
+// window) cannot be reached, 4 wrong usage.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,13 +18,36 @@
 
 #include "json/CkJsonArray.h"
 #include "json/CkJsonObject.h"
+#include "print/PrintJobChannel.h"
+#include "support/Utf8.h"
 #include "tools/ClientChannel.h"
 
 namespace {
 
 int Usage() {
-    std::fputs("usage: velmar-client [--timeout=SECONDS] JSON | COMMAND [key=value ...]\n", stderr);
+    std::fputs(
+        "usage: velmar-client [--timeout=SECONDS] JSON | COMMAND [key=value ...]\n"
+        "       velmar-client print HTMLFILE TEMPLATE|* STYLESHEET PROMPT PRINTER|* [...]\n",
+        stderr);
     return 4;
+}
+
+int HandOverPrintJob(int first, int argc, char** argv) {
+    std::vector<std::wstring> job{velmar::print::kPrintHtmlWord};
+    for (int i = first; i < argc; ++i) job.push_back(velmar::Utf8ToWide(argv[i]));
+    if (!velmar::print::IsPrintJob(job)) return Usage();
+    std::wstring error;
+    switch (velmar::print::HandPrintJobToWindow(job, error)) {
+        case velmar::print::EHandOver::Handed:
+            return 0;
+        case velmar::print::EHandOver::NoWindow:
+            std::fputs("velmar-client: no VelmarTaskScheduler window runs to print\n", stderr);
+            return 3;
+        case velmar::print::EHandOver::Failed:
+            break;
+    }
+    std::fprintf(stderr, "velmar-client: %s\n", velmar::WideToUtf8(error).c_str());
+    return 1;
 }
 
 // The request of the COMMAND key=value form.
@@ -61,6 +87,7 @@ int main(int argc, char** argv) {
     if (first < argc && std::strncmp(argv[first], "--timeout=", 10) == 0)
         timeoutSeconds = std::atoi(argv[first++] + 10);
     if (first >= argc) return Usage();
+    if (std::strcmp(argv[first], "print") == 0) return HandOverPrintJob(first + 1, argc, argv);
     std::string request;
     if (argv[first][0] == '{') {
         if (first + 1 != argc) return Usage();

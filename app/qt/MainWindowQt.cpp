@@ -21,10 +21,12 @@ namespace {
 const QEvent::Type kActivityNote = static_cast<QEvent::Type>(QEvent::User + 101);
 const QEvent::Type kCommandJobNote = static_cast<QEvent::Type>(QEvent::User + 1002);
 const QEvent::Type kFormTaskNote = static_cast<QEvent::Type>(QEvent::User + 103);
+const QEvent::Type kPrintDoneNote = static_cast<QEvent::Type>(QEvent::User + 104);
 
 class CCommandJobEvent : public QEvent {
 public:
-    CCommandJobEvent(size_t index, int action) : QEvent(kCommandJobNote), index(index), action(action) {}
+    CCommandJobEvent(QEvent::Type type, size_t index, int action)
+        : QEvent(type), index(index), action(action) {}
     size_t index;
     int action;
 };
@@ -109,7 +111,18 @@ void CVelmarTaskSchedulerDlg::PostClose() {
 }
 
 void CVelmarTaskSchedulerDlg::PostCommandJob(size_t index, int action) {
-    QCoreApplication::postEvent(this, new CCommandJobEvent(index, action));
+    QCoreApplication::postEvent(this, new CCommandJobEvent(kCommandJobNote, index, action));
+}
+
+void CVelmarTaskSchedulerDlg::PostPrintJobDone(size_t index) {
+    QCoreApplication::postEvent(this, new CCommandJobEvent(kPrintDoneNote, index, 2));
+}
+
+bool CVelmarTaskSchedulerDlg::AcceptPrintJob(std::vector<std::wstring> job) {
+    const std::optional<size_t> index = m_jobs.Add(std::move(job));
+    if (!index) return false;
+    PostCommandJob(*index, 1);
+    return true;
 }
 
 void CVelmarTaskSchedulerDlg::PostFormTasks() {
@@ -129,9 +142,10 @@ bool CVelmarTaskSchedulerDlg::event(QEvent* event) {
         CatchUpActivity();
         return true;
     }
-    if (event->type() == kCommandJobNote) {
+    if (event->type() == kCommandJobNote || event->type() == kPrintDoneNote) {
         const auto* job = static_cast<CCommandJobEvent*>(event);
         m_jobs.Run(job->index, job->action, m_activity, m_printer);
+        if (event->type() == kPrintDoneNote) m_jobs.Remove(job->index);
         return true;
     }
     return QWidget::event(event);

@@ -32,6 +32,12 @@ public:
     void PostClose() override;
     // From any thread: run command job `index` with `action`, as the posted message 1002 does.
     void PostCommandJob(size_t index, int action);
+    // From any thread: the print job `index` has printed everything: its dialog goes (action 2), then the
+    // job leaves the list.
+    void PostPrintJobDone(size_t index);
+    // From any thread: a print job handed over by another start of the program; false when the job list
+    // could not take it.
+    bool AcceptPrintJob(std::vector<std::wstring> job);
     CCommandJobs& Jobs() { return m_jobs; }
     // The host of the message forms, whose queue the window runs on its thread.
     void SetFormHost(std::weak_ptr<CWindowFormHost> host) { m_formHost = std::move(host); }

@@ -6,10 +6,13 @@
 #include <optional>
 
 #include "app/MainWindow.h"
+#include "app/PrintJobInbox.h"
 #include "app/StopSignals.h"
 #include "app/WindowFormHost.h"
 #include "app/qt/MainWindowQt.h"
 #include "mail/VelmarMapi.h"
+#include "print/PrintDialogs.h"
+#include "print/qt/DlgPrintExplorer.h"
 
 // A display that is named but cannot be reached (a closed session, a forwarded display gone) would end
 // Qt at start: the service then runs headless instead.
@@ -49,11 +52,22 @@ int RunMainWindow(CActivityList& activity, CVelmarMapi& mapi, int memoryLimit) {
         [&window](const std::wstring& text) { window.ShowMessage(text); });
     window.SetFormHost(formHost);
     mapi.SetFormHost(formHost);
+    // PRINTHTML jobs: handed over by later starts of the program, printed by dialogs on this thread.
+    velmar::print::CPrintDialogs printDialogs(
+        velmar::print::PrintDialogFactoryQt(),
+        [&activity](const std::wstring& line) { activity.AddLine(line); },
+        [&window](size_t index) { window.PostPrintJobDone(index); });
+    window.SetPrintJobHost(&printDialogs);
+    CPrintJobInbox printJobs(
+        activity, [&window](std::vector<std::wstring> job) { return window.AcceptPrintJob(std::move(job)); });
     WatchStopSignals(window);
     window.OnInitDialog();
+    printJobs.Start();
     const int exitCode = application.exec();
     // The service threads write into the list the window follows: they end before the window does, and
     // the forms they opened go with it.
+    printJobs.Stop();
+    window.SetPrintJobHost(nullptr);
     if (service) service->Stop();
     mapi.SetFormHost(nullptr);
     formHost->Detach();

@@ -5,6 +5,8 @@
 #include "app/WindowFormHost.h"
 #include "app/win32/VelmarTaskSchedulerDlg.h"
 #include "mail/VelmarMapi.h"
+#include "print/PrintDialogs.h"
+#include "print/win32/DlgPrintingExt.h"
 
 bool DesktopAvailable() {
     return true;
@@ -25,8 +27,16 @@ int RunMainWindow(CActivityList& activity, CVelmarMapi& mapi, int memoryLimit) {
                                           [&dialog](const std::wstring& text) { dialog.ShowMessage(text); });
     dialog.SetFormHost(formHost);
     mapi.SetFormHost(formHost);
+    // PRINTHTML jobs, handed over by later starts of the program (WM_COPYDATA), printed by dialogs on this
+    // thread.
+    velmar::print::CPrintDialogs printDialogs(
+        velmar::print::PrintDialogFactoryWin32([&dialog] { return dialog.Handle(); }),
+        [&activity](const std::wstring& line) { activity.AddLine(line); },
+        [&dialog](size_t index) { dialog.PostPrintJobDone(index); });
+    dialog.SetPrintJobHost(&printDialogs);
     WatchStopSignals(dialog);
     dialog.DoModal();
+    dialog.SetPrintJobHost(nullptr);
     // The service threads write into the list the window follows: they end before the window does, and
     // the forms they opened go with it.
     if (service) service->Stop();

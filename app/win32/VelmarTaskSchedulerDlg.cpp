@@ -7,6 +7,7 @@
 #include "app/WindowTexts.h"
 #include "app/win32/AboutDlg.h"
 #include "app/win32/resource.h"
+#include "print/PrintJobChannel.h"
 
 namespace {
 
@@ -68,12 +69,17 @@ INT_PTR CVelmarTaskSchedulerDlg::DoModal() {
         }
     }
     m_hWnd = nullptr;
+    RemovePropW(window, velmar::print::kPrintJobWindowProperty);
     DestroyWindow(window);
     return IDCANCEL;
 }
 
 void CVelmarTaskSchedulerDlg::PostClose() {
     if (m_hWnd) PostMessageW(m_hWnd, WM_CLOSE, 0, 0);
+}
+
+void CVelmarTaskSchedulerDlg::PostPrintJobDone(size_t index) {
+    if (m_hWnd) PostMessageW(m_hWnd, kPrintJobDone, index, 0);
 }
 
 void CVelmarTaskSchedulerDlg::PostFormTasks() {
@@ -114,6 +120,14 @@ INT_PTR CVelmarTaskSchedulerDlg::HandleMessage(UINT message, WPARAM wParam, LPAR
             return TRUE;
         case kRunCommandJob:
             m_jobs.Run(static_cast<size_t>(wParam), static_cast<int>(lParam), m_activity, m_printer);
+            return TRUE;
+        case kPrintJobDone:
+            m_jobs.Run(static_cast<size_t>(wParam), 2, m_activity, m_printer);
+            m_jobs.Remove(static_cast<size_t>(wParam));
+            return TRUE;
+        case WM_COPYDATA:
+            SetWindowLongPtrW(m_hWnd, DWLP_MSGRESULT,
+                              OnCopyData(*reinterpret_cast<const COPYDATASTRUCT*>(lParam)));
             return TRUE;
         case WM_CLOSE:
             OnClose();
@@ -177,6 +191,8 @@ BOOL CVelmarTaskSchedulerDlg::OnInitDialog() {
     column.pszText = const_cast<wchar_t*>(kActivityColumn);
     SendMessageW(Control(IDC_ACTIVITY_LIST), LVM_INSERTCOLUMNW, 0, reinterpret_cast<LPARAM>(&column));
 
+    // Later starts of the program find the window by this mark and hand their print jobs to it.
+    SetPropW(m_hWnd, velmar::print::kPrintJobWindowProperty, reinterpret_cast<HANDLE>(1));
     HWND window = m_hWnd;
     m_feed.emplace(m_activity, kBatchLines, [window] { PostMessageW(window, kActivityNote, 0, 0); });
     m_startService();
@@ -245,6 +261,18 @@ void CVelmarTaskSchedulerDlg::OnClose() {
     // A window that leaves the tray takes its icon along.
     if (m_trayIcon.cbSize) Shell_NotifyIconW(NIM_DELETE, &m_trayIcon);
     m_bEnded = true;
+}
+
+bool CVelmarTaskSchedulerDlg::OnCopyData(const COPYDATASTRUCT& data) {
+    std::vector<std::wstring> job;
+    if (data.dwData != velmar::print::kPrintJobCopyData || !data.lpData ||
+        !velmar::print::DecodePrintJob(std::string_view(static_cast<const char*>(data.lpData), data.cbData),
+                                       job))
+        return false;
+    const std::optional<size_t> index = m_jobs.Add(std::move(job));
+    if (!index) return false;
+    PostMessageW(m_hWnd, kRunCommandJob, *index, 1);
+    return true;
 }
 
 void CVelmarTaskSchedulerDlg::OnTrayNotify(WPARAM id, LPARAM mouseMessage) {

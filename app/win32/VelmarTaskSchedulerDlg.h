@@ -25,6 +25,7 @@ public:
     static constexpr UINT kTrayNotify = WM_USER + 101;  // the tray icon's callback, 1125
     static constexpr UINT kActivityNote = WM_APP + 1;   // lines wait in the activity list
     static constexpr UINT kFormTasks = WM_APP + 2;      // forms wait to be opened
+    static constexpr UINT kPrintJobDone = WM_APP + 3;   // first parameter the job's index: all printed
 
     // startService starts the request service with this window as its main window; false when it cannot
     // (the service then says so in the activity list, and the window stays without it).
@@ -48,6 +49,9 @@ public:
     void ShowMessage(const std::wstring& text);
     // Where the printing dialogs of PRINTHTML jobs live; none until set.
     void SetPrintJobHost(IPrintJobHost* host) { m_printer = host; }
+    // From any thread: the print job `index` has printed everything: its dialog goes (action 2), then the
+    // job leaves the list.
+    void PostPrintJobDone(size_t index);
 
 private:
     static INT_PTR CALLBACK DialogProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
@@ -62,6 +66,8 @@ private:
     void OnMinimize();
     void OnClearList();
     void OnCopyList();
+    // WM_COPYDATA: a print job handed over by another start of the program.
+    bool OnCopyData(const COPYDATASTRUCT& data);
     // Shows one batch of what the activity list did; true when more waits.
     bool CatchUpBatch();
     HWND Control(int id) const { return GetDlgItem(m_hWnd, id); }

@@ -1,0 +1,28 @@
+#include <QApplication>
+
+#include <cstdlib>
+
+#include "app/CommandJobs.h"
+#include "app/MainWindow.h"
+#include "print/PrintDialogs.h"
+#include "print/qt/DlgPrintExplorer.h"
+
+int RunPrintJobs(CActivityList& activity, std::vector<std::wstring> job) {
+    // Printing needs no screen: without one the page is rendered off screen (and no print dialog shows).
+    if (!DesktopAvailable()) qputenv("QT_QPA_PLATFORM", "offscreen");
+    static int argc = 1;
+    static char name[] = "VelmarTaskScheduler";
+    static char* argv[] = {name, nullptr};
+    QApplication application(argc, argv);
+    application.setQuitOnLastWindowClosed(false);
+    velmar::print::CPrintDialogs dialogs(
+        velmar::print::PrintDialogFactoryQt(),
+        [&activity](const std::wstring& line) { activity.AddLine(line); },
+        [](size_t) { QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection); });
+    CCommandJobs jobs;
+    const std::optional<size_t> index = jobs.Add(std::move(job));
+    if (!index) return 1;
+    jobs.Run(*index, 1, activity, &dialogs);
+    if (!dialogs.HasDialog(*index)) return 1;
+    return application.exec();
+}
