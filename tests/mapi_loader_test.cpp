@@ -256,12 +256,19 @@ CProbeRun RunProbe(const std::vector<std::string>& steps, const std::function<vo
     startup.hStdOutput = outWrite;
     startup.hStdError = outWrite;
     PROCESS_INFORMATION process{};
-    const bool started = CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW,
-                                        nullptr, nullptr, &startup, &process);
+    // Wine now and then fails a process start under load; a few tries tell that from a real failure.
+    bool started = false;
+    DWORD startError = 0;
+    for (int attempt = 0; attempt < 5 && !started; ++attempt) {
+        if (attempt > 0) Sleep(200);
+        started = CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr,
+                                 nullptr, &startup, &process);
+        if (!started) startError = GetLastError();
+    }
     CloseHandle(outWrite);
     CloseHandle(inRead);
     if (!started) {
-        run.output = "the probe did not start";
+        run.output = "the probe did not start (error " + std::to_string(startError) + ")";
         CloseHandle(outRead);
         CloseHandle(inWrite);
         return run;
