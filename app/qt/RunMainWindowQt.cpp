@@ -9,10 +9,10 @@
 #include "app/PrintJobInbox.h"
 #include "app/StopSignals.h"
 #include "app/WindowFormHost.h"
+#include "app/qt/GermanQtTexts.h"
 #include "app/qt/MainWindowQt.h"
 #include "mail/VelmarMapi.h"
-#include "print/PrintDialogs.h"
-#include "print/qt/DlgPrintExplorer.h"
+#include "print/PrintLibrary.h"
 
 // A display that is named but cannot be reached (a closed session, a forwarded display gone) would end
 // Qt at start: the service then runs headless instead.
@@ -34,6 +34,7 @@ int RunMainWindow(CActivityList& activity, CVelmarMapi& mapi, int memoryLimit) {
     static char name[] = "VelmarTaskScheduler";
     static char* argv[] = {name, nullptr};
     QApplication application(argc, argv);
+    const std::unique_ptr<QTranslator> germanTexts = InstallGermanQtTexts();
     // This thread owns the message forms.
     const CVelmarMapi::CThreadContext formThread;
     // The window hides in the tray and boxes come and go: the program ends when the window closes, and
@@ -54,7 +55,7 @@ int RunMainWindow(CActivityList& activity, CVelmarMapi& mapi, int memoryLimit) {
     mapi.SetFormHost(formHost);
     // PRINTHTML jobs: handed over by later starts of the program, printed by dialogs on this thread.
     velmar::print::CPrintDialogs printDialogs(
-        velmar::print::PrintDialogFactoryQt(),
+        velmar::print::LoadPrintDialogs([] { return std::uintptr_t{0}; }),
         [&activity](const std::wstring& line) { activity.AddLine(line); },
         [&window](size_t index) { window.PostPrintJobDone(index); });
     window.SetPrintJobHost(&printDialogs);

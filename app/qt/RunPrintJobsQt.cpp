@@ -4,8 +4,8 @@
 
 #include "app/CommandJobs.h"
 #include "app/MainWindow.h"
-#include "print/PrintDialogs.h"
-#include "print/qt/DlgPrintExplorer.h"
+#include "app/qt/GermanQtTexts.h"
+#include "print/PrintLibrary.h"
 
 int RunPrintJobs(CActivityList& activity, std::vector<std::wstring> job) {
     // Printing needs no screen: without one the page is rendered off screen (and no print dialog shows).
@@ -14,9 +14,10 @@ int RunPrintJobs(CActivityList& activity, std::vector<std::wstring> job) {
     static char name[] = "VelmarTaskScheduler";
     static char* argv[] = {name, nullptr};
     QApplication application(argc, argv);
+    const std::unique_ptr<QTranslator> germanTexts = InstallGermanQtTexts();
     application.setQuitOnLastWindowClosed(false);
     velmar::print::CPrintDialogs dialogs(
-        velmar::print::PrintDialogFactoryQt(),
+        velmar::print::LoadPrintDialogs([] { return std::uintptr_t{0}; }),
         [&activity](const std::wstring& line) { activity.AddLine(line); },
         [](size_t) { QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection); });
     CCommandJobs jobs;

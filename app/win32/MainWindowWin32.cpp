@@ -5,8 +5,7 @@
 #include "app/WindowFormHost.h"
 #include "app/win32/VelmarTaskSchedulerDlg.h"
 #include "mail/VelmarMapi.h"
-#include "print/PrintDialogs.h"
-#include "print/win32/DlgPrintingExt.h"
+#include "print/PrintLibrary.h"
 
 bool DesktopAvailable() {
     return true;
@@ -30,7 +29,8 @@ int RunMainWindow(CActivityList& activity, CVelmarMapi& mapi, int memoryLimit) {
     // PRINTHTML jobs, handed over by later starts of the program (WM_COPYDATA), printed by dialogs on this
     // thread.
     velmar::print::CPrintDialogs printDialogs(
-        velmar::print::PrintDialogFactoryWin32([&dialog] { return dialog.Handle(); }),
+        velmar::print::LoadPrintDialogs(
+            [&dialog] { return reinterpret_cast<std::uintptr_t>(dialog.Handle()); }),
         [&activity](const std::wstring& line) { activity.AddLine(line); },
         [&dialog](size_t index) { dialog.PostPrintJobDone(index); });
     dialog.SetPrintJobHost(&printDialogs);

@@ -2,12 +2,11 @@
 
 #include "app/CommandJobs.h"
 #include "app/MainWindow.h"
-#include "print/PrintDialogs.h"
-#include "print/win32/DlgPrintingExt.h"
+#include "print/PrintLibrary.h"
 
 int RunPrintJobs(CActivityList& activity, std::vector<std::wstring> job) {
     velmar::print::CPrintDialogs dialogs(
-        velmar::print::PrintDialogFactoryWin32([] { return HWND{}; }),
+        velmar::print::LoadPrintDialogs([] { return std::uintptr_t{0}; }),
         [&activity](const std::wstring& line) { activity.AddLine(line); },
         [](size_t) { PostQuitMessage(0); });
     CCommandJobs jobs;
