@@ -1,0 +1,116 @@
+#!/usr/bin/env bash
+# A private Dovecot for one test: its own configuration, runtime folder, log and mail under a folder of the
+# test's, IMAP on a loopback port (STARTTLS offered) and IMAPS on the next one, with a certificate of a
+# private CA (<folder>/ca.pem) for the host name "localhost". Users log in with the password "geheim"; each
+# has Maildir++ mail in <folder>/mail/<user>/ with INBOX, Sent, Drafts and Trash (special use), owned by
+# the mail user "nobody".
+#   dovecot_instance.sh start <folder> <port> <user>...   (as root; prints READY once it listens)
+#   dovecot_instance.sh stop <folder>
+set -euo pipefail
+command=$1 folder=$(realpath -m "$2")
+conf=$folder/conf
+
+if [ "$command" = stop ]; then
+    if [ -f "$conf/dovecot.conf" ]; then
+        doveadm -c "$conf/dovecot.conf" stop >/dev/null 2>&1 || true
+        for _ in $(seq 50); do
+            [ -s "$folder/run/master.pid" ] && kill -0 "$(cat "$folder/run/master.pid")" 2>/dev/null || exit 0
+            sleep 0.1
+        done
+        kill -9 "$(cat "$folder/run/master.pid")" 2>/dev/null || true
+    fi
+    exit 0
+fi
+
+port=$3
+shift 3
+mkdir -p "$conf" "$folder/run" "$folder/state" "$folder/mail"
+chmod 0755 "$folder" "$folder/mail"
+: >"$conf/users"
+for user in "$@"; do
+    echo "$user:{PLAIN}geheim::::::" >>"$conf/users"
+    mkdir -p "$folder/mail/$user"/{cur,new,tmp}
+done
+chown -R nobody:nogroup "$folder/mail"
+
+if [ ! -s "$folder/ca.pem" ]; then
+    openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj "/CN=Velmar Test CA" \
+        -keyout "$conf/ca.key" -out "$folder/ca.pem" >/dev/null 2>&1
+    openssl req -newkey rsa:2048 -nodes -subj "/CN=localhost" -keyout "$conf/server.key" \
+        -out "$conf/server.csr" >/dev/null 2>&1
+    printf 'subjectAltName=DNS:localhost,IP:127.0.0.1\n' >"$conf/server.ext"
+    openssl x509 -req -in "$conf/server.csr" -CA "$folder/ca.pem" -CAkey "$conf/ca.key" -CAcreateserial \
+        -days 2 -extfile "$conf/server.ext" -out "$conf/server.pem" >/dev/null 2>&1
+fi
+
+cat >"$conf/dovecot.conf" <<CONF
+base_dir = $folder/run
+state_dir = $folder/state
+log_path = $folder/dovecot.log
+info_log_path = $folder/dovecot.log
+protocols = imap
+listen = 127.0.0.1
+ssl = yes
+ssl_cert = <$conf/server.pem
+ssl_key = <$conf/server.key
+disable_plaintext_auth = no
+auth_mechanisms = plain login
+default_internal_user = dovecot
+default_login_user = dovenull
+first_valid_uid = 1
+passdb {
+  driver = passwd-file
+  args = scheme=PLAIN $conf/users
+}
+userdb {
+  driver = static
+  args = uid=nobody gid=nogroup home=$folder/mail/%u
+}
+mail_location = maildir:$folder/mail/%u
+namespace inbox {
+  inbox = yes
+  separator = /
+  mailbox Sent {
+    special_use = \\Sent
+  }
+  mailbox Drafts {
+    special_use = \\Drafts
+  }
+  mailbox Trash {
+    special_use = \\Trash
+  }
+}
+protocol imap {
+  mail_max_userip_connections = 50
+}
+service imap-login {
+  inet_listener imap {
+    address = 127.0.0.1
+    port = $port
+  }
+  inet_listener imaps {
+    address = 127.0.0.1
+    port = $((port + 1))
+    ssl = yes
+  }
+}
+service anvil {
+  chroot =
+}
+service stats {
+  inet_listener http {
+    port = 0
+  }
+}
+CONF
+dovecot -c "$conf/dovecot.conf"
+for _ in $(seq 100); do
+    if exec 3<>"/dev/tcp/127.0.0.1/$port" 2>/dev/null; then
+        exec 3>&-
+        echo READY
+        exit 0
+    fi
+    sleep 0.1
+done
+cat "$folder/dovecot.log" >&2
+exit 1
