@@ -7,8 +7,8 @@
 #include "mapi/provider/EntryId.h"
 #include "mapi/provider/Maildir.h"
 #include "mapi/provider/MaildirWriter.h"
-#include "mapi/runtime/Table.h"
 #include "mapi/provider/SpoolerQueue.h"
+#include "mapi/runtime/Table.h"
 #include "mapitags.h"
 
 namespace velmar::mapi {
@@ -113,8 +113,10 @@ HRESULT CDraftMessage::WriteFile(bool submit) {
     if (submit) {
         const std::vector<BYTE> sent = BytesOf(FindValue(content.props, PR_SENTMAIL_ENTRYID));
         const std::optional<CEntryId> folder = DecodeEntryId(sent.data(), sent.size());
+        // A Maildir folder of the store, or ("/" and its name) one on the store's IMAP server.
         if (folder && folder->kind == EntryKind::Folder && folder->storeId == m_store.id &&
-            IsValidFolderName(folder->folder))
+            (IsValidFolderName(folder->folder) ||
+             (folder->folder.size() > 1 && folder->folder.front() == '/')))
             options.sentFolder = folder->folder;
     }
     const std::string bytes = RenderMime(content, m_store, options);

@@ -30,16 +30,6 @@ std::vector<CPropValue> FolderRow(const CStoreConfig& store, const std::string& 
             {PR_SUBFOLDERS, folderName.empty()}};
 }
 
-// The entry id of a folder object, when it is one of this provider's.
-std::optional<CEntryId> FolderEntryId(IMAPIFolder* folder) {
-    LPSPropValue raw = nullptr;
-    if (!folder || FAILED(HrGetOneProp(folder, PR_ENTRYID, &raw))) return std::nullopt;
-    const MapiBuffer<SPropValue> value(raw);
-    std::optional<CEntryId> id = DecodeEntryId(value->Value.bin.lpb, value->Value.bin.cb);
-    if (!id || id->kind != EntryKind::Folder) return std::nullopt;
-    return id;
-}
-
 bool ReadWholeFile(const std::string& path, std::string& bytes) {
     std::ifstream file(path, std::ios::binary);
     if (!file) return false;
@@ -48,6 +38,33 @@ bool ReadWholeFile(const std::string& path, std::string& bytes) {
 }
 
 }  // namespace
+
+std::optional<CEntryId> FolderEntryIdOf(IMAPIFolder* folder) {
+    LPSPropValue raw = nullptr;
+    if (!folder || FAILED(HrGetOneProp(folder, PR_ENTRYID, &raw))) return std::nullopt;
+    const MapiBuffer<SPropValue> value(raw);
+    std::optional<CEntryId> id = DecodeEntryId(value->Value.bin.lpb, value->Value.bin.cb);
+    if (!id || id->kind != EntryKind::Folder) return std::nullopt;
+    return id;
+}
+
+HRESULT SetReadFlagsOneByOne(IMAPIFolder* folder, LPENTRYLIST lpMsgList, ULONG ulFlags) {
+    if (!lpMsgList) return MAPI_E_NO_SUPPORT;  // all messages of the folder: not offered
+    HRESULT result = S_OK;
+    for (ULONG i = 0; i < lpMsgList->cValues; ++i) {
+        LPUNKNOWN object = nullptr;
+        ULONG type = 0;
+        const SBinary& entry = lpMsgList->lpbin[i];
+        if (FAILED(folder->OpenEntry(entry.cb, reinterpret_cast<LPENTRYID>(entry.lpb), &IID_IMessage, 0,
+                                     &type, &object))) {
+            result = MAPI_W_PARTIAL_COMPLETION;
+            continue;
+        }
+        CComPtr<IMessage> message(static_cast<IMessage*>(object));
+        if (FAILED(message->SetReadFlag(ulFlags))) result = MAPI_W_PARTIAL_COMPLETION;
+    }
+    return result;
+}
 
 std::vector<CPropValue> CMaildirFolder::Properties() const {
     std::vector<CPropValue> props = FolderRow(m_store, m_folderName);
@@ -135,7 +152,7 @@ HRESULT CMaildirFolder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID, LPVOID lpDes
                                      LPMAPIPROGRESS, ULONG ulFlags) {
     if (!lpMsgList || !lpDestFolder) return MAPI_E_INVALID_PARAMETER;
     try {
-        const std::optional<CEntryId> destination = FolderEntryId(static_cast<IMAPIFolder*>(lpDestFolder));
+        const std::optional<CEntryId> destination = FolderEntryIdOf(static_cast<IMAPIFolder*>(lpDestFolder));
         if (!destination) return MAPI_E_INVALID_PARAMETER;
         // Another store: not this provider's to do.
         if (destination->storeId != m_store.id) return MAPI_E_DECLINE_COPY;
@@ -179,21 +196,7 @@ HRESULT CMaildirFolder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID, LPVOID lpDes
 }
 
 HRESULT CMaildirFolder::SetReadFlags(LPENTRYLIST lpMsgList, ULONG_PTR, LPMAPIPROGRESS, ULONG ulFlags) {
-    if (!lpMsgList) return MAPI_E_NO_SUPPORT;  // all messages of the folder: not offered
-    HRESULT result = S_OK;
-    for (ULONG i = 0; i < lpMsgList->cValues; ++i) {
-        LPUNKNOWN object = nullptr;
-        ULONG type = 0;
-        const SBinary& entry = lpMsgList->lpbin[i];
-        if (FAILED(OpenEntry(entry.cb, reinterpret_cast<LPENTRYID>(entry.lpb), &IID_IMessage, 0, &type,
-                             &object))) {
-            result = MAPI_W_PARTIAL_COMPLETION;
-            continue;
-        }
-        CComPtr<IMessage> message(static_cast<IMessage*>(object));
-        if (FAILED(message->SetReadFlag(ulFlags))) result = MAPI_W_PARTIAL_COMPLETION;
-    }
-    return result;
+    return SetReadFlagsOneByOne(this, lpMsgList, ulFlags);
 }
 
 }  // namespace velmar::mapi

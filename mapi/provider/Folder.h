@@ -1,10 +1,19 @@
 // A Maildir++ folder: its contents table comes from the folder index, its messages from their files.
 #pragma once
 
+#include <optional>
+
+#include "mapi/provider/EntryId.h"
 #include "mapi/provider/MapiProp.h"
 #include "mapi/provider/Profiles.h"
 
 namespace velmar::mapi {
+
+// The entry id of a folder object, when it is one of this provider's.
+std::optional<CEntryId> FolderEntryIdOf(IMAPIFolder* folder);
+// SetReadFlags as folders of this provider offer it: each listed message opened through folder and its
+// read flag set; MAPI_W_PARTIAL_COMPLETION when one fails, MAPI_E_NO_SUPPORT for the whole folder (no list).
+HRESULT SetReadFlagsOneByOne(IMAPIFolder* folder, LPENTRYLIST lpMsgList, ULONG ulFlags);
 
 class CMaildirFolder : public CMapiProp<IMAPIFolder> {
 public:

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <unordered_map>
 
+#include "mapi/provider/ContentsRow.h"
 #include "mapi/provider/EntryId.h"
 #include "mapi/provider/FileDescriptor.h"
 #include "mapi/provider/Maildir.h"
@@ -18,13 +19,6 @@
 
 namespace velmar::mapi {
 namespace {
-
-constexpr ULONG kContentsColumns[] = {PR_ENTRYID,   PR_INSTANCE_KEY,  PR_INTERNET_MESSAGE_ID_A,
-                                      PR_SUBJECT_W, PR_MESSAGE_FLAGS, PR_CREATION_TIME};
-// Every value a row has, in the order RowValues gives them.
-constexpr ULONG kRowTags[] = {
-    PR_ENTRYID,       PR_INSTANCE_KEY,  PR_INTERNET_MESSAGE_ID_A, PR_SUBJECT_W,    PR_MESSAGE_CLASS_A,
-    PR_MESSAGE_FLAGS, PR_CREATION_TIME, PR_MESSAGE_DELIVERY_TIME, PR_MESSAGE_SIZE, PR_OBJECT_TYPE};
 
 bool SameStamp(const timespec& a, const timespec& b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
@@ -138,70 +132,30 @@ std::optional<std::uint64_t> CIndexSnapshot::FileOf(size_t row) const {
 // otherwise hold every column of every message.
 const CPropValue* CIndexSnapshot::Find(size_t row, ULONG tag, CPropValue& slot) const {
     const CIndexedMessage message = Message(row);
-    switch (PROP_ID(tag)) {
-        case PROP_ID(PR_ENTRYID):
-            slot = {PR_ENTRYID, EncodeEntryId({EntryKind::Message, m_storeId, m_folderName,
-                                               std::string(message.key), message.file})};
-            break;
-        case PROP_ID(PR_INSTANCE_KEY): {
-            std::vector<BYTE> instance(message.key.begin(), message.key.end());
-            // Each file of a key is a row of its own.
-            if (message.file)
-                for (int i = 0; i < 8; ++i) instance.push_back(static_cast<BYTE>(*message.file >> (8 * i)));
-            slot = {PR_INSTANCE_KEY, std::move(instance)};
-            break;
-        }
-        case PROP_ID(PR_INTERNET_MESSAGE_ID_A):
-            slot = {PR_INTERNET_MESSAGE_ID_A, std::string(message.messageId)};
-            break;
-        case PROP_ID(PR_SUBJECT_W):
-            slot = {PR_SUBJECT_W, Utf8ToWide(message.subject)};
-            break;
-        case PROP_ID(PR_MESSAGE_CLASS_A):
-            slot = {PR_MESSAGE_CLASS_A, std::string("IPM.Note")};
-            break;
-        case PROP_ID(PR_MESSAGE_FLAGS):
-            slot = {PR_MESSAGE_FLAGS,
-                    message.flags.find('S') != std::string_view::npos ? std::int32_t{MSGFLAG_READ} : 0};
-            break;
-        case PROP_ID(PR_CREATION_TIME):
-            slot = {PR_CREATION_TIME, message.delivered};
-            break;
-        case PROP_ID(PR_MESSAGE_DELIVERY_TIME):
-            slot = {PR_MESSAGE_DELIVERY_TIME, message.delivered};
-            break;
-        case PROP_ID(PR_MESSAGE_SIZE):
-            slot = {PR_MESSAGE_SIZE,
-                    static_cast<std::int32_t>(std::min<std::uint64_t>(message.size, 0x7FFFFFFF))};
-            break;
-        case PROP_ID(PR_OBJECT_TYPE):
-            slot = {PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_MESSAGE)};
-            break;
-        default:
-            return nullptr;
-    }
-    return Answers(slot, tag) ? &slot : nullptr;
+    CContentsFacts facts{
+        {EntryKind::Message, m_storeId, m_folderName, std::string(message.key), message.file},
+        std::vector<BYTE>(message.key.begin(), message.key.end()),
+        message.messageId,
+        message.subject,
+        message.flags.find('S') != std::string_view::npos,
+        message.delivered,
+        message.size};
+    // Each file of a key is a row of its own.
+    if (message.file)
+        for (int i = 0; i < 8; ++i) facts.instanceKey.push_back(static_cast<BYTE>(*message.file >> (8 * i)));
+    return ContentsValue(facts, tag, slot);
 }
 
 std::vector<ULONG> CIndexSnapshot::DefaultColumns() const {
-    return std::vector<ULONG>(std::begin(kContentsColumns), std::end(kContentsColumns));
+    return ContentsColumns();
 }
 
 std::optional<std::vector<size_t>> CIndexSnapshot::IndexedEqual(const SPropValue& value) const {
-    if (PROP_ID(value.ulPropTag) != PROP_ID(PR_INTERNET_MESSAGE_ID_A)) return std::nullopt;
-    std::string wide;
-    std::string_view wanted;
-    if (PROP_TYPE(value.ulPropTag) == PT_STRING8 && value.Value.lpszA) {
-        wanted = value.Value.lpszA;
-    } else if (PROP_TYPE(value.ulPropTag) == PT_UNICODE && value.Value.lpszW) {
-        wide = WideToUtf8(value.Value.lpszW);
-        wanted = wide;
-    } else {
-        return std::nullopt;
-    }
+    const std::optional<std::string> wanted = RestrictedMessageId(value);
+    if (!wanted) return std::nullopt;
     std::vector<size_t> rows;
-    m_byMessageId.Probe(CRowHash::HashOf(wanted), [&](size_t row) {
-        if (MessageId(row) == wanted) rows.push_back(row);
+    m_byMessageId.Probe(CRowHash::HashOf(*wanted), [&](size_t row) {
+        if (MessageId(row) == *wanted) rows.push_back(row);
         return false;
     });
     std::sort(rows.begin(), rows.end());
@@ -241,13 +195,7 @@ std::optional<size_t> CIndexSnapshot::FindFile(std::string_view fileName, bool i
 }
 
 std::vector<CPropValue> CIndexSnapshot::RowValues(size_t row) const {
-    std::vector<CPropValue> values;
-    values.reserve(std::size(kRowTags));
-    for (const ULONG tag : kRowTags) {
-        CPropValue slot{};
-        if (Find(row, tag, slot)) values.push_back(std::move(slot));
-    }
-    return values;
+    return ContentsRowValues(*this, row);
 }
 
 std::string CIndexSnapshot::PathOf(size_t row) const {

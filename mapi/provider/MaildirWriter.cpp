@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 
 #include "mapi/provider/FileDescriptor.h"
 #include "mapi/provider/Maildir.h"
@@ -104,6 +105,25 @@ int MoveDurably(const std::string& from, const std::string& to) {
     SyncFolder(FolderOf(to));
     SyncFolder(FolderOf(from));
     return 0;
+}
+
+int ReplaceFileDurably(const std::string& path, std::string_view bytes) {
+    const std::string temporary = path + ".new-" + NewMaildirKey();
+    int error = 0;
+    {
+        CFileDescriptor fd(
+            open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (fd.get() < 0) return errno;
+        error = WriteAll(fd.get(), bytes);
+        if (error == 0 && fsync(fd.get()) != 0) error = errno;
+        if (error == 0 && close(fd.Detach()) != 0) error = errno;
+    }
+    if (error == 0 && rename(temporary.c_str(), path.c_str()) != 0) error = errno;
+    if (error != 0) {
+        unlink(temporary.c_str());
+        return error;
+    }
+    return SyncFolder(FolderOf(path));
 }
 
 int RemoveDurably(const std::string& path) {

@@ -30,31 +30,6 @@ void AddIfPresent(std::vector<CPropValue>& props, ULONG tag, const std::wstring&
     if (!value.empty()) props.push_back({tag, value});
 }
 
-// Renames the message's file into cur/ with the S flag set or cleared; 0 or the errno of the rename.
-// Deliberate: when the new name is taken, by another file of the message's key (a copy a sync tool or a
-// crash left), the file is left as it is and 0 returned. A Maildir key names one message, so that message
-// is on disk with those flags already, and the other file is never replaced.
-int RenameForReadFlag(CMessageLocation& where, bool read) {
-    std::string flags = where.flags;
-    const size_t seen = flags.find('S');
-    if (read && seen == std::string::npos) flags += 'S';
-    if (!read && seen != std::string::npos) flags.erase(seen, 1);
-    CMaildirName name = SplitMaildirName(where.fileName);
-    name.flags = flags;
-    std::sort(name.flags.begin(), name.flags.end());
-    const std::string fileName = JoinMaildirName(name);
-    const std::string from = where.folderPath + (where.inNew ? "/new/" : "/cur/") + where.fileName;
-    // Nothing to rename, when the file is still where this message last saw it.
-    if (fileName == where.fileName && !where.inNew) return access(from.c_str(), F_OK) == 0 ? 0 : errno;
-    const std::string to = where.folderPath + "/cur/" + fileName;
-    // One rename: the message is never missing from the folder, and a concurrent reader sees old or new.
-    if (const int error = RenameWithoutReplacing(from, to); error != 0) return error == EEXIST ? 0 : error;
-    where.fileName = fileName;
-    where.inNew = false;
-    where.flags = name.flags;
-    return 0;
-}
-
 std::vector<BYTE> WideBytes(const std::wstring& text) {
     const auto* begin = reinterpret_cast<const BYTE*>(text.data());
     return std::vector<BYTE>(begin, begin + text.size() * sizeof(wchar_t));
@@ -129,23 +104,9 @@ std::vector<CPropValue> AttachmentProperties(const CAttachmentContent& attachmen
 std::vector<CPropValue> CMimeMessage::Properties() const {
     std::vector<CPropValue> props = Content()->properties;
     std::int32_t flags = Content()->attachments.empty() ? 0 : MSGFLAG_HASATTACH;
-    std::lock_guard lock(m_lock);
-    if (m_location) {
-        const CMessageLocation& where = *m_location;
-        if (where.flags.find('S') != std::string::npos) flags |= MSGFLAG_READ;
-        const std::vector<BYTE> entryId =
-            EncodeEntryId({EntryKind::Message, where.storeId, where.folderName, where.key, where.file});
-        props.push_back({PR_ENTRYID, entryId});
-        props.push_back({PR_RECORD_KEY, entryId});
-        props.push_back({PR_SEARCH_KEY, std::vector<BYTE>(where.key.begin(), where.key.end())});
-        props.push_back(
-            {PR_PARENT_ENTRYID, EncodeEntryId({EntryKind::Folder, where.storeId, where.folderName, {}})});
-        props.push_back({PR_STORE_ENTRYID, EncodeEntryId({EntryKind::Store, where.storeId, {}, {}})});
-        props.push_back({PR_CREATION_TIME, where.delivered});
-        props.push_back({PR_MESSAGE_DELIVERY_TIME, where.delivered});
-        props.push_back({PR_LAST_MODIFICATION_TIME, where.delivered});
-        props.push_back(
-            {PR_MESSAGE_SIZE, static_cast<std::int32_t>(std::min<std::uint64_t>(where.size, 0x7FFFFFFF))});
+    {
+        std::lock_guard lock(m_lock);
+        if (m_place) m_place->AddProperties(props, flags);
     }
     props.push_back({PR_MESSAGE_FLAGS, flags});
     props.push_back({PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_MESSAGE)});
@@ -219,27 +180,8 @@ HRESULT CMimeMessage::OpenAttach(ULONG ulAttachmentNum, LPCIID lpInterface, ULON
 HRESULT CMimeMessage::SetReadFlag(ULONG ulFlags) {
     try {
         std::lock_guard lock(m_lock);
-        if (!m_location) return S_OK;  // an embedded message has no flags of its own
-        CMessageLocation& where = *m_location;
-        const bool read = !(ulFlags & CLEAR_READ_FLAG);
-        // Another program may have renamed the file since (a client moving it to cur/, a sync tool changing
-        // its flags): then the folder is listed again and its current name, with its current flags, is
-        // renamed instead. The file is found by its inode, which a rename keeps, so that of two files of
-        // one key it is this message's own.
-        for (int attempt = 0;; ++attempt) {
-            const int error = RenameForReadFlag(where, read);
-            if (error == 0) return S_OK;
-            if (error != ENOENT || attempt == kRenameRetries) return MAPI_E_NOT_FOUND;
-            const auto snapshot = IndexForFolder(where.folderPath, where.storeId, where.folderName)->Rescan();
-            const std::optional<size_t> row = snapshot->FindMessage(
-                where.key, where.inode != 0 ? std::optional<std::uint64_t>(where.inode) : std::nullopt);
-            if (!row) return MAPI_E_NOT_FOUND;
-            const CIndexedMessage indexed = snapshot->Message(*row);
-            where.fileName = indexed.fileName;
-            where.inNew = indexed.inNew;
-            where.flags = indexed.flags;
-            where.file = indexed.file;
-        }
+        if (!m_place) return S_OK;  // an embedded message has no flags of its own
+        return m_place->SetReadFlag(!(ulFlags & CLEAR_READ_FLAG));
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;
     }
@@ -271,7 +213,7 @@ HRESULT CMimeAttach::OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG, ULONG ul
             if (*lpiid != IID_IMessage) return MAPI_E_INTERFACE_NOT_SUPPORTED;
             GMimeMessage* embedded =
                 g_mime_message_part_get_message(GMIME_MESSAGE_PART(attachment.part.get()));
-            return HandOut(MakeObject<CMimeMessage>(ReadMimeMessage(embedded), std::nullopt), lpiid, lppUnk);
+            return HandOut(MakeObject<CMimeMessage>(ReadMimeMessage(embedded), nullptr), lpiid, lppUnk);
         }
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;

@@ -1,5 +1,6 @@
-// Messages and attachments of this MAPI: read-only views of MIME content; a message of a Maildir folder
-// also knows its file, so SetReadFlag can rename it.
+// Messages and attachments of this MAPI: read-only views of MIME content; a message of a folder also knows
+// its place there (IMessagePlace: a Maildir file, a UID on an IMAP server), which gives its entry ids and
+// keeps its read flag.
 #pragma once
 
 #include <memory>
@@ -12,29 +13,26 @@
 
 namespace velmar::mapi {
 
-// Where a message of a folder lives; none for an embedded message.
-struct CMessageLocation {
-    std::uint64_t storeId = 0;
-    std::string folderName;
-    std::string folderPath;
-    std::string key;
-    std::string fileName;  // current name in new/ or cur/
-    bool inNew = false;
-    std::string flags;
-    CFileTime delivered;
-    std::uint64_t size = 0;
-    std::optional<std::uint64_t> file{};  // for a key with several files, which (CEntryId::file)
-    std::uint64_t inode = 0;  // of the file as it was opened (0: unknown), by which a rename is followed
+// Where a message of a folder lives, for the message object: what the folder knows of it and its read flag.
+// Called under the message's lock, never from two threads at once.
+class IMessagePlace {
+public:
+    virtual ~IMessagePlace() = default;
+    // Adds the message's entry ids, times and size to props, and MSGFLAG_READ to flags when it is read.
+    // Throws std::bad_alloc.
+    virtual void AddProperties(std::vector<CPropValue>& props, std::int32_t& flags) const = 0;
+    virtual HRESULT SetReadFlag(bool read) = 0;
 };
 
 class CMimeMessage : public CMapiProp<IMessage> {
 public:
-    CMimeMessage(std::shared_ptr<CMessageContent> content, std::optional<CMessageLocation> location)
-        : m_content(std::move(content)), m_location(std::move(location)) {}
+    // A message in memory (an embedded one: place is null).
+    CMimeMessage(std::shared_ptr<CMessageContent> content, std::unique_ptr<IMessagePlace> place)
+        : m_content(std::move(content)), m_place(std::move(place)) {}
     // A message file, open as fd (taken over), read when its content is first asked for; fallback holds
     // what the folder index knows, for a file that cannot be parsed.
-    CMimeMessage(int fd, std::vector<CPropValue> fallback, CMessageLocation location)
-        : m_content(fd, std::move(fallback)), m_location(std::move(location)) {}
+    CMimeMessage(int fd, std::vector<CPropValue> fallback, std::unique_ptr<IMessagePlace> place)
+        : m_content(fd, std::move(fallback)), m_place(std::move(place)) {}
 
     HRESULT OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG ulInterfaceOptions, ULONG ulFlags,
                          LPUNKNOWN* lppUnk) override;
@@ -58,8 +56,8 @@ private:
     const std::shared_ptr<CMessageContent>& Content() const { return m_content.Get(); }
 
     CDeferredContent m_content;
-    mutable std::mutex m_lock;  // guards m_location, which SetReadFlag changes
-    std::optional<CMessageLocation> m_location;
+    mutable std::mutex m_lock;  // guards m_place, which SetReadFlag changes
+    std::unique_ptr<IMessagePlace> m_place;
 };
 
 class CMimeAttach : public CMapiProp<IAttach> {

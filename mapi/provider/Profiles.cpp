@@ -3,7 +3,10 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <strings.h>
+
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <map>
 
@@ -65,6 +68,61 @@ CProfile EmbeddedProfile() {
     return CProfile{L"Velmar", true, {store}, {}, {}};
 }
 
+// imaps://host[:port] or imap://host[:port] (an IPv6 host in brackets); false for anything else.
+bool ParseImapUrl(const std::string& url, CImapAccount& account) {
+    std::string rest;
+    if (url.size() > 8 && strncasecmp(url.c_str(), "imaps://", 8) == 0) {
+        account.implicitTls = true;
+        rest = url.substr(8);
+    } else if (url.size() > 7 && strncasecmp(url.c_str(), "imap://", 7) == 0) {
+        account.implicitTls = false;
+        rest = url.substr(7);
+    } else {
+        return false;
+    }
+    rest = rest.substr(0, rest.find('/'));
+    std::string port;
+    if (rest.starts_with("[")) {
+        const size_t close = rest.find(']');
+        if (close == std::string::npos) return false;
+        account.host = rest.substr(1, close - 1);
+        if (close + 1 < rest.size() && rest[close + 1] == ':') port = rest.substr(close + 2);
+    } else {
+        account.host = rest.substr(0, rest.find(':'));
+        if (rest.find(':') != std::string::npos) port = rest.substr(rest.find(':') + 1);
+    }
+    unsigned long number = account.implicitTls ? 993 : 143;
+    if (!port.empty()) {
+        char* end = nullptr;
+        number = std::strtoul(port.c_str(), &end, 10);
+        if (*end || number == 0 || number > 65535) return false;
+    }
+    account.port = static_cast<std::uint16_t>(number);
+    account.url = url;
+    return !account.host.empty();
+}
+
+// Applies a store key of an IMAP account ("imap", "user", "passwordeval", "password", "cafile",
+// "imaptunnel"); false for a key that is not one. An "imap" URL that cannot be read leaves the URL empty.
+bool ApplyImapKey(CImapAccount& account, const std::wstring& field, const std::wstring& value) {
+    if (IniNamesEqual(field, L"imap")) {
+        if (!ParseImapUrl(WideToUtf8(value), account)) account.url.clear();
+    } else if (IniNamesEqual(field, L"user")) {
+        account.user = WideToUtf8(value);
+    } else if (IniNamesEqual(field, L"passwordeval")) {
+        account.passwordEval = WideToUtf8(value);
+    } else if (IniNamesEqual(field, L"password")) {
+        account.password = WideToUtf8(value);
+    } else if (IniNamesEqual(field, L"cafile")) {
+        account.caFile = WideToUtf8(value);
+    } else if (IniNamesEqual(field, L"imaptunnel")) {
+        account.tunnel = WideToUtf8(value);
+    } else {
+        return false;
+    }
+    return true;
+}
+
 // "store3.path" with prefix "store" → (3, "path"); false for other keys.
 bool SplitNumberedKey(const std::wstring& key, std::wstring_view prefix, unsigned& number,
                       std::wstring& field) {
@@ -85,6 +143,7 @@ CProfile ProfileFromSection(const CIniSection& section, const std::string& baseF
     CProfile profile;
     profile.name = section.name;
     std::map<unsigned, CStoreConfig> stores;
+    std::map<unsigned, CImapAccount> accounts;  // the IMAP keys of the stores that have any
     std::map<unsigned, CContact> contacts;
     for (const CIniEntry& entry : section.entries) {
         unsigned number = 0;
@@ -103,9 +162,27 @@ CProfile ProfileFromSection(const CIniSection& section, const std::string& baseF
             if (IniNamesEqual(field, L"address")) store.ownerAddress = entry.value;
             if (IniNamesEqual(field, L"owner")) store.ownerName = entry.value;
             if (IniNamesEqual(field, L"default")) store.isDefault = IsYes(entry.value);
+            CImapAccount account = accounts.count(number) ? accounts[number] : CImapAccount{};
+            if (ApplyImapKey(account, field, entry.value)) accounts[number] = account;
         }
     }
     for (auto& [number, store] : stores) {
+        // A store is on an IMAP server when it names one, by URL or by tunnel.
+        if (const auto found = accounts.find(number); found != accounts.end() && store.path.empty()) {
+            const CImapAccount& account = found->second;
+            if (!account.url.empty() || !account.tunnel.empty()) store.imap = account;
+        }
+        if (store.imap) {
+            CImapAccount& account = *store.imap;
+            // A tunnel needs no URL.
+            if (account.url.empty()) account.host = "localhost";
+            // Where the store's own Outbox lives, one folder per account.
+            const std::string name = account.url.empty() ? "tunnel:" + account.tunnel : account.url;
+            char folder[32];
+            std::snprintf(folder, sizeof folder, "%016llx",
+                          static_cast<unsigned long long>(StoreIdForPath(account.user + "@" + name)));
+            store.path = XdgFolder("XDG_DATA_HOME", ".local/share") + "/velmar-mapi/imap/" + folder;
+        }
         if (store.path.empty()) continue;  // a store without a folder cannot be opened
         if (store.displayName.empty()) store.displayName = L"Store " + std::to_wstring(number);
         store.id = StoreIdForPath(store.path);
@@ -122,6 +199,10 @@ CProfile ProfileFromSection(const CIniSection& section, const std::string& baseF
 std::wstring OwnerName(const CStoreConfig& store) {
     if (!store.ownerName.empty()) return store.ownerName;
     return store.ownerAddress.substr(0, store.ownerAddress.rfind(L'@'));
+}
+
+std::string CacheFolder() {
+    return XdgFolder("XDG_CACHE_HOME", ".cache") + "/velmar-mapi";
 }
 
 std::string ProfilesFilePath() {

@@ -8,6 +8,12 @@
 //   store1.address = me@example.org   ; the owner's SMTP address
 //   store1.owner = Maria Muster       ; the owner's name (else the local part of the address, "me")
 //   store1.default = yes              ; the session's default store (else the first one)
+//   store2.imap = imaps://mail.example.org   ; an IMAP account instead of a Maildir (imap:// uses STARTTLS,
+//                                     ; required unless the host is a loopback address)
+//   store2.user = anna@example.org    ; with store2.passwordeval (a command whose first output line is the
+//                                     ; password) or store2.password (only in a file nobody else can read),
+//                                     ; store2.cafile (a CA bundle for a private server), store2.imaptunnel
+//                                     (a ; command whose input and output speak IMAP, logged in already)
 //   contact1.name = Anna Beispiel     ; a name the address book resolves
 //   contact1.address = anna@example.org
 //   smtp.url = smtp://mail.example.org:587   ; and the other smtp.* keys: see the spooler (SmtpSettings.h)
@@ -20,19 +26,38 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace velmar::mapi {
 
+// The IMAP account of a store whose mail lives on a server.
+struct CImapAccount {
+    std::string url;   // imaps://host[:port] or imap://host[:port] as written
+    std::string host;  // without the brackets of an IPv6 address
+    std::uint16_t port = 0;
+    bool implicitTls = false;  // imaps://: TLS from the first byte; else STARTTLS
+    std::string user;
+    std::string passwordEval;
+    std::string password;
+    // A CA bundle (PEM) trusted instead of the system's store, for a server with a private certificate.
+    std::string caFile;
+    // A command whose standard input and output speak IMAP, already logged in ("ssh host imapd").
+    std::string tunnel;
+};
+
 struct CStoreConfig {
     std::wstring displayName;
-    std::string path;  // absolute
+    // absolute. For an IMAP store a local folder of the provider's own: the Outbox and the spooler's queue
+    // stay on this machine, so that a message to be sent survives the server being unreachable.
+    std::string path;
     std::wstring ownerAddress;
     std::wstring ownerName;  // as the profile gives it; empty when it gives none
     bool isDefault = false;
-    std::uint64_t id = 0;  // StoreIdForPath(path)
+    std::uint64_t id = 0;              // StoreIdForPath(path)
+    std::optional<CImapAccount> imap;  // set for a store on an IMAP server
 };
 
 // A person the address book knows by name: "contactN.name" and "contactN.address" of the profile.
@@ -55,8 +80,12 @@ struct CProfile {
 std::wstring OwnerName(const CStoreConfig& store);
 
 // The profiles as the profile file says now; exactly one is the default when there are any.
+// A store with neither a path nor a usable IMAP URL is left out.
 std::vector<CProfile> LoadProfiles();
 // The file LoadProfiles reads.
 std::string ProfilesFilePath();
+// The folder for what the provider keeps of its own about a store (IMAP indexes, cached messages):
+// $XDG_CACHE_HOME/velmar-mapi (~/.cache by default).
+std::string CacheFolder();
 
 }  // namespace velmar::mapi

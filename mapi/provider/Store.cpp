@@ -10,6 +10,7 @@
 #include "mapi/provider/Folder.h"
 #include "mapi/provider/Maildir.h"
 #include "mapi/provider/MaildirIndex.h"
+#include "mapi/provider/MaildirPlace.h"
 #include "mapi/provider/Message.h"
 #include "mapitags.h"
 #include "support/Utf8.h"
@@ -86,8 +87,9 @@ HRESULT OpenMessage(const CStoreConfig& config, const CEntryId& id, LPCIID lpInt
                               indexed.size,
                               indexed.file,
                               inode};
-    return HandOutEntry(MakeObject<CMimeMessage>(fd.Detach(), std::move(fallback), std::move(location)),
-                        lpInterface, MAPI_MESSAGE, lpulObjType, lppUnk);
+    return HandOutEntry(
+        MakeObject<CMimeMessage>(fd.Detach(), std::move(fallback), MakeMaildirPlace(std::move(location))),
+        lpInterface, MAPI_MESSAGE, lpulObjType, lppUnk);
 }
 
 }  // namespace
@@ -100,7 +102,7 @@ HRESULT OpenStoreEntry(const CStoreConfig& config, const CEntryId& id, LPCIID lp
     try {
         switch (id.kind) {
             case EntryKind::Store:
-                return HandOutEntry(MakeObject<CMaildirStore>(config), lpInterface, MAPI_STORE, lpulObjType,
+                return HandOutEntry(MakeObject<CMessageStore>(config), lpInterface, MAPI_STORE, lpulObjType,
                                     lppUnk);
             case EntryKind::Folder: {
                 if (!IsValidFolderName(id.folder)) return MAPI_E_INVALID_ENTRYID;
@@ -126,7 +128,7 @@ HRESULT OpenMaildirStore(const CStoreConfig& config, LPMDB* lppMDB) {
     for (const char* folder : {kInboxFolder, kSentFolder, kOutboxFolder, kTrashFolder})
         if (!EnsureMaildir(config.path, folder)) return MAPI_E_NOT_FOUND;
     try {
-        *lppMDB = MakeObject<CMaildirStore>(config).Detach();
+        *lppMDB = MakeObject<CMessageStore>(config).Detach();
         return S_OK;
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;
@@ -150,7 +152,7 @@ void AddOwner(const CStoreConfig& config, std::vector<CPropValue>& props) {
         props.push_back({PR_MAILBOX_OWNER_NAME_W, std::move(name)});
 }
 
-std::vector<CPropValue> CMaildirStore::Properties() const {
+std::vector<CPropValue> CMessageStore::Properties() const {
     const std::vector<BYTE> entryId = EncodeEntryId({EntryKind::Store, m_config.id, {}, {}});
     std::vector<CPropValue> props{
         {PR_DISPLAY_NAME_W, m_config.displayName},
@@ -160,45 +162,64 @@ std::vector<CPropValue> CMaildirStore::Properties() const {
         {PR_STORE_ENTRYID, entryId},
         {PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_STORE)},
         {PR_DEFAULT_STORE, m_config.isDefault},
-        {PR_PROVIDER_DISPLAY_W, std::wstring(L"Velmar Maildir")},
+        {PR_PROVIDER_DISPLAY_W, ProviderName()},
         {PR_STORE_SUPPORT_MASK, kStoreEntryIdUnique | kStoreAttachOk | kStoreRestrictionOk | kStoreSortOk |
                                     kStoreHtmlOk | kStoreUnicodeOk},
-        {PR_IPM_SUBTREE_ENTRYID, FolderId(m_config, kInboxFolder)},
-        {PR_IPM_OUTBOX_ENTRYID, FolderId(m_config, kOutboxFolder)},
-        {PR_IPM_SENTMAIL_ENTRYID, FolderId(m_config, kSentFolder)},
-        {PR_IPM_WASTEBASKET_ENTRYID, FolderId(m_config, kTrashFolder)},
+        {PR_IPM_SUBTREE_ENTRYID, StandardFolderId(EStandardFolder::Inbox)},
+        {PR_IPM_OUTBOX_ENTRYID, StandardFolderId(EStandardFolder::Outbox)},
+        {PR_IPM_SENTMAIL_ENTRYID, StandardFolderId(EStandardFolder::Sent)},
+        {PR_IPM_WASTEBASKET_ENTRYID, StandardFolderId(EStandardFolder::Trash)},
         {PR_MAILBOX_OWNER_ENTRYID, MakeOneOffEntryId(m_config.ownerAddress, L"SMTP", m_config.ownerAddress)},
     };
     AddOwner(m_config, props);
     return props;
 }
 
-HRESULT CMaildirStore::CompareEntryIDs(ULONG cbEntryID1, LPENTRYID lpEntryID1, ULONG cbEntryID2,
+HRESULT CMessageStore::CompareEntryIDs(ULONG cbEntryID1, LPENTRYID lpEntryID1, ULONG cbEntryID2,
                                        LPENTRYID lpEntryID2, ULONG, ULONG* lpulResult) {
     return CompareEntryIds(cbEntryID1, lpEntryID1, cbEntryID2, lpEntryID2, lpulResult);
 }
 
-HRESULT CMaildirStore::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG,
+HRESULT CMessageStore::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG,
                                  ULONG* lpulObjType, LPUNKNOWN* lppUnk) {
     if (!lppUnk) return MAPI_E_INVALID_PARAMETER;
     *lppUnk = nullptr;
-    // No entry id opens the root folder, which in Maildir++ is the inbox.
-    if (!lpEntryID || cbEntryID == 0)
-        return OpenStoreEntry(m_config, {EntryKind::Folder, m_config.id, kInboxFolder, {}}, lpInterface,
-                              lpulObjType, lppUnk);
-    const std::optional<CEntryId> id = DecodeEntryId(reinterpret_cast<const BYTE*>(lpEntryID), cbEntryID);
+    // No entry id opens the root folder, which is the inbox.
+    const std::vector<BYTE> inbox = StandardFolderId(EStandardFolder::Inbox);
+    const std::optional<CEntryId> id =
+        !lpEntryID || cbEntryID == 0 ? DecodeEntryId(inbox.data(), inbox.size())
+                                     : DecodeEntryId(reinterpret_cast<const BYTE*>(lpEntryID), cbEntryID);
     if (!id) return MAPI_E_INVALID_ENTRYID;
-    return OpenStoreEntry(m_config, *id, lpInterface, lpulObjType, lppUnk);
+    return OpenDecodedEntry(*id, lpInterface, lpulObjType, lppUnk);
 }
 
-HRESULT CMaildirStore::GetReceiveFolder(LPTSTR, ULONG, ULONG* lpcbEntryID, LPENTRYID* lppEntryID,
+std::vector<BYTE> CMessageStore::StandardFolderId(EStandardFolder folder) const {
+    switch (folder) {
+        case EStandardFolder::Inbox:
+            return FolderId(m_config, kInboxFolder);
+        case EStandardFolder::Outbox:
+            return FolderId(m_config, kOutboxFolder);
+        case EStandardFolder::Sent:
+            return FolderId(m_config, kSentFolder);
+        case EStandardFolder::Trash:
+            return FolderId(m_config, kTrashFolder);
+    }
+    return {};
+}
+
+HRESULT CMessageStore::OpenDecodedEntry(const CEntryId& id, LPCIID lpInterface, ULONG* lpulObjType,
+                                        LPUNKNOWN* lppUnk) const {
+    return OpenStoreEntry(m_config, id, lpInterface, lpulObjType, lppUnk);
+}
+
+HRESULT CMessageStore::GetReceiveFolder(LPTSTR, ULONG, ULONG* lpcbEntryID, LPENTRYID* lppEntryID,
                                         LPTSTR* lppszExplicitClass) {
     if (!lpcbEntryID || !lppEntryID) return MAPI_E_INVALID_PARAMETER;
     *lpcbEntryID = 0;
     *lppEntryID = nullptr;
     if (lppszExplicitClass) *lppszExplicitClass = nullptr;
     // Every message class is received in the inbox.
-    const std::vector<BYTE> inbox = FolderId(m_config, kInboxFolder);
+    const std::vector<BYTE> inbox = StandardFolderId(EStandardFolder::Inbox);
     LPVOID block = nullptr;
     if (const SCODE sc = MAPIAllocateBuffer(static_cast<ULONG>(inbox.size()), &block); FAILED(sc)) return sc;
     std::memcpy(block, inbox.data(), inbox.size());

@@ -1,4 +1,6 @@
-// A message store over a Maildir++ tree, its folders, and the opening of entries by entry id.
+// A message store over a Maildir++ tree, its folders, and the opening of entries by entry id. The store
+// object serves other kinds of store too (one on an IMAP server, whose Outbox is a Maildir folder of this
+// machine), which give their own standard folders and open their own entries.
 #pragma once
 
 #include "mapi/provider/EntryId.h"
@@ -7,9 +9,12 @@
 
 namespace velmar::mapi {
 
-class CMaildirStore : public CMapiProp<IMsgStore> {
+// The folders every store has.
+enum class EStandardFolder { Inbox, Outbox, Sent, Trash };
+
+class CMessageStore : public CMapiProp<IMsgStore> {
 public:
-    explicit CMaildirStore(CStoreConfig config) : m_config(std::move(config)) {}
+    explicit CMessageStore(CStoreConfig config) : m_config(std::move(config)) {}
 
     HRESULT Advise(ULONG, LPENTRYID, ULONG, LPMAPIADVISESINK, ULONG*) override { return MAPI_E_NO_SUPPORT; }
     HRESULT Unadvise(ULONG) override { return MAPI_E_NO_SUPPORT; }
@@ -35,6 +40,13 @@ protected:
     bool SupportsInterface(REFIID riid) const override {
         return IsOneOf(riid, {IID_IMsgStore, IID_IMAPIProp});
     }
+    // The entry id of one of the store's standard folders (here its Maildir++ folders). Throws
+    // std::bad_alloc.
+    virtual std::vector<BYTE> StandardFolderId(EStandardFolder folder) const;
+    // Opens a folder or message of the store by its decoded entry id (here OpenStoreEntry).
+    virtual HRESULT OpenDecodedEntry(const CEntryId& id, LPCIID lpInterface, ULONG* lpulObjType,
+                                     LPUNKNOWN* lppUnk) const;
+    virtual std::wstring ProviderName() const { return L"Velmar Maildir"; }
 
 private:
     CStoreConfig m_config;

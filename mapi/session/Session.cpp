@@ -2,6 +2,8 @@
 // stores and entries by entry id.
 #include <atomic>
 
+#include "mapi/imap/ImapStore.h"
+#include "mapi/imap/ImapSync.h"
 #include "mapi/provider/AddressBook.h"
 #include "mapi/provider/GMimeSupport.h"
 #include "mapi/provider/MapiProp.h"
@@ -39,15 +41,16 @@ public:
         std::vector<std::vector<CPropValue>> rows;
         for (const CStoreConfig& store : m_profile.stores) {
             const std::vector<BYTE> entryId = EncodeEntryId({EntryKind::Store, store.id, {}, {}});
-            rows.push_back({{PR_INSTANCE_KEY, entryId},
-                            {PR_ENTRYID, entryId},
-                            {PR_RECORD_KEY, entryId},
-                            {PR_PROVIDER_DISPLAY_W, std::wstring(L"Velmar Maildir")},
-                            {PR_DISPLAY_NAME_W, store.displayName},
-                            {PR_DEFAULT_STORE, store.isDefault},
-                            {PR_MDB_PROVIDER, std::vector<BYTE>(entryId.begin() + 4, entryId.begin() + 20)},
-                            {PR_RESOURCE_FLAGS, store.isDefault ? kStatusDefaultStore : 0},
-                            {PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_STORE)}});
+            rows.push_back(
+                {{PR_INSTANCE_KEY, entryId},
+                 {PR_ENTRYID, entryId},
+                 {PR_RECORD_KEY, entryId},
+                 {PR_PROVIDER_DISPLAY_W, std::wstring(store.imap ? L"Velmar IMAP" : L"Velmar Maildir")},
+                 {PR_DISPLAY_NAME_W, store.displayName},
+                 {PR_DEFAULT_STORE, store.isDefault},
+                 {PR_MDB_PROVIDER, std::vector<BYTE>(entryId.begin() + 4, entryId.begin() + 20)},
+                 {PR_RESOURCE_FLAGS, store.isDefault ? kStatusDefaultStore : 0},
+                 {PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_STORE)}});
             AddOwner(store, rows.back());
         }
         return MakeRowListTable(std::vector<ULONG>(std::begin(kStoreColumns), std::end(kStoreColumns)),
@@ -62,7 +65,8 @@ public:
         if (lpInterface && !IsOneOf(*lpInterface, {IID_IMsgStore, IID_IMAPIProp, IID_IUnknown}))
             return MAPI_E_INTERFACE_NOT_SUPPORTED;
         const CStoreConfig* store = FindStore(id->storeId);
-        return store ? OpenMaildirStore(*store, lppMDB) : MAPI_E_NOT_FOUND;
+        if (!store) return MAPI_E_NOT_FOUND;
+        return store->imap ? OpenImapStore(*store, lppMDB) : OpenMaildirStore(*store, lppMDB);
     }
     HRESULT OpenAddressBook(ULONG_PTR, LPCIID, ULONG, LPADRBOOK* lppAdrBook) override {
         if (!lppAdrBook) return MAPI_E_INVALID_PARAMETER;
@@ -100,7 +104,8 @@ public:
         }
         const CStoreConfig* store = FindStore(id->storeId);
         if (!store) return MAPI_E_NOT_FOUND;
-        return OpenStoreEntry(*store, *id, lpInterface, lpulObjType, lppUnk);
+        return store->imap ? OpenImapEntry(*store, *id, lpInterface, lpulObjType, lppUnk)
+                           : OpenStoreEntry(*store, *id, lpInterface, lpulObjType, lppUnk);
     }
     HRESULT CompareEntryIDs(ULONG cbEntryID1, LPENTRYID lpEntryID1, ULONG cbEntryID2, LPENTRYID lpEntryID2,
                             ULONG, ULONG* lpulResult) override {
@@ -181,7 +186,10 @@ STDAPI_(void) MAPIUninitialize(void) {
     while (count > 0 && !g_initializeCount.compare_exchange_weak(count, count - 1)) {
     }
     // The last user is gone: the spooler ends with the delivery under way; what is queued stays queued.
-    if (count == 1) CSpooler::Instance().Stop();
+    if (count == 1) {
+        CSpooler::Instance().Stop();
+        CImapSync::StopAll();
+    }
 }
 
 STDAPI MAPIAdminProfiles(ULONG, LPPROFADMIN* lppProfAdmin) {
@@ -222,6 +230,9 @@ STDAPI MAPILogonEx(ULONG_PTR, LPTSTR lpszProfileName, LPTSTR, ULONG ulFlags, LPM
         if (!chosen) return MAPI_E_LOGON_FAILED;
         *lppSession = MakeObject<CMapiSession>(*chosen).Detach();
         CSpooler::Instance().Watch(*chosen);
+        // The IMAP stores' inboxes are synced from the logon on, so that lookups find them ready.
+        for (const CStoreConfig& store : chosen->stores)
+            if (store.imap) CImapSync::ForStore(store);
         return S_OK;
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;

@@ -17,6 +17,7 @@
 #include "mapi/spool/SendmailDelivery.h"
 #include "mapi/spool/SmtpSettings.h"
 #include "mapi/spool/SmtpSubmission.h"
+#include "mapi/spool/StoreFiling.h"
 #include "support/FileBytes.h"
 #include "support/Utf8.h"
 
@@ -135,11 +136,6 @@ CRemoteResult SendRemote(const CProfile& profile, const std::string& from,
     return result;
 }
 
-std::string SentFolderOf(const CQueuedMessage& message) {
-    return !message.sentFolder.empty() && IsValidFolderName(message.sentFolder) ? message.sentFolder
-                                                                                : std::string(kSentFolder);
-}
-
 }  // namespace
 
 QueueOutcome DeliverQueuedFile(const CProfile& profile, const CStoreConfig& store, const std::string& path,
@@ -172,14 +168,9 @@ QueueOutcome DeliverQueuedFile(const CProfile& profile, const CStoreConfig& stor
     for (const std::string& recipient : message.recipients) {
         if (served.Has(recipient)) continue;
         if (const CStoreConfig* local = StoreOwnedBy(profile, recipient)) {
-            if (!EnsureMaildir(local->path, kInboxFolder)) {
-                problem = "cannot open the inbox of " + recipient;
-                continue;
-            }
-            const CWrittenFile written =
-                WriteMaildirMessage(FolderPath(local->path, kInboxFolder), outgoing, true, "");
-            if (written.error != 0) {
-                problem = "cannot deliver to " + recipient + ": " + std::strerror(written.error);
+            std::string why;
+            if (!FileInInbox(*local, outgoing, why)) {
+                problem = "cannot deliver to " + recipient + ": " + why;
                 continue;
             }
             served.Add(recipient);
@@ -196,25 +187,19 @@ QueueOutcome DeliverQueuedFile(const CProfile& profile, const CStoreConfig& stor
     if (!refused.empty()) {
         // The sender learns of the refusals once; then those recipients count as served.
         const std::string report = MakeDeliveryReport(message, refused, outgoing);
-        if (WriteMaildirMessage(FolderPath(store.path, kInboxFolder), report, true, "").error == 0)
+        std::string why;
+        if (FileInInbox(store, report, why))
             for (const CFailedRecipient& failed : refused) served.Add(failed.address);
         else
-            problem = "cannot write the delivery report";
+            problem = "cannot write the delivery report: " + why;
     }
     for (const std::string& recipient : message.recipients)
         if (!served.Has(recipient)) return QueueOutcome::Waiting;
 
-    const std::string sentFolder = SentFolderOf(message);
-    if (!EnsureMaildir(store.path, sentFolder)) {
-        problem = "cannot open the sent-items folder";
+    // Filed first, so that a message leaves the queue only once it is in the sent-items folder; on a
+    // server that is away it waits, its recipients served, until it can be filed.
+    if (!FileAsSent(store, message.sentFolder, WithoutFields(queued, {kSentFolderField}), problem))
         return QueueOutcome::Waiting;
-    }
-    const CWrittenFile filed = WriteMaildirMessage(FolderPath(store.path, sentFolder),
-                                                   WithoutFields(queued, {kSentFolderField}), false, "S");
-    if (filed.error != 0) {
-        problem = std::string("cannot file the sent message: ") + std::strerror(filed.error);
-        return QueueOutcome::Waiting;
-    }
     // Filed and synced: only now does the message leave the queue.
     RemoveDurably(path);
     served.Forget();

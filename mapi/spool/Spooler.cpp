@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "mapi/provider/Maildir.h"
-#include "mapi/spool/QueueDelivery.h"
 #include "mapi/provider/SpoolerQueue.h"
+#include "mapi/spool/QueueDelivery.h"
 #include "support/Utf8.h"
 
 namespace velmar::mapi {

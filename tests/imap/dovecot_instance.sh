@@ -4,7 +4,8 @@
 # private CA (<folder>/ca.pem) for the host name "localhost". Users log in with the password "geheim"; each
 # has Maildir++ mail in <folder>/mail/<user>/ with INBOX, Sent, Drafts and Trash (special use), owned by
 # the mail user "nobody".
-#   dovecot_instance.sh start <folder> <port> <user>...   (as root; prints READY once it listens)
+#   dovecot_instance.sh start <folder> <port> <user>...   (as root; prints READY once it listens; a folder
+#                                                          started before keeps its mail and its CA)
 #   dovecot_instance.sh stop <folder>
 set -euo pipefail
 command=$1 folder=$(realpath -m "$2")
@@ -80,6 +81,7 @@ namespace inbox {
     special_use = \\Trash
   }
 }
+stats_writer_socket_path =
 protocol imap {
   mail_max_userip_connections = 50
 }
@@ -103,6 +105,9 @@ service stats {
   }
 }
 CONF
+# A tunnel runs Dovecot's imap program as the mail user, which reads this configuration.
+chmod 0755 "$conf"
+chmod 0644 "$conf/dovecot.conf" "$conf/users"
 dovecot -c "$conf/dovecot.conf"
 for _ in $(seq 100); do
     if exec 3<>"/dev/tcp/127.0.0.1/$port" 2>/dev/null; then

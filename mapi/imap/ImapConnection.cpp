@@ -1,0 +1,566 @@
+#include "mapi/imap/ImapConnection.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <gnutls/gnutls.h>
+#include <gnutls/x509.h>
+#include <libetpan/libetpan.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+#include <cstring>
+#include <memory>
+
+#include "mapi/provider/AccountSecrets.h"
+#include "mapi/provider/HeaderBlock.h"
+
+extern char** environ;
+
+namespace velmar::mapi {
+namespace {
+
+// A server that says nothing for this long is given up.
+constexpr time_t kNetworkTimeoutSeconds = 30;
+// Messages per FETCH of the index: the client's memory stays bounded whatever the mailbox's size.
+constexpr std::uint32_t kFetchChunk = 5000;
+
+bool Succeeded(int result) {
+    return result == MAILIMAP_NO_ERROR || result == MAILIMAP_NO_ERROR_AUTHENTICATED ||
+           result == MAILIMAP_NO_ERROR_NON_AUTHENTICATED;
+}
+
+// Owners of libetpan's results, freed with their own functions.
+struct CFetchListDeleter {
+    void operator()(clist* list) const { mailimap_fetch_list_free(list); }
+};
+using FetchList = std::unique_ptr<clist, CFetchListDeleter>;
+struct CSetDeleter {
+    void operator()(mailimap_set* set) const { mailimap_set_free(set); }
+};
+using ImapSet = std::unique_ptr<mailimap_set, CSetDeleter>;
+struct CFetchTypeDeleter {
+    void operator()(mailimap_fetch_type* type) const { mailimap_fetch_type_free(type); }
+};
+using FetchType = std::unique_ptr<mailimap_fetch_type, CFetchTypeDeleter>;
+struct CFlagListDeleter {
+    void operator()(mailimap_flag_list* list) const { mailimap_flag_list_free(list); }
+};
+using FlagList = std::unique_ptr<mailimap_flag_list, CFlagListDeleter>;
+
+// UIDs from..to, or from..* when to is 0.
+ImapSet UidRange(std::uint32_t from, std::uint32_t to) {
+    return ImapSet(mailimap_set_new_interval(from, to));
+}
+
+std::uint32_t FlagsOf(const mailimap_msg_att_dynamic* dynamic) {
+    std::uint32_t flags = 0;
+    if (!dynamic || !dynamic->att_list) return flags;
+    for (clistiter* it = clist_begin(dynamic->att_list); it; it = clist_next(it)) {
+        const auto* fetched = static_cast<const mailimap_flag_fetch*>(clist_content(it));
+        if (!fetched || fetched->fl_type != MAILIMAP_FLAG_FETCH_OTHER || !fetched->fl_flag) continue;
+        switch (fetched->fl_flag->fl_type) {
+            case MAILIMAP_FLAG_SEEN:
+                flags |= kImapSeen;
+                break;
+            case MAILIMAP_FLAG_ANSWERED:
+                flags |= kImapAnswered;
+                break;
+            case MAILIMAP_FLAG_FLAGGED:
+                flags |= kImapFlagged;
+                break;
+            case MAILIMAP_FLAG_DELETED:
+                flags |= kImapDeleted;
+                break;
+            case MAILIMAP_FLAG_DRAFT:
+                flags |= kImapDraft;
+                break;
+            default:
+                break;
+        }
+    }
+    return flags;
+}
+
+FlagList NewFlagList(std::uint32_t flags) {
+    FlagList list(mailimap_flag_list_new_empty());
+    if (flags & kImapSeen) mailimap_flag_list_add(list.get(), mailimap_flag_new_seen());
+    if (flags & kImapAnswered) mailimap_flag_list_add(list.get(), mailimap_flag_new_answered());
+    if (flags & kImapFlagged) mailimap_flag_list_add(list.get(), mailimap_flag_new_flagged());
+    if (flags & kImapDeleted) mailimap_flag_list_add(list.get(), mailimap_flag_new_deleted());
+    if (flags & kImapDraft) mailimap_flag_list_add(list.get(), mailimap_flag_new_draft());
+    return list;
+}
+
+// Days since 1970-01-01 of a date of the proleptic Gregorian calendar.
+std::int64_t DaysFromCivil(std::int64_t year, unsigned month, unsigned day) {
+    year -= month <= 2;
+    const std::int64_t era = (year >= 0 ? year : year - 399) / 400;
+    const unsigned yearOfEra = static_cast<unsigned>(year - era * 400);
+    const unsigned dayOfYear = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+    const unsigned dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
+    return era * 146097 + static_cast<std::int64_t>(dayOfEra) - 719468;
+}
+
+std::int64_t UnixTime(const mailimap_date_time* date) {
+    if (!date || date->dt_month < 1 || date->dt_month > 12) return 0;
+    // The zone is written as +hhmm and read as a number.
+    const int zone = date->dt_zone;
+    const int sign = zone < 0 ? -1 : 1;
+    const int minutes = sign * ((sign * zone) / 100 * 60 + (sign * zone) % 100);
+    return DaysFromCivil(date->dt_year, static_cast<unsigned>(date->dt_month),
+                         static_cast<unsigned>(date->dt_day)) *
+               86400 +
+           date->dt_hour * 3600 + date->dt_min * 60 + date->dt_sec - minutes * 60;
+}
+
+// Walks the items of one FETCH response.
+template <class Visit>
+void ForEachItem(const mailimap_msg_att* message, Visit&& visit) {
+    for (clistiter* it = clist_begin(message->att_list); it; it = clist_next(it))
+        visit(*static_cast<const mailimap_msg_att_item*>(clist_content(it)));
+}
+
+void SetServerName(struct mailstream_ssl_context* context, void* host) {
+    mailstream_ssl_set_server_name(context, static_cast<char*>(host));
+}
+
+}  // namespace
+
+CImapConnection::CImapConnection() = default;
+
+CImapConnection::~CImapConnection() {
+    Close();
+}
+
+bool CImapConnection::IsOpen() const {
+    return m_session != nullptr;
+}
+
+void CImapConnection::Close() {
+    if (m_session) {
+        // A polite LOGOUT only when the stream still stands; a broken one is just dropped.
+        if (m_session->imap_stream) mailimap_logout(m_session);
+        mailimap_free(m_session);
+        m_session = nullptr;
+    }
+    if (m_tunnel > 0) {
+        kill(m_tunnel, SIGTERM);
+        while (waitpid(m_tunnel, nullptr, 0) < 0 && errno == EINTR) {
+        }
+        m_tunnel = -1;
+    }
+}
+
+bool CImapConnection::Check(int result, const char* what, std::string& error) {
+    if (Succeeded(result)) return true;
+    error = std::string(what);
+    if (m_session && m_session->imap_response && *m_session->imap_response)
+        error += std::string(": ") + m_session->imap_response;
+    else if (result == MAILIMAP_ERROR_STREAM || result == MAILIMAP_ERROR_CONNECTION_REFUSED)
+        error += ": keine Verbindung zum Server";
+    else
+        error += ": Fehler " + std::to_string(result);
+    // A stream that broke is of no more use: the next call opens a new connection.
+    if (result == MAILIMAP_ERROR_STREAM || result == MAILIMAP_ERROR_CONNECTION_REFUSED) Close();
+    return false;
+}
+
+bool CImapConnection::HasCapability(const char* name) const {
+    return m_session && mailimap_has_extension(m_session, name);
+}
+
+// The server's certificate chain, checked by GnuTLS against the trusted CAs and the host name before a
+// password or anything else goes to the server.
+bool CImapConnection::VerifyCertificate(const CImapAccount& account, std::string& error) {
+    carray* chain = mailstream_get_certificate_chain(m_session->imap_stream);
+    if (!chain || carray_count(chain) == 0) {
+        if (chain) mailstream_certificate_chain_free(chain);
+        error = "Zertifikat von " + account.host + " nicht erhalten";
+        return false;
+    }
+    std::vector<gnutls_x509_crt_t> certificates;
+    for (unsigned i = 0; i < carray_count(chain); ++i) {
+        const auto* der = static_cast<const MMAPString*>(carray_get(chain, i));
+        gnutls_x509_crt_t certificate = nullptr;
+        if (gnutls_x509_crt_init(&certificate) != GNUTLS_E_SUCCESS) break;
+        const gnutls_datum_t datum{reinterpret_cast<unsigned char*>(der->str),
+                                   static_cast<unsigned>(der->len)};
+        if (gnutls_x509_crt_import(certificate, &datum, GNUTLS_X509_FMT_DER) != GNUTLS_E_SUCCESS) {
+            gnutls_x509_crt_deinit(certificate);
+            break;
+        }
+        certificates.push_back(certificate);
+    }
+    mailstream_certificate_chain_free(chain);
+
+    gnutls_x509_trust_list_t trust = nullptr;
+    gnutls_x509_trust_list_init(&trust, 0);
+    const int trusted = account.caFile.empty()
+                            ? gnutls_x509_trust_list_add_system_trust(trust, 0, 0)
+                            : gnutls_x509_trust_list_add_trust_file(trust, account.caFile.c_str(), nullptr,
+                                                                    GNUTLS_X509_FMT_PEM, 0, 0);
+    unsigned status = GNUTLS_CERT_INVALID;
+    gnutls_typed_vdata_st checks[2] = {
+        {GNUTLS_DT_DNS_HOSTNAME, reinterpret_cast<unsigned char*>(const_cast<char*>(account.host.c_str())),
+         0},
+        {GNUTLS_DT_KEY_PURPOSE_OID,
+         reinterpret_cast<unsigned char*>(const_cast<char*>(GNUTLS_KP_TLS_WWW_SERVER)), 0}};
+    if (trusted > 0 && !certificates.empty())
+        gnutls_x509_trust_list_verify_crt2(trust, certificates.data(),
+                                           static_cast<unsigned>(certificates.size()), checks, 2, 0, &status,
+                                           nullptr);
+    gnutls_x509_trust_list_deinit(trust, 1);
+    for (gnutls_x509_crt_t certificate : certificates) gnutls_x509_crt_deinit(certificate);
+    if (status == 0) return true;
+    error = "Zertifikat von " + account.host + " nicht vertrauenswürdig";
+    if (trusted <= 0)
+        error += " (keine vertrauenswürdigen Zertifizierungsstellen" +
+                 (account.caFile.empty() ? std::string() : " in " + account.caFile) + ")";
+    gnutls_datum_t text{};
+    if (status != GNUTLS_CERT_INVALID &&
+        gnutls_certificate_verification_status_print(status, GNUTLS_CRT_X509, &text, 0) == GNUTLS_E_SUCCESS) {
+        error += ": " + std::string(reinterpret_cast<const char*>(text.data), text.size);
+        gnutls_free(text.data);
+    }
+    return false;
+}
+
+// The tunnel command runs with a socket as its standard input and output.
+bool CImapConnection::OpenTunnel(const CImapAccount& account, std::string& error) {
+    int ends[2] = {-1, -1};
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+        error = std::string("IMAP-Tunnel: ") + std::strerror(errno);
+        return false;
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t none;
+    sigemptyset(&none);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+    const char* argv[] = {"/bin/sh", "-c", account.tunnel.c_str(), nullptr};
+    const int spawned =
+        posix_spawn(&m_tunnel, "/bin/sh", &actions, &attributes, const_cast<char* const*>(argv), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+    close(ends[1]);
+    if (spawned != 0) {
+        close(ends[0]);
+        m_tunnel = -1;
+        error = std::string("IMAP-Tunnel startet nicht: ") + std::strerror(spawned);
+        return false;
+    }
+    mailstream* stream = mailstream_socket_open(ends[0]);
+    if (!stream) {
+        close(ends[0]);
+        error = "IMAP-Tunnel: kein Datenstrom";
+        return false;
+    }
+    return Check(mailimap_connect(m_session, stream), "IMAP-Tunnel", error);
+}
+
+bool CImapConnection::Open(const CImapAccount& account, const std::string& password, std::string& error) {
+    Close();
+    m_session = mailimap_new(0, nullptr);
+    if (!m_session) {
+        error = "IMAP: kein Speicher";
+        return false;
+    }
+    mailimap_set_timeout(m_session, kNetworkTimeoutSeconds);
+    const std::string where = account.host + ":" + std::to_string(account.port);
+    if (!account.tunnel.empty()) {
+        if (!OpenTunnel(account, error)) return false;
+    } else if (account.implicitTls) {
+        const int result =
+            mailimap_ssl_connect_with_callback(m_session, account.host.c_str(), account.port, SetServerName,
+                                               const_cast<char*>(account.host.c_str()));
+        if (!Check(result, ("Verbindung zu " + where).c_str(), error)) return false;
+        if (!VerifyCertificate(account, error)) return Close(), false;
+    } else {
+        if (!Check(mailimap_socket_connect(m_session, account.host.c_str(), account.port),
+                   ("Verbindung zu " + where).c_str(), error))
+            return false;
+        struct mailimap_capability_data* capabilities = nullptr;
+        if (mailimap_capability(m_session, &capabilities) == MAILIMAP_NO_ERROR && capabilities)
+            mailimap_capability_data_free(capabilities);
+        const bool loopback = IsLoopbackHost(account.host);
+        if (HasCapability("STARTTLS")) {
+            const int result = mailimap_socket_starttls_with_callback(
+                m_session, SetServerName, const_cast<char*>(account.host.c_str()));
+            if (!Check(result, ("STARTTLS mit " + where).c_str(), error)) return false;
+            if (!VerifyCertificate(account, error)) return Close(), false;
+        } else if (!loopback) {
+            // Never a silent fall back to plain text: the password would travel readable.
+            error = where +
+                    " bietet kein STARTTLS an; ohne Verschlüsselung wird nur mit dem eigenen Rechner "
+                    "gesprochen";
+            Close();
+            return false;
+        }
+    }
+    if (m_session->imap_state == MAILIMAP_STATE_NON_AUTHENTICATED &&
+        !Check(mailimap_login(m_session, account.user.c_str(), password.c_str()),
+               ("Anmeldung von " + account.user + " an " + where).c_str(), error))
+        return Close(), false;
+    struct mailimap_capability_data* capabilities = nullptr;
+    if (mailimap_capability(m_session, &capabilities) == MAILIMAP_NO_ERROR && capabilities)
+        mailimap_capability_data_free(capabilities);
+    return true;
+}
+
+bool CImapConnection::List(std::vector<CImapMailbox>& mailboxes, std::string& error) {
+    mailboxes.clear();
+    clist* list = nullptr;
+    if (!m_session || !Check(mailimap_list(m_session, "", "*", &list), "LIST", error)) return false;
+    for (clistiter* it = clist_begin(list); it; it = clist_next(it)) {
+        const auto* box = static_cast<const mailimap_mailbox_list*>(clist_content(it));
+        CImapMailbox mailbox{box->mb_name, {}, true};
+        if (const mailimap_mbx_list_flags* flags = box->mb_flag) {
+            if (flags->mbf_type == MAILIMAP_MBX_LIST_FLAGS_SFLAG &&
+                flags->mbf_sflag == MAILIMAP_MBX_LIST_SFLAG_NOSELECT)
+                mailbox.selectable = false;
+            for (clistiter* f = clist_begin(flags->mbf_oflags); f; f = clist_next(f)) {
+                const auto* flag = static_cast<const mailimap_mbx_list_oflag*>(clist_content(f));
+                if (flag->of_type != MAILIMAP_MBX_LIST_OFLAG_FLAG_EXT || !flag->of_flag_ext) continue;
+                std::string name = flag->of_flag_ext;
+                if (!name.empty() && name.front() == '\\') name.erase(0, 1);
+                if (strcasecmp(name.c_str(), "Noselect") == 0 || strcasecmp(name.c_str(), "NonExistent") == 0)
+                    mailbox.selectable = false;
+                else if (mailbox.specialUse.empty())
+                    mailbox.specialUse = name;
+            }
+        }
+        mailboxes.push_back(std::move(mailbox));
+    }
+    mailimap_list_result_free(list);
+    return true;
+}
+
+bool CImapConnection::Create(const std::string& mailbox, std::string& error) {
+    return m_session &&
+           Check(mailimap_create(m_session, mailbox.c_str()), ("CREATE " + mailbox).c_str(), error);
+}
+
+bool CImapConnection::Select(const std::string& mailbox, CImapMailboxState& state, std::string& error) {
+    if (!m_session) return false;
+    state = {};
+    std::uint64_t modSeq = 0;
+    const int result = HasCapability("CONDSTORE")
+                           ? mailimap_select_condstore(m_session, mailbox.c_str(), &modSeq)
+                           : mailimap_select(m_session, mailbox.c_str());
+    if (!Check(result, ("SELECT " + mailbox).c_str(), error)) return false;
+    if (const mailimap_selection_info* info = m_session->imap_selection_info) {
+        state.uidValidity = info->sel_uidvalidity;
+        state.uidNext = info->sel_uidnext;
+        state.exists = info->sel_has_exists ? info->sel_exists : 0;
+    }
+    state.highestModSeq = modSeq;
+    return true;
+}
+
+bool CImapConnection::FetchHeaders(std::uint32_t fromUid, std::uint32_t uidNext,
+                                   const std::function<void(CImapHeaderRow&&)>& row, std::string& error) {
+    if (!m_session) return false;
+    for (std::uint32_t from = std::max<std::uint32_t>(fromUid, 1); uidNext == 0 || from < uidNext;
+         from += kFetchChunk) {
+        // Without UIDNEXT (a server that gives none) one FETCH of everything from there on.
+        const std::uint32_t to = uidNext == 0 ? 0 : std::min(from + kFetchChunk - 1, uidNext - 1);
+        FetchType type(mailimap_fetch_type_new_fetch_att_list_empty());
+        mailimap_fetch_type_new_fetch_att_list_add(type.get(), mailimap_fetch_att_new_uid());
+        mailimap_fetch_type_new_fetch_att_list_add(type.get(), mailimap_fetch_att_new_flags());
+        mailimap_fetch_type_new_fetch_att_list_add(type.get(), mailimap_fetch_att_new_internaldate());
+        mailimap_fetch_type_new_fetch_att_list_add(type.get(), mailimap_fetch_att_new_rfc822_size());
+        clist* fields = clist_new();
+        clist_append(fields, strdup("MESSAGE-ID"));
+        clist_append(fields, strdup("SUBJECT"));
+        mailimap_fetch_type_new_fetch_att_list_add(
+            type.get(), mailimap_fetch_att_new_body_peek_section(
+                            mailimap_section_new_header_fields(mailimap_header_list_new(fields))));
+        const ImapSet set = UidRange(from, to);
+        clist* raw = nullptr;
+        const int result = mailimap_uid_fetch(m_session, set.get(), type.get(), &raw);
+        const FetchList results(raw);
+        // No message in the range: libetpan calls the empty answer a failed FETCH.
+        if (result == MAILIMAP_ERROR_FETCH && m_session->imap_stream) {
+            if (uidNext == 0) return true;
+            continue;
+        }
+        if (!Check(result, "UID FETCH", error)) return false;
+        for (clistiter* it = clist_begin(results.get()); it; it = clist_next(it)) {
+            CImapHeaderRow message;
+            ForEachItem(static_cast<const mailimap_msg_att*>(clist_content(it)),
+                        [&](const mailimap_msg_att_item& item) {
+                            if (item.att_type == MAILIMAP_MSG_ATT_ITEM_DYNAMIC) {
+                                message.flags = FlagsOf(item.att_data.att_dyn);
+                                return;
+                            }
+                            if (item.att_type != MAILIMAP_MSG_ATT_ITEM_STATIC || !item.att_data.att_static)
+                                return;
+                            const mailimap_msg_att_static& value = *item.att_data.att_static;
+                            if (value.att_type == MAILIMAP_MSG_ATT_UID) message.uid = value.att_data.att_uid;
+                            if (value.att_type == MAILIMAP_MSG_ATT_INTERNALDATE)
+                                message.internalDate = UnixTime(value.att_data.att_internal_date);
+                            if (value.att_type == MAILIMAP_MSG_ATT_RFC822_SIZE)
+                                message.size = value.att_data.att_rfc822_size;
+                            if (value.att_type == MAILIMAP_MSG_ATT_BODY_SECTION &&
+                                value.att_data.att_body_section &&
+                                value.att_data.att_body_section->sec_body_part) {
+                                CHeaderScanner scanner({"message-id", "subject"});
+                                scanner.Feed(std::string_view(value.att_data.att_body_section->sec_body_part,
+                                                              value.att_data.att_body_section->sec_length));
+                                scanner.Feed("\r\n\r\n");
+                                message.messageId = scanner.Value(0);
+                                message.subjectField = scanner.Unfolded(1);
+                            }
+                        });
+            // "UID a:*" answers with the last message too when none is at or above a.
+            if (message.uid < from) continue;
+            row(std::move(message));
+        }
+        if (uidNext == 0) return true;
+    }
+    return true;
+}
+
+bool CImapConnection::FetchFlags(std::uint32_t toUid, std::uint64_t changedSince,
+                                 const std::function<void(std::uint32_t uid, std::uint32_t flags)>& row,
+                                 std::string& error) {
+    if (!m_session) return false;
+    if (toUid == 0) return true;
+    FetchType type(mailimap_fetch_type_new_fetch_att_list_empty());
+    mailimap_fetch_type_new_fetch_att_list_add(type.get(), mailimap_fetch_att_new_uid());
+    mailimap_fetch_type_new_fetch_att_list_add(type.get(), mailimap_fetch_att_new_flags());
+    const ImapSet set = UidRange(1, toUid);
+    clist* raw = nullptr;
+    const int result =
+        changedSince && HasCapability("CONDSTORE")
+            ? mailimap_uid_fetch_changedsince(m_session, set.get(), type.get(), changedSince, &raw)
+            : mailimap_uid_fetch(m_session, set.get(), type.get(), &raw);
+    const FetchList results(raw);
+    if (result == MAILIMAP_ERROR_FETCH && m_session->imap_stream) return true;
+    if (!Check(result, "UID FETCH FLAGS", error)) return false;
+    for (clistiter* it = clist_begin(results.get()); it; it = clist_next(it)) {
+        std::uint32_t uid = 0, flags = 0;
+        ForEachItem(static_cast<const mailimap_msg_att*>(clist_content(it)),
+                    [&](const mailimap_msg_att_item& item) {
+                        if (item.att_type == MAILIMAP_MSG_ATT_ITEM_DYNAMIC)
+                            flags = FlagsOf(item.att_data.att_dyn);
+                        if (item.att_type == MAILIMAP_MSG_ATT_ITEM_STATIC && item.att_data.att_static &&
+                            item.att_data.att_static->att_type == MAILIMAP_MSG_ATT_UID)
+                            uid = item.att_data.att_static->att_data.att_uid;
+                    });
+        if (uid != 0 && uid <= toUid) row(uid, flags);
+    }
+    return true;
+}
+
+bool CImapConnection::FetchUids(std::vector<std::uint32_t>& uids, std::string& error) {
+    uids.clear();
+    if (!m_session) return false;
+    struct mailimap_search_key* all = mailimap_search_key_new_all();
+    clist* raw = nullptr;
+    const int result = mailimap_uid_search(m_session, nullptr, all, &raw);
+    mailimap_search_key_free(all);
+    if (!Check(result, "UID SEARCH", error)) return false;
+    for (clistiter* it = clist_begin(raw); it; it = clist_next(it))
+        uids.push_back(*static_cast<const std::uint32_t*>(clist_content(it)));
+    mailimap_search_result_free(raw);
+    std::sort(uids.begin(), uids.end());
+    return true;
+}
+
+bool CImapConnection::FetchMessage(std::uint32_t uid, std::string& bytes, std::string& error) {
+    if (!m_session) return false;
+    FetchType type(mailimap_fetch_type_new_fetch_att_list_empty());
+    mailimap_fetch_type_new_fetch_att_list_add(type.get(), mailimap_fetch_att_new_uid());
+    mailimap_fetch_type_new_fetch_att_list_add(
+        type.get(), mailimap_fetch_att_new_body_peek_section(mailimap_section_new(nullptr)));
+    const ImapSet set = UidRange(uid, uid);
+    clist* raw = nullptr;
+    const int result = mailimap_uid_fetch(m_session, set.get(), type.get(), &raw);
+    const FetchList results(raw);
+    if (!Check(result, ("UID FETCH " + std::to_string(uid)).c_str(), error)) return false;
+    bool found = false;
+    for (clistiter* it = clist_begin(results.get()); it && !found; it = clist_next(it)) {
+        std::uint32_t fetchedUid = 0;
+        const char* body = nullptr;
+        size_t length = 0;
+        ForEachItem(
+            static_cast<const mailimap_msg_att*>(clist_content(it)), [&](const mailimap_msg_att_item& item) {
+                if (item.att_type != MAILIMAP_MSG_ATT_ITEM_STATIC || !item.att_data.att_static) return;
+                const mailimap_msg_att_static& value = *item.att_data.att_static;
+                if (value.att_type == MAILIMAP_MSG_ATT_UID) fetchedUid = value.att_data.att_uid;
+                if (value.att_type == MAILIMAP_MSG_ATT_BODY_SECTION && value.att_data.att_body_section) {
+                    body = value.att_data.att_body_section->sec_body_part;
+                    length = value.att_data.att_body_section->sec_length;
+                }
+            });
+        if (fetchedUid == uid && body) {
+            bytes.assign(body, length);
+            found = true;
+        }
+    }
+    if (!found) error = "Nachricht " + std::to_string(uid) + " nicht auf dem Server";
+    return found;
+}
+
+bool CImapConnection::StoreSeen(std::uint32_t uid, bool seen, std::string& error) {
+    if (!m_session) return false;
+    const ImapSet set = UidRange(uid, uid);
+    FlagList flags = NewFlagList(kImapSeen);
+    struct mailimap_store_att_flags* store =
+        seen ? mailimap_store_att_flags_new_add_flags_silent(flags.release())
+             : mailimap_store_att_flags_new_remove_flags_silent(flags.release());
+    const int result = mailimap_uid_store(m_session, set.get(), store);
+    mailimap_store_att_flags_free(store);
+    return Check(result, "UID STORE \\Seen", error);
+}
+
+bool CImapConnection::Move(std::uint32_t uid, const std::string& mailbox, std::string& error) {
+    if (!m_session) return false;
+    const ImapSet set = UidRange(uid, uid);
+    if (HasCapability("MOVE"))
+        return Check(mailimap_uid_move(m_session, set.get(), mailbox.c_str()),
+                     ("UID MOVE " + mailbox).c_str(), error);
+    // Without MOVE only this message may go: without UIDPLUS's UID EXPUNGE it stays marked deleted.
+    if (!Check(mailimap_uid_copy(m_session, set.get(), mailbox.c_str()), ("UID COPY " + mailbox).c_str(),
+               error))
+        return false;
+    struct mailimap_store_att_flags* store =
+        mailimap_store_att_flags_new_add_flags_silent(NewFlagList(kImapDeleted).release());
+    const int stored = mailimap_uid_store(m_session, set.get(), store);
+    mailimap_store_att_flags_free(store);
+    if (!Check(stored, "UID STORE \\Deleted", error)) return false;
+    if (!HasCapability("UIDPLUS")) return true;
+    return Check(mailimap_uid_expunge(m_session, set.get()), "UID EXPUNGE", error);
+}
+
+bool CImapConnection::Append(const std::string& mailbox, std::string_view message, std::uint32_t flags,
+                             std::string& error) {
+    if (!m_session) return false;
+    FlagList list = NewFlagList(flags);
+    const int result =
+        mailimap_append(m_session, mailbox.c_str(), list.get(), nullptr, message.data(), message.size());
+    return Check(result, ("APPEND " + mailbox).c_str(), error);
+}
+
+bool CImapConnection::Idle(int wakeFd, int timeoutSeconds, bool& changed, std::string& error) {
+    changed = false;
+    if (!m_session) return false;
+    const bool idle = HasCapability("IDLE");
+    if (idle && !Check(mailimap_idle(m_session), "IDLE", error)) return false;
+    pollfd fds[2] = {{wakeFd, POLLIN, 0}, {idle ? mailimap_idle_get_fd(m_session) : -1, POLLIN, 0}};
+    int ready = 0;
+    do {
+        ready = poll(fds, idle ? 2 : 1, timeoutSeconds * 1000);
+    } while (ready < 0 && errno == EINTR);
+    changed = idle && ready > 0 && (fds[1].revents & (POLLIN | POLLHUP | POLLERR));
+    return !idle || Check(mailimap_idle_done(m_session), "IDLE DONE", error);
+}
+
+}  // namespace velmar::mapi

@@ -1,0 +1,104 @@
+// One connection to an IMAP server, through libetpan: connected and logged in as the account says
+// (imaps://, or imap:// with STARTTLS, plain only on a loopback host; or a tunnel command that speaks IMAP
+// already logged in), the server's certificate verified against the system's store (or the account's CA
+// file) before anything else is sent. Every call blocks the calling thread; failures come back as false
+// with a sentence for the activity list in error. Not for two threads at once.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "mapi/provider/Profiles.h"
+
+struct mailimap;
+
+namespace velmar::mapi {
+
+// The system flags a message can have on the server.
+enum ImapFlag : std::uint32_t {
+    kImapSeen = 1,
+    kImapAnswered = 2,
+    kImapFlagged = 4,
+    kImapDeleted = 8,
+    kImapDraft = 16,
+};
+
+struct CImapMailbox {
+    std::string name;        // as the server names it (modified UTF-7)
+    std::string specialUse;  // "Sent", "Drafts", "Trash", ... (RFC 6154, without the backslash); or empty
+    bool selectable = true;
+};
+
+struct CImapMailboxState {
+    std::uint32_t uidValidity = 0;
+    std::uint32_t uidNext = 0;
+    std::uint32_t exists = 0;
+    std::uint64_t highestModSeq = 0;  // 0 when the server keeps no modification sequences (no CONDSTORE)
+};
+
+// What the index keeps of a message, as FETCH gives it.
+struct CImapHeaderRow {
+    std::uint32_t uid = 0;
+    std::uint32_t flags = 0;        // ImapFlag bits
+    std::int64_t internalDate = 0;  // seconds since 1970, UTC
+    std::uint64_t size = 0;         // RFC822.SIZE
+    std::string messageId;          // the Message-ID field's value, trimmed
+    std::string subjectField;       // the Subject field's value as written (encoded words and all)
+};
+
+class CImapConnection {
+public:
+    CImapConnection();
+    ~CImapConnection();
+    CImapConnection(const CImapConnection&) = delete;
+    CImapConnection& operator=(const CImapConnection&) = delete;
+
+    // Connects and logs in (password is not used for a tunnel). A connection open before is closed first.
+    bool Open(const CImapAccount& account, const std::string& password, std::string& error);
+    bool IsOpen() const;
+    void Close();
+    bool HasCapability(const char* name) const;
+
+    bool List(std::vector<CImapMailbox>& mailboxes, std::string& error);
+    bool Create(const std::string& mailbox, std::string& error);
+    // Selects a mailbox read-write, with CONDSTORE where the server has it.
+    bool Select(const std::string& mailbox, CImapMailboxState& state, std::string& error);
+
+    // UID FETCH of what the index keeps, from fromUid up to uidNext (from the SELECT; 0: unknown, all),
+    // in bounded pieces, each message handed to row as it is read.
+    bool FetchHeaders(std::uint32_t fromUid, std::uint32_t uidNext,
+                      const std::function<void(CImapHeaderRow&&)>& row, std::string& error);
+    // The flags of the messages up to toUid whose flags changed since changedSince (all when 0).
+    bool FetchFlags(std::uint32_t toUid, std::uint64_t changedSince,
+                    const std::function<void(std::uint32_t uid, std::uint32_t flags)>& row,
+                    std::string& error);
+    // The UIDs of every message of the selected mailbox, ascending.
+    bool FetchUids(std::vector<std::uint32_t>& uids, std::string& error);
+    // The whole message, as the server holds it; false with error when it has no such message.
+    bool FetchMessage(std::uint32_t uid, std::string& bytes, std::string& error);
+
+    bool StoreSeen(std::uint32_t uid, bool seen, std::string& error);
+    // Moves one message (MOVE, else COPY, \Deleted and UID EXPUNGE of that message only).
+    bool Move(std::uint32_t uid, const std::string& mailbox, std::string& error);
+    bool Append(const std::string& mailbox, std::string_view message, std::uint32_t flags,
+                std::string& error);
+
+    // IDLE until the server reports a change (true in changed), wakeFd becomes readable or timeoutSeconds
+    // pass. Without IDLE on the server it just waits.
+    bool Idle(int wakeFd, int timeoutSeconds, bool& changed, std::string& error);
+
+private:
+    bool Check(int result, const char* what, std::string& error);
+    bool VerifyCertificate(const CImapAccount& account, std::string& error);
+    bool OpenTunnel(const CImapAccount& account, std::string& error);
+
+    mailimap* m_session = nullptr;
+    pid_t m_tunnel = -1;  // the tunnel command, while it runs
+};
+
+}  // namespace velmar::mapi

@@ -1,0 +1,496 @@
+#include "mapi/imap/ImapSync.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+#include <sys/eventfd.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "mapi/provider/AccountSecrets.h"
+#include "mapi/provider/FileDescriptor.h"
+#include "mapi/provider/MaildirWriter.h"
+#include "support/Utf8.h"
+
+namespace velmar::mapi {
+namespace {
+
+// IDLE is ended and begun again within the 29 minutes after which a server may drop a silent client.
+constexpr int kIdleSeconds = 20 * 60;
+// Pauses between attempts to reach a server that is away: doubling from the first to the last.
+constexpr auto kFirstRetry = std::chrono::seconds(1);
+constexpr auto kLongestRetry = std::chrono::minutes(5);
+// A folder other than the inbox is asked again when its index is older than this.
+constexpr auto kFolderFreshness = std::chrono::seconds(30);
+// ResyncNow waits this long for the pass it asked for.
+constexpr auto kLongestResync = std::chrono::seconds(60);
+// The cache of fetched messages keeps within these bounds, the oldest going first.
+constexpr std::uint64_t kCacheBytes = 256ull * 1024 * 1024;
+constexpr std::uint64_t kCacheTrimmedBytes = 192ull * 1024 * 1024;
+
+// Usual names of the roles' folders, for a server that marks none (the first is made when none exists).
+const std::vector<std::string>& UsualNames(EImapRole role) {
+    static const std::vector<std::string> sent{
+        "Sent", "Sent Items", "Sent Messages", "Gesendet", "Gesendete Objekte", "INBOX.Sent", "INBOX/Sent"};
+    static const std::vector<std::string> drafts{"Drafts", "Entw&APw-rfe", "INBOX.Drafts", "INBOX/Drafts"};
+    static const std::vector<std::string> trash{"Trash",      "Deleted Items", "Deleted Messages",
+                                                "Papierkorb", "INBOX.Trash",   "INBOX/Trash"};
+    return role == EImapRole::Sent ? sent : role == EImapRole::Drafts ? drafts : trash;
+}
+
+const char* SpecialUseOf(EImapRole role) {
+    return role == EImapRole::Sent ? "Sent" : role == EImapRole::Drafts ? "Drafts" : "Trash";
+}
+
+std::string Hex(std::string_view bytes) {
+    static const char digits[] = "0123456789abcdef";
+    std::string hex;
+    for (const unsigned char c : bytes) {
+        hex += digits[c >> 4];
+        hex += digits[c & 15];
+    }
+    return hex;
+}
+
+void MakeFolders(const std::string& path) {
+    for (size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1))
+        mkdir(path.substr(0, slash).c_str(), 0700);
+    mkdir(path.c_str(), 0700);
+}
+
+std::mutex& RegistryLock() {
+    static std::mutex lock;
+    return lock;
+}
+std::map<std::uint64_t, std::shared_ptr<CImapSync>>& Registry() {
+    static std::map<std::uint64_t, std::shared_ptr<CImapSync>> syncs;
+    return syncs;
+}
+
+}  // namespace
+
+std::shared_ptr<CImapSync> CImapSync::ForStore(const CStoreConfig& store) {
+    std::lock_guard lock(RegistryLock());
+    std::shared_ptr<CImapSync>& sync = Registry()[store.id];
+    if (!sync) sync = std::make_shared<CImapSync>(store);
+    return sync;
+}
+
+void CImapSync::StopAll() {
+    std::map<std::uint64_t, std::shared_ptr<CImapSync>> stopping;
+    {
+        std::lock_guard lock(RegistryLock());
+        stopping.swap(Registry());
+    }
+    // The syncs end as their last users let them go.
+}
+
+void CImapSync::ResyncAll() {
+    std::vector<std::shared_ptr<CImapSync>> syncs;
+    {
+        std::lock_guard lock(RegistryLock());
+        for (const auto& [id, sync] : Registry()) syncs.push_back(sync);
+    }
+    for (const std::shared_ptr<CImapSync>& sync : syncs) sync->ResyncNow();
+}
+
+std::wstring CImapSync::AllProblems() {
+    std::lock_guard lock(RegistryLock());
+    std::wstring problems;
+    for (const auto& [id, sync] : Registry()) {
+        const std::wstring problem = sync->Problem();
+        if (problem.empty()) continue;
+        if (!problems.empty()) problems += L"; ";
+        problems += problem;
+    }
+    return problems;
+}
+
+CImapSync::CImapSync(CStoreConfig store)
+    : m_store(std::move(store)),
+      m_cacheFolder(CacheFolder() + "/imap/" +
+                    Hex(std::string_view(reinterpret_cast<const char*>(&m_store.id), sizeof m_store.id))) {
+    MakeFolders(m_cacheFolder + "/messages");
+    m_wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    m_thread = std::thread([this] { Run(); });
+}
+
+CImapSync::~CImapSync() {
+    {
+        std::lock_guard lock(m_lock);
+        m_stop = true;
+    }
+    const std::uint64_t one = 1;
+    if (write(m_wake, &one, sizeof one) < 0) {
+        // The thread also ends at its next look at the stop flag.
+    }
+    m_passed.notify_all();
+    if (m_thread.joinable()) m_thread.join();
+    close(m_wake);
+}
+
+std::string CImapSync::IndexPath(const std::string& folder) const {
+    return m_cacheFolder + "/" + Hex(folder) + ".index";
+}
+
+std::string CImapSync::CachePath(const std::string& folder, std::uint32_t uidValidity,
+                                 std::uint32_t uid) const {
+    return m_cacheFolder + "/messages/" + Hex(folder) + "-" + std::to_string(uidValidity) + "-" +
+           std::to_string(uid);
+}
+
+std::string CImapSync::FolderOfRole(EImapRole role) const {
+    std::lock_guard lock(m_lock);
+    const auto found = m_roles.find(role);
+    return found != m_roles.end() ? found->second : UsualNames(role).front();
+}
+
+std::vector<std::string> CImapSync::FolderNames() const {
+    std::lock_guard lock(m_lock);
+    if (!m_folders.empty()) return m_folders;
+    std::vector<std::string> names{kImapInbox};
+    for (const EImapRole role : {EImapRole::Sent, EImapRole::Drafts, EImapRole::Trash})
+        names.push_back(m_roles.count(role) ? m_roles.at(role) : UsualNames(role).front());
+    return names;
+}
+
+void CImapSync::SetProblem(const std::string& problem) {
+    std::lock_guard lock(m_lock);
+    m_problem = problem;
+}
+
+std::wstring CImapSync::Problem() const {
+    std::lock_guard lock(m_lock);
+    return m_problem.empty() ? std::wstring() : m_store.displayName + L": " + Utf8ToWide(m_problem);
+}
+
+bool CImapSync::Connect(CImapConnection& connection, std::string& error) {
+    const CImapAccount& account = *m_store.imap;
+    std::optional<std::string> password = std::string();
+    if (account.tunnel.empty()) {
+        if (!account.passwordEval.empty())
+            password = PasswordFromCommand(account.passwordEval, error);
+        else if (!account.password.empty())
+            password = PasswordFromProfile(account.password,
+                                           "the password of the store " + WideToUtf8(m_store.displayName),
+                                           ProfilesFilePath(), error);
+        if (!password) return false;
+    }
+    return connection.Open(account, *password, error);
+}
+
+// Which folders play the roles: marked by the server, else found by a usual name, else made.
+bool CImapSync::DiscoverFolders(CImapConnection& connection, std::string& error) {
+    std::vector<CImapMailbox> mailboxes;
+    if (!connection.List(mailboxes, error)) return false;
+    std::map<EImapRole, std::string> roles;
+    std::vector<std::string> names;
+    for (const CImapMailbox& mailbox : mailboxes) {
+        if (mailbox.selectable) names.push_back(mailbox.name);
+        for (const EImapRole role : {EImapRole::Sent, EImapRole::Drafts, EImapRole::Trash})
+            if (!roles.count(role) && strcasecmp(mailbox.specialUse.c_str(), SpecialUseOf(role)) == 0)
+                roles[role] = mailbox.name;
+    }
+    for (const EImapRole role : {EImapRole::Sent, EImapRole::Drafts, EImapRole::Trash}) {
+        if (roles.count(role)) continue;
+        for (const std::string& usual : UsualNames(role))
+            if (std::find(names.begin(), names.end(), usual) != names.end()) {
+                roles[role] = usual;
+                break;
+            }
+        if (roles.count(role)) continue;
+        const std::string& made = UsualNames(role).front();
+        if (!connection.Create(made, error)) return false;
+        roles[role] = made;
+        names.push_back(made);
+    }
+    std::lock_guard lock(m_lock);
+    m_roles = std::move(roles);
+    m_folders = std::move(names);
+    return true;
+}
+
+std::shared_ptr<const CImapSnapshot> CImapSync::LoadedSnapshot(const std::string& folder) {
+    {
+        std::lock_guard lock(m_lock);
+        if (const auto found = m_snapshots.find(folder); found != m_snapshots.end()) return found->second;
+    }
+    // Read outside the lock: a large index takes a moment. Two readers at once each read it; the first wins.
+    std::shared_ptr<const CImapSnapshot> loaded =
+        CImapSnapshot::Load(IndexPath(folder), m_store.id, "/" + folder);
+    std::lock_guard lock(m_lock);
+    std::shared_ptr<const CImapSnapshot>& slot = m_snapshots[folder];
+    if (!slot) slot = loaded;
+    return slot;
+}
+
+void CImapSync::Publish(const std::string& folder, std::shared_ptr<const CImapSnapshot> snapshot) {
+    std::lock_guard lock(m_lock);
+    m_snapshots[folder] = std::move(snapshot);
+    m_synced[folder] = std::chrono::steady_clock::now();
+}
+
+bool CImapSync::SyncFolder(CImapConnection& connection, const std::string& folder, std::string& error) {
+    CImapMailboxState state;
+    if (!connection.Select(folder, state, error)) return false;
+    const std::shared_ptr<const CImapSnapshot> before = LoadedSnapshot(folder);
+    CImapSnapshotBuilder next(before.get(), m_store.id, "/" + folder);
+    CImapFolderState known = next.State();
+    if (known.uidValidity != state.uidValidity) {
+        // Another folder under the same name: every entry id of the old one now names nothing.
+        next.Reset();
+        known = {};
+    }
+    const bool fresh = known.uidValidity == 0;
+    if (!fresh && known.highestModSeq != 0 && state.highestModSeq != 0) {
+        if (state.highestModSeq != known.highestModSeq &&
+            !connection.FetchFlags(
+                known.uidNext > 0 ? known.uidNext - 1 : 0, known.highestModSeq,
+                [&next](std::uint32_t uid, std::uint32_t flags) { next.SetFlags(uid, flags); }, error))
+            return false;
+    } else if (!fresh && known.uidNext > 1 &&
+               !connection.FetchFlags(
+                   known.uidNext - 1, 0,
+                   [&next](std::uint32_t uid, std::uint32_t flags) { next.SetFlags(uid, flags); }, error)) {
+        return false;
+    }
+    if (fresh || state.uidNext == 0 || state.uidNext > known.uidNext) {
+        if (!connection.FetchHeaders(
+                fresh ? 1 : known.uidNext, state.uidNext,
+                [&next](CImapHeaderRow&& row) { next.Add(std::move(row)); }, error))
+            return false;
+    }
+    // Messages gone on the server show as a count that differs.
+    if (next.Count() != state.exists) {
+        std::vector<std::uint32_t> uids;
+        if (!connection.FetchUids(uids, error)) return false;
+        next.KeepOnly(uids);
+    }
+    next.SetState({state.uidValidity, state.uidNext, state.highestModSeq});
+    const bool changed = next.Changed() || !before || before->State().uidNext != state.uidNext ||
+                         before->State().highestModSeq != state.highestModSeq;
+    if (!changed) {
+        Publish(folder, before);
+        return true;
+    }
+    std::shared_ptr<const CImapSnapshot> snapshot = next.Build();
+    // Deliberate: a cache that cannot be written costs a full read after a restart, nothing else.
+    snapshot->Save(IndexPath(folder));
+    Publish(folder, std::move(snapshot));
+    return true;
+}
+
+void CImapSync::Run() {
+    CImapConnection connection;
+    auto pause = kFirstRetry;
+    bool discovered = false;
+    for (;;) {
+        std::uint64_t wanted = 0;
+        {
+            std::lock_guard lock(m_lock);
+            if (m_stop) return;
+            wanted = m_passesWanted;
+        }
+        std::string error;
+        bool ok = connection.IsOpen() || Connect(connection, error);
+        if (ok && !discovered) ok = discovered = DiscoverFolders(connection, error);
+        if (ok) ok = SyncFolder(connection, kImapInbox, error);
+        {
+            std::lock_guard lock(m_lock);
+            m_passesSatisfied = std::max(m_passesSatisfied, wanted);
+            ++m_passesDone;
+            m_problem = ok ? std::string() : error;
+        }
+        m_passed.notify_all();
+        bool changed = false;
+        if (ok) {
+            pause = kFirstRetry;
+            if (connection.Idle(m_wake, kIdleSeconds, changed, error)) {
+                std::uint64_t drained = 0;
+                if (read(m_wake, &drained, sizeof drained) < 0) {
+                    // Nothing was written: the server spoke or the time ran out.
+                }
+                continue;
+            }
+            SetProblem(error);
+        }
+        // The server is away or failed: a new connection after a pause, which grows while it stays away.
+        connection.Close();
+        pollfd wake{m_wake, POLLIN, 0};
+        poll(&wake, 1,
+             static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(pause).count()));
+        std::uint64_t drained = 0;
+        if (read(m_wake, &drained, sizeof drained) < 0) {
+            // The pause ran out without a wake-up.
+        }
+        pause = std::min(pause * 2, std::chrono::duration_cast<decltype(pause)>(kLongestRetry));
+    }
+}
+
+void CImapSync::ResyncNow() {
+    std::unique_lock lock(m_lock);
+    const std::uint64_t target = ++m_passesWanted;
+    const std::uint64_t one = 1;
+    if (write(m_wake, &one, sizeof one) < 0) {
+        // Already woken: the counter of the eventfd is full of wake-ups.
+    }
+    m_passed.wait_for(lock, kLongestResync, [&] { return m_stop || m_passesSatisfied >= target; });
+}
+
+std::shared_ptr<const CImapSnapshot> CImapSync::Snapshot(const std::string& folder) {
+    if (folder == kImapInbox) {
+        if (std::shared_ptr<const CImapSnapshot> snapshot = LoadedSnapshot(folder)) return snapshot;
+        // Never synced and nothing on disk: the first pass of the thread is waited for, once.
+        std::unique_lock lock(m_lock);
+        m_passed.wait_for(lock, kLongestResync, [&] { return m_stop || m_passesDone > 0; });
+    } else {
+        bool stale = true;
+        {
+            std::lock_guard lock(m_lock);
+            const auto synced = m_synced.find(folder);
+            stale = synced == m_synced.end() ||
+                    std::chrono::steady_clock::now() - synced->second > kFolderFreshness;
+        }
+        std::string error;
+        if (stale) {
+            std::lock_guard command(m_commandLock);
+            if (Command(error) && !SyncFolder(m_command, folder, error)) SetProblem(error);
+        }
+    }
+    return LoadedSnapshot(folder);
+}
+
+bool CImapSync::Command(std::string& error) {
+    if (m_command.IsOpen()) return true;
+    // A server that was just found away is not asked again at once: the service goes on without it.
+    const auto now = std::chrono::steady_clock::now();
+    if (now < m_commandRetry) {
+        std::lock_guard lock(m_lock);
+        error = m_problem.empty() ? "Server nicht erreichbar" : m_problem;
+        return false;
+    }
+    if (Connect(m_command, error)) return true;
+    m_commandRetry = now + kFirstRetry * 5;
+    SetProblem(error);
+    return false;
+}
+
+int CImapSync::OpenMessage(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid,
+                           std::string& error) {
+    const std::string path = CachePath(folder, uidValidity, uid);
+    if (const int cached = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW); cached >= 0) return cached;
+    std::string bytes;
+    {
+        std::lock_guard command(m_commandLock);
+        if (!Command(error)) return -1;
+        CImapMailboxState state;
+        if (!m_command.Select(folder, state, error)) return -1;
+        if (state.uidValidity != uidValidity) {
+            error = "Ordner " + folder + " ist auf dem Server ein anderer geworden (UIDVALIDITY)";
+            return -1;
+        }
+        if (!m_command.FetchMessage(uid, bytes, error)) return -1;
+    }
+    if (ReplaceFileDurably(path, bytes) == 0) {
+        TrimCache();
+        if (const int cached = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW); cached >= 0)
+            return cached;
+    }
+    // No room in the cache: the message is read from an unnamed file of its own.
+    const int memory = memfd_create("velmar-imap-message", MFD_CLOEXEC);
+    if (memory < 0 || write(memory, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size()) ||
+        lseek(memory, 0, SEEK_SET) != 0) {
+        if (memory >= 0) close(memory);
+        error = std::string("Nachricht nicht zwischengespeichert: ") + std::strerror(errno);
+        return -1;
+    }
+    return memory;
+}
+
+// Oldest files first, until the cache is well below its bound again.
+void CImapSync::TrimCache() {
+    struct CCached {
+        std::string path;
+        std::int64_t time;
+        std::uint64_t size;
+    };
+    std::vector<CCached> files;
+    std::uint64_t total = 0;
+    const std::string folder = m_cacheFolder + "/messages";
+    if (DIR* dir = opendir(folder.c_str())) {
+        while (const dirent* entry = readdir(dir)) {
+            struct stat info {};
+            if (entry->d_name[0] == '.' ||
+                fstatat(dirfd(dir), entry->d_name, &info, AT_SYMLINK_NOFOLLOW) != 0)
+                continue;
+            files.push_back(
+                {folder + "/" + entry->d_name, info.st_mtime, static_cast<std::uint64_t>(info.st_size)});
+            total += static_cast<std::uint64_t>(info.st_size);
+        }
+        closedir(dir);
+    }
+    if (total <= kCacheBytes) return;
+    std::sort(files.begin(), files.end(), [](const CCached& a, const CCached& b) { return a.time < b.time; });
+    for (const CCached& file : files) {
+        if (total <= kCacheTrimmedBytes) break;
+        if (unlink(file.path.c_str()) == 0) total -= file.size;
+    }
+}
+
+bool CImapSync::SetSeen(const std::string& folder, std::uint32_t uid, bool seen, std::string& error) {
+    {
+        std::lock_guard command(m_commandLock);
+        CImapMailboxState state;
+        if (!Command(error) || !m_command.Select(folder, state, error) ||
+            !m_command.StoreSeen(uid, seen, error))
+            return false;
+    }
+    // The index shows it at once; the next sync confirms it.
+    const std::shared_ptr<const CImapSnapshot> before = LoadedSnapshot(folder);
+    if (const std::optional<size_t> row = before ? before->RowOfUid(uid) : std::nullopt) {
+        CImapSnapshotBuilder next(before.get(), m_store.id, "/" + folder);
+        const std::uint32_t flags = before->Message(*row).flags;
+        next.SetFlags(uid, seen ? flags | kImapSeen : flags & ~static_cast<std::uint32_t>(kImapSeen));
+        std::lock_guard lock(m_lock);
+        m_snapshots[folder] = next.Build();
+    }
+    return true;
+}
+
+bool CImapSync::Move(const std::string& folder, std::uint32_t uid, const std::string& toFolder,
+                     std::string& error) {
+    {
+        std::lock_guard command(m_commandLock);
+        CImapMailboxState state;
+        if (!Command(error) || !m_command.Select(folder, state, error) ||
+            !m_command.Move(uid, toFolder, error))
+            return false;
+    }
+    const std::shared_ptr<const CImapSnapshot> before = LoadedSnapshot(folder);
+    if (before && before->RowOfUid(uid)) {
+        CImapSnapshotBuilder next(before.get(), m_store.id, "/" + folder);
+        std::vector<std::uint32_t> kept;
+        for (size_t row = 0; row < before->RowCount(); ++row)
+            if (const std::uint32_t other = before->Message(row).uid; other != uid) kept.push_back(other);
+        next.KeepOnly(kept);
+        std::lock_guard lock(m_lock);
+        m_snapshots[folder] = next.Build();
+        m_synced.erase(toFolder);
+    }
+    return true;
+}
+
+bool CImapSync::Append(const std::string& folder, std::string_view message, std::uint32_t flags,
+                       std::string& error) {
+    std::lock_guard command(m_commandLock);
+    if (!Command(error) || !m_command.Append(folder, message, flags, error)) return false;
+    std::lock_guard lock(m_lock);
+    m_synced.erase(folder);
+    return true;
+}
+
+}  // namespace velmar::mapi

@@ -1,0 +1,108 @@
+// The IMAP side of one store: the indexes of its folders, kept on disk under the cache folder and brought
+// up to date incrementally (new UIDs, flag changes since the last modification sequence where the server
+// keeps them, expunges when the count differs); a thread of its own keeps the inbox current with IDLE and
+// reconnects with growing pauses when the server is away; a second connection serves the calls of the MAPI
+// objects (a message's bytes, its read flag, moves, appends); and a bounded cache of fetched messages.
+//
+// Nothing here waits for the network on behalf of a lookup: the inbox's index is what the last sync left.
+// The server is changed only by the explicit calls (SetSeen, Move, Append).
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "mapi/imap/ImapConnection.h"
+#include "mapi/imap/ImapIndex.h"
+#include "mapi/provider/Profiles.h"
+
+namespace velmar::mapi {
+
+inline constexpr char kImapInbox[] = "INBOX";
+
+// The folders every store has, as the server marks them (RFC 6154) or as they are usually named.
+enum class EImapRole { Sent, Drafts, Trash };
+
+class CImapSync {
+public:
+    // The process's sync of a store (made, and its thread started, on first use).
+    static std::shared_ptr<CImapSync> ForStore(const CStoreConfig& store);
+    // Ends every sync's thread and connections (at the end of the process or a test).
+    static void StopAll();
+    // ResyncNow of every store in use.
+    static void ResyncAll();
+    // The problems of the stores in use, "Name: problem" each, joined by "; "; empty while all is well.
+    static std::wstring AllProblems();
+
+    explicit CImapSync(CStoreConfig store);
+    ~CImapSync();
+    CImapSync(const CImapSync&) = delete;
+    CImapSync& operator=(const CImapSync&) = delete;
+
+    // The name of the folder of a role on the server (the usual name until the server was asked).
+    std::string FolderOfRole(EImapRole role) const;
+    // The folders the server listed (the inbox and the roles' folders at least).
+    std::vector<std::string> FolderNames() const;
+
+    // The folder's index. The inbox's is what the thread keeps (only before its first sync, with nothing on
+    // disk, is that sync waited for); another folder is brought up to date first when it was not in the last
+    // half minute and the server answers. Null for a folder never seen.
+    std::shared_ptr<const CImapSnapshot> Snapshot(const std::string& folder);
+
+    // The message's bytes from the cache, or fetched into it; an open descriptor the caller owns, or -1 with
+    // error set. A UIDVALIDITY other than the folder's is a message that is no more.
+    int OpenMessage(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid,
+                    std::string& error);
+    bool SetSeen(const std::string& folder, std::uint32_t uid, bool seen, std::string& error);
+    bool Move(const std::string& folder, std::uint32_t uid, const std::string& toFolder, std::string& error);
+    bool Append(const std::string& folder, std::string_view message, std::uint32_t flags, std::string& error);
+
+    // Brings the inbox up to date now and waits for that (at most a while): FlushQueues(FLUSH_DOWNLOAD).
+    void ResyncNow();
+    // What went wrong last with the server, for the spooler's status; empty while all is well.
+    std::wstring Problem() const;
+
+private:
+    void Run();
+    bool Connect(CImapConnection& connection, std::string& error);
+    bool DiscoverFolders(CImapConnection& connection, std::string& error);
+    bool SyncFolder(CImapConnection& connection, const std::string& folder, std::string& error);
+    std::shared_ptr<const CImapSnapshot> LoadedSnapshot(const std::string& folder);
+    void Publish(const std::string& folder, std::shared_ptr<const CImapSnapshot> snapshot);
+    // The command connection, open; false with error when the server cannot be had.
+    bool Command(std::string& error);
+    void SetProblem(const std::string& problem);
+    std::string IndexPath(const std::string& folder) const;
+    std::string CachePath(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid) const;
+    void TrimCache();
+
+    const CStoreConfig m_store;
+    const std::string m_cacheFolder;
+
+    mutable std::mutex m_lock;  // guards what follows up to m_thread
+    std::map<std::string, std::shared_ptr<const CImapSnapshot>> m_snapshots;
+    std::map<std::string, std::chrono::steady_clock::time_point> m_synced;
+    std::map<EImapRole, std::string> m_roles;
+    std::vector<std::string> m_folders;
+    std::string m_problem;
+    std::uint64_t m_passesWanted = 0;     // ResyncNow's requests
+    std::uint64_t m_passesSatisfied = 0;  // the requests a finished pass began after
+    std::uint64_t m_passesDone = 0;       // passes finished, well or not
+    bool m_stop = false;
+    std::condition_variable m_passed;
+
+    std::mutex m_commandLock;  // one call on the command connection at a time
+    CImapConnection m_command;
+    std::chrono::steady_clock::time_point m_commandRetry{};  // no new connection before then
+
+    int m_wake = -1;  // eventfd: the thread looks again (a resync, the stop)
+    std::thread m_thread;
+};
+
+}  // namespace velmar::mapi

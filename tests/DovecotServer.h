@@ -1,0 +1,132 @@
+// A real IMAP server for the tests: a private Dovecot (tests/imap/dovecot_instance.sh, path in
+// VELMAR_DOVECOT_INSTANCE) on loopback ports of its own, as root, with a private CA. Mail is put in place as
+// a delivery agent would (a file in the user's Maildir, owned by the mail user), and read back from there:
+// what the server holds is what the test sees on disk.
+#pragma once
+
+#include <dirent.h>
+#include <unistd.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "tests/FreePort.h"
+#include "tests/TestFiles.h"
+
+namespace velmar::test {
+
+inline std::string CommandOutput(const std::string& command) {
+    std::string output;
+    FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
+    if (!pipe) return output;
+    char buffer[4096];
+    for (size_t got = 0; (got = fread(buffer, 1, sizeof buffer, pipe)) > 0;) output.append(buffer, got);
+    pclose(pipe);
+    return output;
+}
+
+class CDovecotServer {
+public:
+    // The users log in with the password "geheim".
+    CDovecotServer(std::filesystem::path folder, std::vector<std::string> users)
+        : m_folder(std::move(folder)), m_users(std::move(users)) {
+        // Two ports in a row: STARTTLS and implicit TLS.
+        for (int attempt = 0; attempt < 20 && m_port == 0; ++attempt) {
+            const int port = FreeLoopbackPort();
+            if (port > 0 && port < 65535 && IsFreeLoopbackPort(port + 1)) m_port = port;
+        }
+        Start();
+    }
+    ~CDovecotServer() { Stop(); }
+    CDovecotServer(const CDovecotServer&) = delete;
+    CDovecotServer& operator=(const CDovecotServer&) = delete;
+
+    bool Start() {
+        std::string command =
+            "bash " VELMAR_DOVECOT_INSTANCE " start '" + m_folder.string() + "' " + std::to_string(m_port);
+        for (const std::string& user : m_users) command += " " + user;
+        m_running = CommandOutput(command) == "READY\n";
+        return m_running;
+    }
+    void Stop() {
+        if (m_running) CommandOutput("bash " VELMAR_DOVECOT_INSTANCE " stop '" + m_folder.string() + "'");
+        m_running = false;
+    }
+    bool Ready() const { return m_running; }
+    int Port() const { return m_port; }
+    int TlsPort() const { return m_port + 1; }
+    std::filesystem::path CaFile() const { return m_folder / "ca.pem"; }
+    std::string Config() const { return (m_folder / "conf/dovecot.conf").string(); }
+    // A tunnel command for the profile: Dovecot's imap program, logged in as user already.
+    std::string Tunnel(const std::string& user) const {
+        return "cd / && setpriv --reuid=nobody --regid=nogroup --clear-groups env USER=" + user +
+               " HOME=/ /usr/lib/dovecot/imap -c " + Config();
+    }
+
+    // The Maildir folder of a user's mailbox ("" or "INBOX" for the inbox).
+    std::filesystem::path MailboxPath(const std::string& user, const std::string& mailbox) const {
+        const std::filesystem::path root = m_folder / "mail" / user;
+        return mailbox.empty() || mailbox == "INBOX" ? root : root / ("." + mailbox);
+    }
+
+    // Puts a message into a mailbox as a delivery agent does: a new file in new/ (or cur/ with flags).
+    void Deliver(const std::string& user, const std::string& mailbox, const std::string& message,
+                 const std::string& flags = "") {
+        static int counter = 0;
+        const std::filesystem::path folder = MailboxPath(user, mailbox);
+        for (const char* sub : {"cur", "new", "tmp"}) std::filesystem::create_directories(folder / sub);
+        const std::string name = std::to_string(time(nullptr)) + ".V" + std::to_string(getpid()) + "I" +
+                                 std::to_string(++counter) + ".velmar-test";
+        const std::filesystem::path temporary = folder / "tmp" / name;
+        WriteFile(temporary, message);
+        const std::filesystem::path final =
+            flags.empty() ? folder / "new" / name : folder / "cur" / (name + ":2," + flags);
+        std::filesystem::rename(temporary, final);
+        CommandOutput("chown -R nobody:nogroup '" + (m_folder / "mail" / user).string() + "'");
+    }
+
+    // The Maildir flags of the message of a mailbox whose text holds needle; "?" when there is none.
+    std::string FlagsOf(const std::string& user, const std::string& mailbox,
+                        const std::string& needle) const {
+        for (const std::string& file : Files(user, mailbox)) {
+            if (ReadFile(file).find(needle) == std::string::npos) continue;
+            const size_t info = file.rfind(":2,");
+            return info == std::string::npos ? "" : file.substr(info + 3);
+        }
+        return "?";
+    }
+    // How many messages of a mailbox hold needle.
+    size_t Count(const std::string& user, const std::string& mailbox, const std::string& needle) const {
+        size_t count = 0;
+        for (const std::string& file : Files(user, mailbox))
+            count += ReadFile(file).find(needle) != std::string::npos;
+        return count;
+    }
+    // Gives a mailbox another UIDVALIDITY, as a server does when it rebuilds a folder.
+    void ChangeUidValidity(const std::string& user, const std::string& mailbox, unsigned value) const {
+        CommandOutput("doveadm -c " + Config() + " mailbox update -u " + user + " --uid-validity " +
+                      std::to_string(value) + " " + mailbox);
+    }
+
+private:
+    std::vector<std::string> Files(const std::string& user, const std::string& mailbox) const {
+        std::vector<std::string> files;
+        for (const char* sub : {"new", "cur"}) {
+            const std::filesystem::path folder = MailboxPath(user, mailbox) / sub;
+            std::error_code ignored;
+            for (const auto& entry : std::filesystem::directory_iterator(folder, ignored))
+                files.push_back(entry.path().string());
+        }
+        return files;
+    }
+
+    std::filesystem::path m_folder;
+    std::vector<std::string> m_users;
+    int m_port = 0;
+    bool m_running = false;
+};
+
+}  // namespace velmar::test

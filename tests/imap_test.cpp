@@ -1,0 +1,233 @@
+// The IMAP side of our MAPI against a real Dovecot: connections (STARTTLS, implicit TLS, a pre-authenticated
+// tunnel) and the sentences their refusals give; the store's sync: an index kept current by IDLE, the
+// folders of the roles found or made, the read flag, moves and appends on the server, a changed UIDVALIDITY,
+// and an index and cached messages that serve a restart while the server is away.
+#include <unistd.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "mapi/imap/ImapConnection.h"
+#include "mapi/imap/ImapSync.h"
+#include "support/Utf8.h"
+#include "tests/DovecotServer.h"
+#include "tests/TestFiles.h"
+
+namespace {
+
+using namespace velmar::mapi;
+using namespace velmar::test;
+namespace fs = std::filesystem;
+
+std::string Mail(const std::string& id, const std::string& subject, const std::string& body = "Hallo.") {
+    return "From: Berta <berta@example.org>\r\nTo: anna@example.org\r\nSubject: " + subject +
+           "\r\nMessage-ID: " + id + "\r\nDate: Tue, 24 Nov 2026 10:00:00 +0100\r\n\r\n" + body + "\r\n";
+}
+
+bool Eventually(const std::function<bool()>& condition, int milliseconds = 15000) {
+    for (int waited = 0; waited < milliseconds; waited += 20) {
+        if (condition()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return condition();
+}
+
+class ImapTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (geteuid() != 0) GTEST_SKIP() << "the private Dovecot runs as root";
+        m_server.emplace(m_dir / "dovecot", std::vector<std::string>{"anna"});
+        ASSERT_TRUE(m_server->Ready()) << ReadFile(m_dir / "dovecot/dovecot.log");
+        SetEnvironment("XDG_CACHE_HOME", (m_dir / "cache").string());
+        // A password written in the profile counts only in a file nobody else can read.
+        WriteFile(m_dir / "profiles.ini", "[Velmar]\n");
+        fs::permissions(m_dir / "profiles.ini", fs::perms::owner_read | fs::perms::owner_write);
+        SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "profiles.ini").string());
+    }
+    void TearDown() override { CImapSync::StopAll(); }
+
+    CImapAccount StartTls() const {
+        CImapAccount account;
+        account.host = "localhost";
+        account.port = static_cast<std::uint16_t>(m_server->Port());
+        account.url = "imap://localhost:" + std::to_string(m_server->Port());
+        account.user = "anna";
+        account.password = "geheim";
+        account.caFile = m_server->CaFile().string();
+        return account;
+    }
+    CStoreConfig Store(const CImapAccount& account) const {
+        CStoreConfig store;
+        store.displayName = L"Firma";
+        store.path = (m_dir / "local").string();
+        store.id = 0x1234;
+        store.imap = account;
+        return store;
+    }
+
+    CTempDir m_dir;
+    std::optional<CDovecotServer> m_server;
+};
+
+TEST_F(ImapTest, StartTlsImplicitTlsAndATunnelReadTheSameMailbox) {
+    m_server->Deliver("anna", "INBOX", Mail("<eins@example.org>", "=?UTF-8?Q?Gr=C3=BC=C3=9Fe?="));
+    m_server->Deliver("anna", "INBOX", Mail("<zwei@example.org>", "Zweite", "Der Text der zweiten."), "S");
+    CImapAccount implicit = StartTls();
+    implicit.port = static_cast<std::uint16_t>(m_server->TlsPort());
+    implicit.implicitTls = true;
+    CImapAccount tunnel;
+    tunnel.tunnel = m_server->Tunnel("anna");
+    tunnel.host = "localhost";
+    for (const CImapAccount& account : {StartTls(), implicit, tunnel}) {
+        SCOPED_TRACE(account.tunnel.empty() ? std::to_string(account.port) : "tunnel");
+        CImapConnection connection;
+        std::string error;
+        ASSERT_TRUE(connection.Open(account, "geheim", error)) << error;
+        std::vector<CImapMailbox> mailboxes;
+        ASSERT_TRUE(connection.List(mailboxes, error)) << error;
+        EXPECT_TRUE(std::any_of(mailboxes.begin(), mailboxes.end(),
+                                [](const CImapMailbox& m) { return m.name == "INBOX"; }));
+        CImapMailboxState state;
+        ASSERT_TRUE(connection.Select("INBOX", state, error)) << error;
+        EXPECT_EQ(state.exists, 2u);
+        EXPECT_NE(state.uidValidity, 0u);
+        EXPECT_NE(state.highestModSeq, 0u) << "Dovecot keeps modification sequences (CONDSTORE)";
+        std::vector<CImapHeaderRow> rows;
+        ASSERT_TRUE(connection.FetchHeaders(
+            1, state.uidNext, [&](CImapHeaderRow&& row) { rows.push_back(row); }, error));
+        ASSERT_EQ(rows.size(), 2u);
+        EXPECT_EQ(rows[0].messageId, "<eins@example.org>");
+        EXPECT_EQ(rows[0].subjectField, " =?UTF-8?Q?Gr=C3=BC=C3=9Fe?=");
+        EXPECT_EQ(rows[0].flags & kImapSeen, 0u);
+        EXPECT_EQ(rows[1].flags & kImapSeen, static_cast<std::uint32_t>(kImapSeen));
+        EXPECT_GT(rows[1].size, 100u);
+        EXPECT_GT(rows[1].internalDate, 1700000000);
+        std::string bytes;
+        ASSERT_TRUE(connection.FetchMessage(rows[1].uid, bytes, error)) << error;
+        EXPECT_NE(bytes.find("Der Text der zweiten."), std::string::npos);
+        EXPECT_FALSE(connection.FetchMessage(rows[1].uid + 100, bytes, error));
+    }
+}
+
+TEST_F(ImapTest, RefusalsSaySentencesAndNothingGoesOutUnverified) {
+    std::string error;
+    CImapConnection connection;
+    CImapAccount wrong = StartTls();
+    EXPECT_FALSE(connection.Open(wrong, "falsch", error));
+    EXPECT_NE(error.find("Anmeldung von anna an localhost"), std::string::npos) << error;
+
+    // The private CA is not in the system's store: the certificate is refused before the password goes.
+    CImapAccount untrusted = StartTls();
+    untrusted.caFile.clear();
+    EXPECT_FALSE(connection.Open(untrusted, "geheim", error));
+    EXPECT_NE(error.find("Zertifikat von localhost nicht vertrauenswürdig"), std::string::npos) << error;
+    EXPECT_EQ(
+        CommandOutput("grep -c 'Login: user=<anna>' '" + (m_dir / "dovecot/dovecot.log").string() + "'"),
+        "0\n");
+
+    // A certificate for another name is refused too.
+    CImapAccount otherName = StartTls();
+    otherName.host = "127.0.0.1";
+    EXPECT_TRUE(connection.Open(otherName, "geheim", error))
+        << "the certificate names 127.0.0.1 too: " << error;
+    otherName.host = "127.0.0.2";
+    EXPECT_FALSE(connection.Open(otherName, "geheim", error));
+
+    m_server->Stop();
+    EXPECT_FALSE(connection.Open(StartTls(), "geheim", error));
+    EXPECT_NE(error.find("Verbindung zu localhost:" + std::to_string(m_server->Port())), std::string::npos)
+        << error;
+}
+
+TEST_F(ImapTest, TheSyncKeepsTheIndexCurrentAndChangesTheServerOnlyWhenAsked) {
+    m_server->Deliver("anna", "INBOX", Mail("<eins@example.org>", "Eins"));
+    m_server->Deliver("anna", "INBOX", Mail("<zwei@example.org>", "Zwei"));
+    const std::shared_ptr<CImapSync> sync = CImapSync::ForStore(Store(StartTls()));
+    ASSERT_TRUE(Eventually([&] {
+        const auto snapshot = sync->Snapshot("INBOX");
+        return snapshot && snapshot->RowCount() == 2;
+    })) << velmar::WideToUtf8(sync->Problem());
+    // The roles' folders did not exist: they are made, and the server marks them by their special use.
+    EXPECT_EQ(sync->FolderOfRole(EImapRole::Sent), "Sent");
+    EXPECT_EQ(sync->FolderOfRole(EImapRole::Trash), "Trash");
+    EXPECT_TRUE(fs::exists(m_server->MailboxPath("anna", "Sent")));
+    EXPECT_TRUE(fs::exists(m_server->MailboxPath("anna", "Drafts")));
+    EXPECT_EQ(m_server->FlagsOf("anna", "INBOX", "<eins@example.org>"), "") << "looking changes nothing";
+
+    // New mail shows while the service waits in IDLE.
+    m_server->Deliver("anna", "INBOX", Mail("<drei@example.org>", "=?ISO-8859-1?Q?Dr=E4i?="));
+    ASSERT_TRUE(Eventually([&] { return sync->Snapshot("INBOX")->RowCount() == 3; }));
+    const auto snapshot = sync->Snapshot("INBOX");
+    const CImapIndexed third = snapshot->Message(2);
+    EXPECT_EQ(third.messageId, "<drei@example.org>");
+    EXPECT_EQ(third.subject, "Dräi");
+
+    std::string error;
+    ASSERT_TRUE(sync->SetSeen("INBOX", third.uid, true, error)) << error;
+    EXPECT_EQ(m_server->FlagsOf("anna", "INBOX", "<drei@example.org>"), "S");
+    EXPECT_EQ(sync->Snapshot("INBOX")->Message(2).flags & kImapSeen, static_cast<std::uint32_t>(kImapSeen));
+
+    const std::uint32_t first = snapshot->Message(0).uid;
+    const int fd = sync->OpenMessage("INBOX", snapshot->State().uidValidity, first, error);
+    ASSERT_GE(fd, 0) << error;
+    close(fd);
+    ASSERT_TRUE(sync->Move("INBOX", first, "Trash", error)) << error;
+    EXPECT_EQ(m_server->Count("anna", "INBOX", "<eins@example.org>"), 0u);
+    EXPECT_EQ(m_server->Count("anna", "Trash", "<eins@example.org>"), 1u);
+    EXPECT_EQ(sync->Snapshot("INBOX")->RowCount(), 2u);
+    EXPECT_EQ(sync->Snapshot("Trash")->RowCount(), 1u) << "another folder is read when asked for";
+
+    ASSERT_TRUE(sync->Append("Sent", Mail("<gesendet@example.org>", "Gesendet"), kImapSeen, error)) << error;
+    EXPECT_EQ(m_server->FlagsOf("anna", "Sent", "<gesendet@example.org>"), "S");
+
+    // Another UIDVALIDITY: the old keys name nothing, the index is read anew.
+    const std::uint32_t oldValidity = sync->Snapshot("INBOX")->State().uidValidity;
+    m_server->ChangeUidValidity("anna", "INBOX", oldValidity + 7);
+    sync->ResyncNow();
+    ASSERT_EQ(sync->Snapshot("INBOX")->State().uidValidity, oldValidity + 7);
+    EXPECT_EQ(sync->Snapshot("INBOX")->RowCount(), 2u);
+    EXPECT_LT(sync->OpenMessage("INBOX", oldValidity, third.uid, error), 0);
+}
+
+TEST_F(ImapTest, ARestartAnswersFromDiskWhileTheServerIsAway) {
+    for (int i = 0; i < 5; ++i)
+        m_server->Deliver("anna", "INBOX",
+                          Mail("<m" + std::to_string(i) + "@example.org>", "Nummer " + std::to_string(i)));
+    std::uint32_t validity = 0, cachedUid = 0, uncachedUid = 0;
+    {
+        const std::shared_ptr<CImapSync> sync = CImapSync::ForStore(Store(StartTls()));
+        ASSERT_TRUE(
+            Eventually([&] { return sync->Snapshot("INBOX") && sync->Snapshot("INBOX")->RowCount() == 5; }));
+        const auto snapshot = sync->Snapshot("INBOX");
+        validity = snapshot->State().uidValidity;
+        cachedUid = snapshot->Message(1).uid;
+        uncachedUid = snapshot->Message(3).uid;
+        std::string error;
+        const int fd = sync->OpenMessage("INBOX", validity, cachedUid, error);
+        ASSERT_GE(fd, 0) << error;
+        close(fd);
+        CImapSync::StopAll();
+    }
+    m_server->Stop();
+    const std::shared_ptr<CImapSync> sync = CImapSync::ForStore(Store(StartTls()));
+    const auto snapshot = sync->Snapshot("INBOX");
+    ASSERT_TRUE(snapshot) << "the index is read from disk";
+    EXPECT_EQ(snapshot->RowCount(), 5u);
+    EXPECT_EQ(snapshot->State().uidValidity, validity);
+    std::string error;
+    const int fd = sync->OpenMessage("INBOX", validity, cachedUid, error);
+    EXPECT_GE(fd, 0) << "a message fetched before is served from the cache";
+    if (fd >= 0) close(fd);
+    EXPECT_LT(sync->OpenMessage("INBOX", validity, uncachedUid, error), 0);
+    EXPECT_FALSE(error.empty());
+    EXPECT_TRUE(Eventually([&] { return !sync->Problem().empty(); }));
+    EXPECT_NE(velmar::WideToUtf8(sync->Problem()).find("Firma: "), std::string::npos);
+
+    // Back again: the sync finds the server by itself.
+    ASSERT_TRUE(m_server->Start());
+    m_server->Deliver("anna", "INBOX", Mail("<neu@example.org>", "Neu"));
+    EXPECT_TRUE(Eventually([&] { return sync->Snapshot("INBOX")->RowCount() == 6; }, 30000));
+    EXPECT_TRUE(sync->Problem().empty());
+}
+
+}  // namespace
