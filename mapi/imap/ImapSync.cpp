@@ -391,6 +391,9 @@ int CImapSync::OpenMessage(const std::string& folder, std::uint32_t uidValidity,
         if (!m_command.Select(folder, state, error)) return -1;
         if (state.uidValidity != uidValidity) {
             error = "Ordner " + folder + " ist auf dem Server ein anderer geworden (UIDVALIDITY)";
+            // The index is read anew at once, so that the next lookup finds what the folder holds now.
+            std::string ignored;
+            SyncFolder(m_command, folder, ignored);
             return -1;
         }
         if (!m_command.FetchMessage(uid, bytes, error)) return -1;

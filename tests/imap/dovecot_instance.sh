@@ -12,14 +12,15 @@ command=$1 folder=$(realpath -m "$2")
 conf=$folder/conf
 
 if [ "$command" = stop ]; then
-    if [ -f "$conf/dovecot.conf" ]; then
-        doveadm -c "$conf/dovecot.conf" stop >/dev/null 2>&1 || true
-        for _ in $(seq 50); do
-            [ -s "$folder/run/master.pid" ] && kill -0 "$(cat "$folder/run/master.pid")" 2>/dev/null || exit 0
-            sleep 0.1
-        done
-        kill -9 "$(cat "$folder/run/master.pid")" 2>/dev/null || true
-    fi
+    [ -s "$folder/run/master.pid" ] || exit 0
+    master=$(cat "$folder/run/master.pid")
+    # The connections go with the server, as when a machine goes down: the master's children (the imap
+    # processes among them) outlive a plain stop.
+    children=$(pgrep -P "$master" || true)
+    kill "$master" 2>/dev/null || true
+    for _ in $(seq 50); do kill -0 "$master" 2>/dev/null || break; sleep 0.1; done
+    kill -9 "$master" $children 2>/dev/null || true
+    rm -f "$folder/run/master.pid"
     exit 0
 fi
 

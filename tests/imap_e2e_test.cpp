@@ -1,0 +1,252 @@
+// A profile with a Maildir store and a store on a real Dovecot side by side, asked through the real service:
+// every message command on the server's mail, both search orders across the two stores, the read flag on
+// the server, a sent copy filed in the server's Sent, a server that goes away and comes back, mail that
+// arrives while the service runs, a UIDVALIDITY changed under the service, a wrong password, and the
+// corpus read the same from the server as from Maildir.
+#include <unistd.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <set>
+
+#include "json/CkJsonArray.h"
+#include "tests/DovecotServer.h"
+#include "tests/SendServiceFixture.h"
+
+namespace {
+
+using namespace velmar::test;
+namespace fs = std::filesystem;
+
+const fs::path kCorpora = VELMAR_CORPORA_DIR;
+
+std::string Mail(const std::string& id, const std::string& subject, const std::string& body = "Hallo.\r\n") {
+    return "From: Berta <berta@example.org>\r\nTo: Anna <anna@example.org>\r\nSubject: " + subject +
+           "\r\nMessage-ID: " + id + "\r\nDate: Tue, 24 Nov 2026 10:00:00 +0100\r\n\r\n" + body;
+}
+
+class ImapService : public CSendServiceTest {
+protected:
+    void SetUp() override {
+        if (geteuid() != 0) GTEST_SKIP() << "the private Dovecot runs as root";
+        CSendServiceTest::SetUp();
+        m_server.emplace(m_dir / "dovecot", std::vector<std::string>{"anna"});
+        ASSERT_TRUE(m_server->Ready()) << ReadFile(m_dir / "dovecot/dovecot.log");
+        SetEnvironment("XDG_CACHE_HOME", (m_dir / "cache").string());
+        SetEnvironment("XDG_DATA_HOME", (m_dir / "data").string());
+        WriteImapProfile("geheim");
+    }
+
+    // Eins on Maildir (one@x), Firma on the server (anna@example.org) with this password.
+    void WriteImapProfile(const std::string& password) {
+        WriteFile(
+            m_dir / "profiles.ini",
+            "[Velmar]\n"
+            "store1.name = Eins\nstore1.path = one\nstore1.address = one@x\n"
+            "store2.name = Firma\nstore2.imap = imap://localhost:" +
+                std::to_string(m_server->Port()) + "\nstore2.user = anna\nstore2.password = " + password +
+                "\nstore2.cafile = " + m_server->CaFile().string() + "\nstore2.address = anna@example.org\n");
+        // A password written in the profile counts only in a file nobody else can read.
+        fs::permissions(m_dir / "profiles.ini", fs::perms::owner_read | fs::perms::owner_write);
+    }
+
+    std::unique_ptr<CkJsonObject> Data(const std::string& id, int store) {
+        return MessageData(id, "", store, false);
+    }
+
+    // Asks until the message is found, for at most a while; its reply.
+    std::unique_ptr<CkJsonObject> DataOnceFound(const std::string& id, int store, int seconds = 15) {
+        std::unique_ptr<CkJsonObject> reply;
+        for (int i = 0; i < seconds * 10; ++i) {
+            reply = Data(id, store);
+            if (reply->StringOf("status") == std::string("OK")) break;
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        return reply;
+    }
+
+    std::optional<CDovecotServer> m_server;
+};
+
+TEST_F(ImapService, EveryMessageCommandServesTheServersMailBesideMaildir) {
+    m_server->Deliver("anna", "INBOX",
+                      Mail("<gruss@example.org>", "=?UTF-8?Q?Gr=C3=BC=C3=9Fe?= vom Server",
+                           "Hallo Anna,\r\ndies liegt auf dem Server.\r\n"));
+    m_server->Deliver("anna", "INBOX",
+                      WithAttachment("<anhang@example.org>", "bericht.pdf", "JVBERi0xLjQKdGVzdAo="));
+    m_server->Deliver("anna", "Trash", Mail("<nur-papierkorb@example.org>", "Weg"));
+    m_server->Deliver("anna", "INBOX", Mail("<beide@example.org>", "Im Posteingang"));
+    m_server->Deliver("anna", "Trash", Mail("<beide@example.org>", "Im Papierkorb"));
+    Deliver("one", "1700000000.M1P1.host", Mail("<lokal@example.org>", "Lokal"));
+    Start();
+
+    const auto stores = Ask(R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})");
+    EXPECT_STREQ(stores->StringOf("messageStoreEntries[0].displayName"), "Eins");
+    EXPECT_STREQ(stores->StringOf("messageStoreEntries[1].displayName"), "Firma");
+    EXPECT_STREQ(stores->StringOf("messageStoreEntries[1].emailAddress"), "anna@example.org");
+
+    const auto greeting = Data("<gruss@example.org>", 1);
+    ASSERT_STREQ(greeting->StringOf("status"), "OK") << Activity();
+    EXPECT_STREQ(greeting->StringOf("subject"), "Grüße vom Server");
+    EXPECT_STREQ(greeting->StringOf("fromAddress"), "berta@example.org");
+    EXPECT_NE(std::string(greeting->StringOf("body")).find("dies liegt auf dem Server."), std::string::npos);
+    EXPECT_STREQ(Data("<lokal@example.org>", 0)->StringOf("subject"), "Lokal");
+
+    // An attachment exported from the server's message, byte for byte.
+    const auto attachment = Ask(
+        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<anhang@example.org>","attachmentIndex":0})");
+    ASSERT_STREQ(attachment->StringOf("status"), "OK") << Activity();
+    EXPECT_EQ(ReadFile(attachment->StringOf("fileName")), "%PDF-1.4\ntest\n");
+
+    // All stores from the one chosen: Eins first, then Firma.
+    const auto across = Data("<gruss@example.org>", 0);
+    EXPECT_STREQ(across->StringOf("status"), "OK");
+    // The receiving mailbox only: the store whose owner the message was sent to.
+    EXPECT_STREQ(MessageData("<gruss@example.org>", "anna@example.org", 0, false, true)->StringOf("status"),
+                 "OK");
+    EXPECT_STREQ(MessageData("<gruss@example.org>", "one@x", 1, false, true)->StringOf("status"), "FAILED");
+    EXPECT_STREQ(MessageData("<lokal@example.org>", "anna@example.org", 0, false, true)->StringOf("status"),
+                 "FAILED");
+
+    // Only the inbox is searched.
+    EXPECT_STREQ(Data("<nur-papierkorb@example.org>", 1)->StringOf("status"), "FAILED");
+    EXPECT_STREQ(Data("<beide@example.org>", 1)->StringOf("subject"), "Im Posteingang");
+
+    // The read flag goes to the server only when asked, and only for the chosen store.
+    EXPECT_EQ(m_server->FlagsOf("anna", "INBOX", "<gruss@example.org>"), "");
+    EXPECT_STREQ(MessageData("<gruss@example.org>", "", 0, true)->StringOf("status"), "OK");
+    EXPECT_EQ(m_server->FlagsOf("anna", "INBOX", "<gruss@example.org>"), "")
+        << "found in another store than chosen";
+    EXPECT_STREQ(MessageData("<gruss@example.org>", "", 1, true)->StringOf("status"), "OK");
+    EXPECT_EQ(m_server->FlagsOf("anna", "INBOX", "<gruss@example.org>"), "S");
+}
+
+TEST_F(ImapService, SendingFromTheServersStoreFilesTheSentCopyOnTheServer) {
+    Start();
+    EXPECT_STREQ(Ask(R"({"command-target":"MAPI","command":"SetMessageStore","data_string":"Firma"})")
+                     ->StringOf("status"),
+                 "OK");
+    CSendRequest request;
+    request.subject = "Von Firma an Eins";
+    request.body = "Ein Gruß.";
+    request.to = {"one@x"};
+    ASSERT_STREQ(Send(request)->StringOf("status"), "OK") << Activity();
+    ASSERT_EQ(WaitForMessages("one", "", 1).size(), 1u) << "delivered to the Maildir store's owner";
+    for (int i = 0; i < 300 && m_server->Count("anna", "Sent", "Von Firma an Eins") == 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(m_server->Count("anna", "Sent", "Von Firma an Eins"), 1u);
+    EXPECT_EQ(m_server->FlagsOf("anna", "Sent", "Von Firma an Eins"), "S");
+    EXPECT_TRUE(MessageFiles("one", ".Sent").empty()) << "the copy goes to the sender's store only";
+    // The server's store sends from an Outbox of this machine's, empty again.
+    std::vector<fs::path> outboxes;
+    for (const auto& entry : fs::directory_iterator(m_dir / "data/velmar-mapi/imap"))
+        outboxes.push_back(entry.path());
+    ASSERT_EQ(outboxes.size(), 1u);
+    EXPECT_TRUE(WaitForEmpty(fs::relative(outboxes.front(), m_dir.Path()).string(), ".Outbox"));
+}
+
+TEST_F(ImapService, AServerThatGoesAwayAndComesBack) {
+    m_server->Deliver("anna", "INBOX", Mail("<gelesen@example.org>", "Schon gelesen"));
+    m_server->Deliver("anna", "INBOX", Mail("<ungelesen@example.org>", "Nie geholt"));
+    Start();
+    ASSERT_STREQ(Data("<gelesen@example.org>", 1)->StringOf("status"), "OK");
+
+    m_server->Stop();
+    // The index answers lookups and the cache the message fetched before; the rest fails, and the service
+    // goes on.
+    EXPECT_STREQ(Data("<gelesen@example.org>", 1)->StringOf("subject"), "Schon gelesen");
+    EXPECT_STREQ(Data("<ungelesen@example.org>", 1)->StringOf("status"), "FAILED");
+    EXPECT_STREQ(Ask(R"({"command-target":"MAPI","command":"IsMAPIDllInitialized"})")->StringOf("status"),
+                 "OK");
+    // The forced send and receive says what keeps the store from its server.
+    CSendRequest request;
+    request.subject = "Nur ein Anstoß";
+    request.to = {"one@x"};
+    request.forceSend = true;
+    Send(request);
+    EXPECT_NE(Activity().find("Firma: Verbindung zu localhost:" + std::to_string(m_server->Port())),
+              std::string::npos)
+        << Activity();
+
+    ASSERT_TRUE(m_server->Start());
+    EXPECT_STREQ(DataOnceFound("<ungelesen@example.org>", 1, 30)->StringOf("subject"), "Nie geholt");
+    // Mail that arrives while the service runs is there at once (IDLE).
+    m_server->Deliver("anna", "INBOX", Mail("<frisch@example.org>", "Frisch eingetroffen"));
+    EXPECT_STREQ(DataOnceFound("<frisch@example.org>", 1)->StringOf("subject"), "Frisch eingetroffen");
+}
+
+TEST_F(ImapService, AChangedUidValidityNeverGivesAnotherMessage) {
+    m_server->Deliver("anna", "INBOX", Mail("<erste@example.org>", "Erste"));
+    m_server->Deliver("anna", "INBOX", Mail("<zweite@example.org>", "Zweite"));
+    Start();
+    ASSERT_STREQ(Data("<zweite@example.org>", 1)->StringOf("subject"), "Zweite");
+    m_server->ChangeUidValidity("anna", "INBOX", 4242);
+    // What is found is the message asked for or nothing, until the index is read anew.
+    for (int i = 0; i < 5; ++i) {
+        const auto reply = Data("<erste@example.org>", 1);
+        if (reply->StringOf("status") == std::string("OK")) {
+            EXPECT_STREQ(reply->StringOf("subject"), "Erste");
+        }
+    }
+    EXPECT_STREQ(DataOnceFound("<erste@example.org>", 1)->StringOf("subject"), "Erste");
+    EXPECT_STREQ(DataOnceFound("<zweite@example.org>", 1)->StringOf("subject"), "Zweite");
+}
+
+TEST_F(ImapService, AWrongPasswordFindsNothingAndSaysWhy) {
+    m_server->Deliver("anna", "INBOX", Mail("<gruss@example.org>", "Gruß"));
+    WriteImapProfile("falsch");
+    Start();
+    EXPECT_STREQ(Data("<gruss@example.org>", 1)->StringOf("status"), "FAILED");
+    CSendRequest request;
+    request.subject = "Anstoß";
+    request.to = {"one@x"};
+    request.forceSend = true;
+    Send(request);
+    EXPECT_NE(Activity().find("Firma: Anmeldung von anna an localhost:" + std::to_string(m_server->Port())),
+              std::string::npos)
+        << Activity();
+}
+
+// The replies to GetMessageData of every corpus message are the same from the server as from Maildir, the
+// delivery date aside (a file's time against the server's internal date) and the line ends (IMAP hands out
+// every message with CR LF, whatever the file on the server's disk has).
+TEST_F(ImapService, TheCorpusReadsTheSameFromTheServerAsFromMaildir) {
+    if (!fs::is_directory(kCorpora)) GTEST_SKIP() << "no corpora at " << kCorpora;
+    std::map<std::string, std::string> byId;  // Message-ID → corpus file, each id once
+    std::set<std::string> seen;
+    int number = 0;
+    for (const char* folder : {"mail-parser/resources/eml", "MimeKit/messages"}) {
+        for (const auto& entry : fs::recursive_directory_iterator(kCorpora / folder)) {
+            const std::string extension = entry.path().extension().string();
+            if (!entry.is_regular_file() || (extension != ".eml" && extension != ".txt")) continue;
+            const std::string bytes = ReadFile(entry.path());
+            const std::string id = Field(bytes, "Message-ID");
+            if (id.empty() || id.find('"') != std::string::npos || !seen.insert(id).second) continue;
+            byId[id] = entry.path().string();
+            Deliver("one", "1600000000.M" + std::to_string(++number) + "P1.corpus", bytes);
+            m_server->Deliver("anna", "INBOX", bytes);
+        }
+    }
+    ASSERT_GT(byId.size(), 50u);
+    Start();
+    size_t compared = 0;
+    for (const auto& [id, source] : byId) {
+        const auto local = MessageData(id, "", 0, false);
+        const auto remote = MessageData(id, "", 1, false);
+        if (local->StringOf("status") != std::string("OK")) continue;  // not findable by its id at all
+        ASSERT_STREQ(remote->StringOf("status"), "OK") << source;
+        const auto comparable = [](const char* reply) {
+            std::string text = reply;
+            const size_t at = text.find("\"sentDate\"");
+            if (at != std::string::npos) text.erase(at, text.find(',', at) - at);
+            for (size_t crlf; (crlf = text.find("\\r\\n")) != std::string::npos;) text.erase(crlf, 2);
+            return text;
+        };
+        // Exported files are named by their message: the same names in the same folder either way.
+        EXPECT_EQ(comparable(local->Emit()), comparable(remote->Emit())) << source;
+        ++compared;
+    }
+    EXPECT_GT(compared, 50u);
+}
+
+}  // namespace
