@@ -89,11 +89,16 @@ HRESULT OpenImapMessage(const CStoreConfig& store, const std::shared_ptr<CImapSy
     if (!snapshot || snapshot->State().uidValidity != uidValidity) return MAPI_E_NOT_FOUND;
     const std::optional<size_t> row = snapshot->RowOfUid(uid);
     if (!row) return MAPI_E_NOT_FOUND;
-    std::string error;
-    const int fd = sync->OpenMessage(mailbox, uidValidity, uid, error);
-    if (fd < 0) return MAPI_E_NETWORK_ERROR;
+    // A message the cache holds opens at once. Another is fetched when its content is first asked for, so
+    // that a lookup that only finds it (and perhaps marks it read) never waits for its bytes; with the
+    // server away it cannot be had, which opening it says at once.
+    if (!sync->IsCached(mailbox, uidValidity, uid) && sync->ServerAway()) return MAPI_E_NETWORK_ERROR;
     CComPtr<CMimeMessage> message = MakeObject<CMimeMessage>(
-        fd, snapshot->RowValues(*row),
+        [sync, mailbox, uidValidity, uid] {
+            std::string error;
+            return sync->OpenMessage(mailbox, uidValidity, uid, error);
+        },
+        snapshot->RowValues(*row),
         std::make_unique<CImapPlace>(sync, store.id, mailbox, uidValidity, snapshot->Message(*row)));
     if (lpulObjType) *lpulObjType = MAPI_MESSAGE;
     return HandOut(std::move(message), lpInterface, lppUnk);

@@ -379,6 +379,15 @@ bool CImapSync::Command(std::string& error) {
     return false;
 }
 
+bool CImapSync::IsCached(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid) const {
+    return access(CachePath(folder, uidValidity, uid).c_str(), R_OK) == 0;
+}
+
+bool CImapSync::ServerAway() const {
+    std::lock_guard lock(m_lock);
+    return !m_problem.empty();
+}
+
 int CImapSync::OpenMessage(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid,
                            std::string& error) {
     const std::string path = CachePath(folder, uidValidity, uid);

@@ -59,6 +59,8 @@ public:
     // error set. A UIDVALIDITY other than the folder's is a message that is no more.
     int OpenMessage(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid,
                     std::string& error);
+    // Whether the message's bytes are in the cache (opening it then never waits for the server).
+    bool IsCached(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid) const;
     bool SetSeen(const std::string& folder, std::uint32_t uid, bool seen, std::string& error);
     bool Move(const std::string& folder, std::uint32_t uid, const std::string& toFolder, std::string& error);
     bool Append(const std::string& folder, std::string_view message, std::uint32_t flags, std::string& error);
@@ -67,6 +69,8 @@ public:
     void ResyncNow();
     // What went wrong last with the server, for the spooler's status; empty while all is well.
     std::wstring Problem() const;
+    // Whether the server was found away (or refusing) the last time it was asked.
+    bool ServerAway() const;
 
 private:
     void Run();

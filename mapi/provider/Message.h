@@ -33,6 +33,10 @@ public:
     // what the folder index knows, for a file that cannot be parsed.
     CMimeMessage(int fd, std::vector<CPropValue> fallback, std::unique_ptr<IMessagePlace> place)
         : m_content(fd, std::move(fallback)), m_place(std::move(place)) {}
+    // A message whose file is opened only when its content is first asked for (see CDeferredContent).
+    CMimeMessage(std::function<int()> open, std::vector<CPropValue> fallback,
+                 std::unique_ptr<IMessagePlace> place)
+        : m_content(std::move(open), std::move(fallback)), m_place(std::move(place)) {}
 
     HRESULT OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG ulInterfaceOptions, ULONG ulFlags,
                          LPUNKNOWN* lppUnk) override;

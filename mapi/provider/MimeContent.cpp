@@ -340,6 +340,7 @@ CDeferredContent::~CDeferredContent() {
 
 const std::shared_ptr<CMessageContent>& CDeferredContent::Get() const {
     std::call_once(m_once, [this] {
+        if (m_open) m_fd = std::exchange(m_open, nullptr)();
         m_content = ReadMessageFile(std::exchange(m_fd, -1), std::move(m_fallback));
         m_fallback.clear();
     });

@@ -4,6 +4,7 @@
 // reader reads them. Text is kept as UTF-8 or wide.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -59,6 +60,10 @@ class CDeferredContent {
 public:
     // Takes over fd (-1 for none), to be read as ReadMessageFile reads it.
     CDeferredContent(int fd, std::vector<CPropValue> fallback) : m_fd(fd), m_fallback(std::move(fallback)) {}
+    // A file opened only when the content is first asked for (a message fetched from a server then):
+    // open gives a descriptor the content takes over, or -1 (the fallback alone then).
+    CDeferredContent(std::function<int()> open, std::vector<CPropValue> fallback)
+        : m_open(std::move(open)), m_fallback(std::move(fallback)) {}
     explicit CDeferredContent(std::shared_ptr<CMessageContent> ready);
     ~CDeferredContent();
     CDeferredContent(const CDeferredContent&) = delete;
@@ -69,6 +74,7 @@ public:
 private:
     mutable std::once_flag m_once;
     mutable int m_fd = -1;
+    mutable std::function<int()> m_open;
     mutable std::vector<CPropValue> m_fallback;
     mutable std::shared_ptr<CMessageContent> m_content;
 };
