@@ -5,6 +5,7 @@
 #pragma once
 
 #include <dirent.h>
+#include <pwd.h>
 #include <unistd.h>
 #include <sys/stat.h>
 
@@ -72,20 +73,32 @@ public:
         return mailbox.empty() || mailbox == "INBOX" ? root : root / ("." + mailbox);
     }
 
-    // Puts a message into a mailbox as a delivery agent does: a new file in new/ (or cur/ with flags).
+    // Puts a message into a mailbox as a delivery agent does: a new file in new/ (or cur/ with flags), owned
+    // by the mail user like its folders.
     void Deliver(const std::string& user, const std::string& mailbox, const std::string& message,
                  const std::string& flags = "") {
         static int counter = 0;
+        const passwd* mailUser = getpwnam("nobody");
+        const auto own = [mailUser](const std::filesystem::path& path) {
+            if (mailUser && chown(path.c_str(), mailUser->pw_uid, mailUser->pw_gid) != 0) {
+                // Left to root: the test's server then says so when it reads the folder.
+            }
+        };
         const std::filesystem::path folder = MailboxPath(user, mailbox);
-        for (const char* sub : {"cur", "new", "tmp"}) std::filesystem::create_directories(folder / sub);
+        std::filesystem::create_directories(folder);
+        own(folder);
+        for (const char* sub : {"cur", "new", "tmp"}) {
+            std::filesystem::create_directories(folder / sub);
+            own(folder / sub);
+        }
         const std::string name = std::to_string(time(nullptr)) + ".V" + std::to_string(getpid()) + "I" +
                                  std::to_string(++counter) + ".velmar-test";
         const std::filesystem::path temporary = folder / "tmp" / name;
         WriteFile(temporary, message);
+        own(temporary);
         const std::filesystem::path final =
             flags.empty() ? folder / "new" / name : folder / "cur" / (name + ":2," + flags);
         std::filesystem::rename(temporary, final);
-        CommandOutput("chown -R nobody:nogroup '" + (m_folder / "mail" / user).string() + "'");
     }
 
     // The Maildir flags of the message of a mailbox whose text holds needle; "?" when there is none.

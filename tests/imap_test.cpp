@@ -94,14 +94,13 @@ TEST_F(ImapTest, StartTlsImplicitTlsAndATunnelReadTheSameMailbox) {
         EXPECT_NE(state.highestModSeq, 0u) << "Dovecot keeps modification sequences (CONDSTORE)";
         std::vector<CImapHeaderRow> rows;
         ASSERT_TRUE(connection.FetchHeaders(
-            1, state.uidNext, [&](CImapHeaderRow&& row) { rows.push_back(row); }, error));
+            1, [&](CImapHeaderRow&& row) { rows.push_back(row); }, error));
         ASSERT_EQ(rows.size(), 2u);
         EXPECT_EQ(rows[0].messageId, "<eins@example.org>");
         EXPECT_EQ(rows[0].subjectField, " =?UTF-8?Q?Gr=C3=BC=C3=9Fe?=");
         EXPECT_EQ(rows[0].flags & kImapSeen, 0u);
         EXPECT_EQ(rows[1].flags & kImapSeen, static_cast<std::uint32_t>(kImapSeen));
-        EXPECT_GT(rows[1].size, 100u);
-        EXPECT_GT(rows[1].internalDate, 1700000000);
+        EXPECT_EQ(rows[1].internalDate, 1795510800) << "Tue, 24 Nov 2026 10:00:00 +0100";
         std::string bytes;
         ASSERT_TRUE(connection.FetchMessage(rows[1].uid, bytes, error)) << error;
         EXPECT_NE(bytes.find("Der Text der zweiten."), std::string::npos);

@@ -9,9 +9,12 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 
+#include <cctype>
 #include <cstring>
 #include <memory>
+#include <optional>
 
+#include "mapi/imap/ImapFetchReader.h"
 #include "mapi/provider/AccountSecrets.h"
 #include "mapi/provider/HeaderBlock.h"
 
@@ -102,16 +105,64 @@ std::int64_t DaysFromCivil(std::int64_t year, unsigned month, unsigned day) {
     return era * 146097 + static_cast<std::int64_t>(dayOfEra) - 719468;
 }
 
-std::int64_t UnixTime(const mailimap_date_time* date) {
-    if (!date || date->dt_month < 1 || date->dt_month > 12) return 0;
-    // The zone is written as +hhmm and read as a number.
-    const int zone = date->dt_zone;
-    const int sign = zone < 0 ? -1 : 1;
-    const int minutes = sign * ((sign * zone) / 100 * 60 + (sign * zone) % 100);
-    return DaysFromCivil(date->dt_year, static_cast<unsigned>(date->dt_month),
-                         static_cast<unsigned>(date->dt_day)) *
-               86400 +
-           date->dt_hour * 3600 + date->dt_min * 60 + date->dt_sec - minutes * 60;
+// The time of an RFC 5322 date ("Mon, 1 Jan 2024 10:00:00 +0100", the day name and the seconds optional,
+// obsolete zone names too); nullopt for a text that is none.
+std::optional<std::int64_t> MailDate(std::string_view text) {
+    static const char* const months[] = {"jan", "feb", "mar", "apr", "may", "jun",
+                                         "jul", "aug", "sep", "oct", "nov", "dec"};
+    if (const size_t comma = text.find(','); comma != std::string_view::npos) text.remove_prefix(comma + 1);
+    const auto skipSpace = [&text] {
+        while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+    };
+    const auto number = [&text](int digits, int& value) {
+        value = 0;
+        int read = 0;
+        while (!text.empty() && std::isdigit(static_cast<unsigned char>(text.front())) && read < digits) {
+            value = value * 10 + (text.front() - '0');
+            text.remove_prefix(1);
+            ++read;
+        }
+        return read > 0;
+    };
+    int day = 0, year = 0, hour = 0, minute = 0, second = 0;
+    skipSpace();
+    if (!number(2, day)) return std::nullopt;
+    skipSpace();
+    int month = 0;
+    while (month < 12 && (text.size() < 3 || strncasecmp(text.data(), months[month], 3) != 0)) ++month;
+    if (month == 12) return std::nullopt;
+    text.remove_prefix(3);
+    skipSpace();
+    if (!number(4, year)) return std::nullopt;
+    if (year < 50)
+        year += 2000;
+    else if (year < 1000)
+        year += 1900;
+    skipSpace();
+    if (!number(2, hour) || text.empty() || text.front() != ':') return std::nullopt;
+    text.remove_prefix(1);
+    if (!number(2, minute)) return std::nullopt;
+    if (!text.empty() && text.front() == ':') {
+        text.remove_prefix(1);
+        number(2, second);
+    }
+    skipSpace();
+    int offset = 0;  // minutes east of UTC
+    if (!text.empty() && (text.front() == '+' || text.front() == '-')) {
+        const int sign = text.front() == '-' ? -1 : 1;
+        text.remove_prefix(1);
+        int hhmm = 0;
+        if (number(4, hhmm)) offset = sign * (hhmm / 100 * 60 + hhmm % 100);
+    } else {
+        static const std::pair<const char*, int> zones[] = {
+            {"EDT", -4 * 60}, {"EST", -5 * 60}, {"CDT", -5 * 60}, {"CST", -6 * 60},
+            {"MDT", -6 * 60}, {"MST", -7 * 60}, {"PDT", -7 * 60}, {"PST", -8 * 60}};
+        for (const auto& [name, minutes] : zones)
+            if (text.size() >= 3 && strncasecmp(text.data(), name, 3) == 0) offset = minutes;
+    }
+    if (day < 1 || day > 31 || hour > 23 || minute > 59 || second > 60) return std::nullopt;
+    return DaysFromCivil(year, static_cast<unsigned>(month + 1), static_cast<unsigned>(day)) * 86400 +
+           hour * 3600 + minute * 60 + second - offset * 60;
 }
 
 // Walks the items of one FETCH response.
@@ -363,68 +414,48 @@ bool CImapConnection::Select(const std::string& mailbox, CImapMailboxState& stat
     return true;
 }
 
-bool CImapConnection::FetchHeaders(std::uint32_t fromUid, std::uint32_t uidNext,
-                                   const std::function<void(CImapHeaderRow&&)>& row, std::string& error) {
-    if (!m_session) return false;
-    for (std::uint32_t from = std::max<std::uint32_t>(fromUid, 1); uidNext == 0 || from < uidNext;
-         from += kFetchChunk) {
-        // Without UIDNEXT (a server that gives none) one FETCH of everything from there on.
-        const std::uint32_t to = uidNext == 0 ? 0 : std::min(from + kFetchChunk - 1, uidNext - 1);
-        FetchType type(mailimap_fetch_type_new_fetch_att_list_empty());
-        mailimap_fetch_type_new_fetch_att_list_add(type.get(), mailimap_fetch_att_new_uid());
-        mailimap_fetch_type_new_fetch_att_list_add(type.get(), mailimap_fetch_att_new_flags());
-        mailimap_fetch_type_new_fetch_att_list_add(type.get(), mailimap_fetch_att_new_internaldate());
-        mailimap_fetch_type_new_fetch_att_list_add(type.get(), mailimap_fetch_att_new_rfc822_size());
-        clist* fields = clist_new();
-        clist_append(fields, strdup("MESSAGE-ID"));
-        clist_append(fields, strdup("SUBJECT"));
-        mailimap_fetch_type_new_fetch_att_list_add(
-            type.get(), mailimap_fetch_att_new_body_peek_section(
-                            mailimap_section_new_header_fields(mailimap_header_list_new(fields))));
-        const ImapSet set = UidRange(from, to);
-        clist* raw = nullptr;
-        const int result = mailimap_uid_fetch(m_session, set.get(), type.get(), &raw);
-        const FetchList results(raw);
-        // No message in the range: libetpan calls the empty answer a failed FETCH.
-        if (result == MAILIMAP_ERROR_FETCH && m_session->imap_stream) {
-            if (uidNext == 0) return true;
-            continue;
+bool CImapConnection::FetchHeaders(std::uint32_t fromUid, const std::function<void(CImapHeaderRow&&)>& row,
+                                   std::string& error) {
+    if (!m_session || !m_session->imap_stream) return false;
+    // One command for all of it, read as it arrives (see ImapFetchReader.h); a tag of its own beside
+    // libetpan's numbered ones.
+    const std::string tag = "V" + std::to_string(++m_ownTag);
+    const std::string command = tag + " UID FETCH " + std::to_string(std::max<std::uint32_t>(fromUid, 1)) +
+                                ":* (UID FLAGS BODY.PEEK[HEADER.FIELDS (MESSAGE-ID SUBJECT DATE)])\r\n";
+    mailstream* stream = m_session->imap_stream;
+    if (mailstream_write(stream, command.data(), command.size()) != static_cast<ssize_t>(command.size()) ||
+        mailstream_flush(stream) != 0)
+        return Check(MAILIMAP_ERROR_STREAM, "UID FETCH", error);
+    CImapFetchReader reader([&](const CFetchedHeaders& fetched) {
+        // "UID a:*" answers with the last message too when none is at or above a.
+        if (fetched.uid < fromUid) return;
+        CHeaderScanner scanner({"message-id", "subject", "date"});
+        scanner.Feed(fetched.headers);
+        scanner.Feed("\r\n\r\n");
+        CImapHeaderRow message;
+        message.uid = fetched.uid;
+        message.flags = fetched.flags;
+        message.messageId = scanner.Value(0);
+        message.subjectField = scanner.Unfolded(1);
+        message.internalDate = MailDate(scanner.Value(2)).value_or(0);
+        row(std::move(message));
+    });
+    char buffer[64 * 1024];
+    for (;;) {
+        const ssize_t got = mailstream_read(stream, buffer, sizeof buffer);
+        if (got <= 0) return Check(MAILIMAP_ERROR_STREAM, "UID FETCH", error);
+        switch (reader.Feed(std::string_view(buffer, static_cast<size_t>(got)), tag)) {
+            case CImapFetchReader::EState::More:
+                break;
+            case CImapFetchReader::EState::Done:
+                return true;
+            case CImapFetchReader::EState::Failed:
+                error = "UID FETCH: " + reader.Status();
+                // What follows on the stream cannot be told from the answer: a new connection then.
+                if (reader.Status().rfind("NO", 0) != 0) Close();
+                return false;
         }
-        if (!Check(result, "UID FETCH", error)) return false;
-        for (clistiter* it = clist_begin(results.get()); it; it = clist_next(it)) {
-            CImapHeaderRow message;
-            ForEachItem(static_cast<const mailimap_msg_att*>(clist_content(it)),
-                        [&](const mailimap_msg_att_item& item) {
-                            if (item.att_type == MAILIMAP_MSG_ATT_ITEM_DYNAMIC) {
-                                message.flags = FlagsOf(item.att_data.att_dyn);
-                                return;
-                            }
-                            if (item.att_type != MAILIMAP_MSG_ATT_ITEM_STATIC || !item.att_data.att_static)
-                                return;
-                            const mailimap_msg_att_static& value = *item.att_data.att_static;
-                            if (value.att_type == MAILIMAP_MSG_ATT_UID) message.uid = value.att_data.att_uid;
-                            if (value.att_type == MAILIMAP_MSG_ATT_INTERNALDATE)
-                                message.internalDate = UnixTime(value.att_data.att_internal_date);
-                            if (value.att_type == MAILIMAP_MSG_ATT_RFC822_SIZE)
-                                message.size = value.att_data.att_rfc822_size;
-                            if (value.att_type == MAILIMAP_MSG_ATT_BODY_SECTION &&
-                                value.att_data.att_body_section &&
-                                value.att_data.att_body_section->sec_body_part) {
-                                CHeaderScanner scanner({"message-id", "subject"});
-                                scanner.Feed(std::string_view(value.att_data.att_body_section->sec_body_part,
-                                                              value.att_data.att_body_section->sec_length));
-                                scanner.Feed("\r\n\r\n");
-                                message.messageId = scanner.Value(0);
-                                message.subjectField = scanner.Unfolded(1);
-                            }
-                        });
-            // "UID a:*" answers with the last message too when none is at or above a.
-            if (message.uid < from) continue;
-            row(std::move(message));
-        }
-        if (uidNext == 0) return true;
     }
-    return true;
 }
 
 bool CImapConnection::FetchFlags(std::uint32_t toUid, std::uint64_t changedSince,
@@ -554,6 +585,12 @@ bool CImapConnection::Idle(int wakeFd, int timeoutSeconds, bool& changed, std::s
     if (!m_session) return false;
     const bool idle = HasCapability("IDLE");
     if (idle && !Check(mailimap_idle(m_session), "IDLE", error)) return false;
+    // What the server said with its go-ahead (a message that came meanwhile) may be read already and wait
+    // in the stream's buffer, where no poll sees it.
+    if (idle && m_session->imap_stream && m_session->imap_stream->read_buffer_len > 0) {
+        changed = true;
+        return Check(mailimap_idle_done(m_session), "IDLE DONE", error);
+    }
     pollfd fds[2] = {{wakeFd, POLLIN, 0}, {idle ? mailimap_idle_get_fd(m_session) : -1, POLLIN, 0}};
     int ready = 0;
     do {

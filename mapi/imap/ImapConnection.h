@@ -44,11 +44,13 @@ struct CImapMailboxState {
 // What the index keeps of a message, as FETCH gives it.
 struct CImapHeaderRow {
     std::uint32_t uid = 0;
-    std::uint32_t flags = 0;        // ImapFlag bits
-    std::int64_t internalDate = 0;  // seconds since 1970, UTC
-    std::uint64_t size = 0;         // RFC822.SIZE
-    std::string messageId;          // the Message-ID field's value, trimmed
-    std::string subjectField;       // the Subject field's value as written (encoded words and all)
+    std::uint32_t flags = 0;  // ImapFlag bits
+    // When it was sent, as its Date field says (seconds since 1970, UTC; 0 when it has none). INTERNALDATE
+    // would cost many servers a look at every message file; the Date field is in their header cache.
+    std::int64_t internalDate = 0;
+    std::uint64_t size = 0;    // 0: not asked for (RFC822.SIZE, too, costs a look at the file)
+    std::string messageId;     // the Message-ID field's value, trimmed
+    std::string subjectField;  // the Subject field's value as written (encoded words and all)
 };
 
 class CImapConnection {
@@ -69,10 +71,9 @@ public:
     // Selects a mailbox read-write, with CONDSTORE where the server has it.
     bool Select(const std::string& mailbox, CImapMailboxState& state, std::string& error);
 
-    // UID FETCH of what the index keeps, from fromUid up to uidNext (from the SELECT; 0: unknown, all),
-    // in bounded pieces, each message handed to row as it is read.
-    bool FetchHeaders(std::uint32_t fromUid, std::uint32_t uidNext,
-                      const std::function<void(CImapHeaderRow&&)>& row, std::string& error);
+    // UID FETCH fromUid:* of what the index keeps, each message handed to row as it is read.
+    bool FetchHeaders(std::uint32_t fromUid, const std::function<void(CImapHeaderRow&&)>& row,
+                      std::string& error);
     // The flags of the messages up to toUid whose flags changed since changedSince (all when 0).
     bool FetchFlags(std::uint32_t toUid, std::uint64_t changedSince,
                     const std::function<void(std::uint32_t uid, std::uint32_t flags)>& row,
@@ -98,7 +99,8 @@ private:
     bool OpenTunnel(const CImapAccount& account, std::string& error);
 
     mailimap* m_session = nullptr;
-    pid_t m_tunnel = -1;  // the tunnel command, while it runs
+    unsigned m_ownTag = 0;  // the tags of the commands sent past libetpan
+    pid_t m_tunnel = -1;    // the tunnel command, while it runs
 };
 
 }  // namespace velmar::mapi

@@ -140,7 +140,8 @@ bool CImapSnapshot::Save(const std::string& path) const {
     std::string bytes(reinterpret_cast<const char*>(&header), sizeof header);
     bytes.append(reinterpret_cast<const char*>(m_entries.data()), m_entries.size() * sizeof(CEntry));
     bytes.append(m_text);
-    return ReplaceFileDurably(path, bytes) == 0;
+    // A cache: a file a crash cut short is refused by Load, and the index is read from the server again.
+    return ReplaceFile(path, bytes, false) == 0;
 }
 
 std::shared_ptr<const CImapSnapshot> CImapSnapshot::Load(const std::string& path, std::uint64_t storeId,
@@ -247,7 +248,8 @@ std::shared_ptr<const CImapSnapshot> CImapSnapshotBuilder::Build() {
         }
         m_text.swap(compact);
     }
-    return std::make_shared<const CImapSnapshot>(m_state, m_entries, m_text, m_storeId, m_folderName);
+    return std::make_shared<const CImapSnapshot>(m_state, std::move(m_entries), std::move(m_text), m_storeId,
+                                                 m_folderName);
 }
 
 }  // namespace velmar::mapi

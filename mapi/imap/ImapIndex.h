@@ -107,6 +107,7 @@ public:
     const CImapFolderState& State() const { return m_state; }
     size_t Count() const { return m_entries.size(); }
     bool Changed() const { return m_changed; }
+    // The snapshot; the builder is spent then.
     std::shared_ptr<const CImapSnapshot> Build();
 
 private:

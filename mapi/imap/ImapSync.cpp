@@ -19,8 +19,9 @@
 namespace velmar::mapi {
 namespace {
 
-// IDLE is ended and begun again within the 29 minutes after which a server may drop a silent client.
-constexpr int kIdleSeconds = 20 * 60;
+// IDLE is ended and begun again well within the 29 minutes after which a server may drop a silent client;
+// each time the inbox is looked at too, which catches what a lost notice would have missed.
+constexpr int kIdleSeconds = 5 * 60;
 // Pauses between attempts to reach a server that is away: doubling from the first to the last.
 constexpr auto kFirstRetry = std::chrono::seconds(1);
 constexpr auto kLongestRetry = std::chrono::minutes(5);
@@ -260,8 +261,8 @@ bool CImapSync::SyncFolder(CImapConnection& connection, const std::string& folde
     }
     if (fresh || state.uidNext == 0 || state.uidNext > known.uidNext) {
         if (!connection.FetchHeaders(
-                fresh ? 1 : known.uidNext, state.uidNext,
-                [&next](CImapHeaderRow&& row) { next.Add(std::move(row)); }, error))
+                fresh ? 1 : known.uidNext, [&next](CImapHeaderRow&& row) { next.Add(std::move(row)); },
+                error))
             return false;
     }
     // Messages gone on the server show as a count that differs.
@@ -278,9 +279,9 @@ bool CImapSync::SyncFolder(CImapConnection& connection, const std::string& folde
         return true;
     }
     std::shared_ptr<const CImapSnapshot> snapshot = next.Build();
+    Publish(folder, snapshot);
     // Deliberate: a cache that cannot be written costs a full read after a restart, nothing else.
     snapshot->Save(IndexPath(folder));
-    Publish(folder, std::move(snapshot));
     return true;
 }
 
@@ -407,7 +408,7 @@ int CImapSync::OpenMessage(const std::string& folder, std::uint32_t uidValidity,
         }
         if (!m_command.FetchMessage(uid, bytes, error)) return -1;
     }
-    if (ReplaceFileDurably(path, bytes) == 0) {
+    if (ReplaceFile(path, bytes, false) == 0) {
         TrimCache();
         if (const int cached = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW); cached >= 0)
             return cached;

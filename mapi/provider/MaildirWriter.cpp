@@ -107,7 +107,7 @@ int MoveDurably(const std::string& from, const std::string& to) {
     return 0;
 }
 
-int ReplaceFileDurably(const std::string& path, std::string_view bytes) {
+int ReplaceFile(const std::string& path, std::string_view bytes, bool durable) {
     const std::string temporary = path + ".new-" + NewMaildirKey();
     int error = 0;
     {
@@ -115,7 +115,7 @@ int ReplaceFileDurably(const std::string& path, std::string_view bytes) {
             open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
         if (fd.get() < 0) return errno;
         error = WriteAll(fd.get(), bytes);
-        if (error == 0 && fsync(fd.get()) != 0) error = errno;
+        if (error == 0 && durable && fsync(fd.get()) != 0) error = errno;
         if (error == 0 && close(fd.Detach()) != 0) error = errno;
     }
     if (error == 0 && rename(temporary.c_str(), path.c_str()) != 0) error = errno;
@@ -123,7 +123,7 @@ int ReplaceFileDurably(const std::string& path, std::string_view bytes) {
         unlink(temporary.c_str());
         return error;
     }
-    return SyncFolder(FolderOf(path));
+    return durable ? SyncFolder(FolderOf(path)) : 0;
 }
 
 int RemoveDurably(const std::string& path) {

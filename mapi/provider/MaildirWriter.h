@@ -26,9 +26,10 @@ std::string NewMaildirKey();
 // file there, and syncs both folders: 0, or the errno of the rename (EEXIST when to is taken).
 int MoveDurably(const std::string& from, const std::string& to);
 
-// Writes bytes as the file at path, replacing what is there only once the new file is whole and synced:
-// a crash leaves the old file or the new one. 0, or the errno of the step that failed.
-int ReplaceFileDurably(const std::string& path, std::string_view bytes);
+// Writes bytes as the file at path, replacing what is there only once the new file is whole: readers see
+// the old file or the new one. Synced (durable) the file is there after a crash too; unsynced (a cache) a
+// crash may leave it empty or cut short. 0, or the errno of the step that failed.
+int ReplaceFile(const std::string& path, std::string_view bytes, bool durable);
 
 // Removes a file and syncs its folder, so the removal lasts; the errno of unlink, or 0.
 int RemoveDurably(const std::string& path);

@@ -1,0 +1,279 @@
+// An IMAP store of a large inbox on a private Dovecot (as root), against baselines of the same run:
+//  - the initial index of the inbox against one "UID FETCH 1:* (UID FLAGS BODY.PEEK[HEADER.FIELDS
+//    (MESSAGE-ID SUBJECT)])" read by a plain client over the same transport (Dovecot's imap program
+//    logged in, over a pipe: no network and no TLS on either side), each from its start to the end;
+//  - a warm FindMessage through the service on the IMAP store against the same lookup on a Maildir store
+//    of the same messages;
+//  - a restart with the index on disk: the first lookup's answer after the logon;
+//  - a message delivered while the service runs: how long until a lookup finds it.
+//   imap_bench [messages=100000] [lookups=1000]
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <unistd.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bench/BenchInbox.h"
+#include "bench/BenchSockets.h"
+#include "mapi/imap/ImapSync.h"
+#include "support/FramedSocket.h"
+#include "tests/DovecotServer.h"
+#include "tests/ServiceProcess.h"
+
+extern char** environ;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+namespace fs = std::filesystem;
+
+double Median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values.empty() ? -1 : values[values.size() / 2];
+}
+
+double SecondsSince(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// The plain client: the tunnel command started on a socket, two commands written, and the answer read to
+// the FETCH's tagged OK. Seconds from the start of the tunnel to the FETCH's end (what our index does, too,
+// from nothing); -1 on failure.
+double PlainFetch(const std::string& tunnel, size_t& bytes) {
+    const auto start = Clock::now();
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return -1;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    const char* argv[] = {"/bin/sh", "-c", tunnel.c_str(), nullptr};
+    pid_t child = -1;
+    posix_spawn(&child, "/bin/sh", &actions, nullptr, const_cast<char* const*>(argv), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(ends[1]);
+    const int fd = ends[0];
+    std::string received;
+    char buffer[1 << 16];
+    const auto readUntil = [&](const std::string& end) {
+        while (received.find(end) == std::string::npos) {
+            const ssize_t got = read(fd, buffer, sizeof buffer);
+            if (got <= 0) return false;
+            received.append(buffer, static_cast<size_t>(got));
+            // Only the tail matters for the end; the bytes are counted and dropped.
+            if (received.size() > (1 << 20)) {
+                bytes += received.size() - 4096;
+                received.erase(0, received.size() - 4096);
+            }
+        }
+        return true;
+    };
+    const std::string select = "a SELECT INBOX\r\n";
+    double seconds = -1;
+    if (write(fd, select.data(), select.size()) == static_cast<ssize_t>(select.size()) &&
+        readUntil("\r\na OK")) {
+        received.clear();
+        const std::string fetch =
+            "b UID FETCH 1:* (UID FLAGS BODY.PEEK[HEADER.FIELDS (MESSAGE-ID SUBJECT)])\r\n";
+        if (write(fd, fetch.data(), fetch.size()) == static_cast<ssize_t>(fetch.size()) &&
+            readUntil("\r\nb OK"))
+            seconds = SecondsSince(start);
+        bytes += received.size();
+    }
+    const std::string logout = "c LOGOUT\r\n";
+    if (write(fd, logout.data(), logout.size()) < 0) {
+        // The program ends anyway once its input closes.
+    }
+    close(fd);
+    waitpid(child, nullptr, 0);
+    return seconds;
+}
+
+velmar::mapi::CStoreConfig TunnelStore(const std::string& tunnel) {
+    velmar::mapi::CStoreConfig store;
+    store.displayName = L"Firma";
+    store.id = 0xbe7c4;
+    store.imap.emplace();
+    store.imap->tunnel = tunnel;
+    store.imap->host = "localhost";
+    return store;
+}
+
+// Seconds until a new sync over an empty cache has the whole inbox in its index.
+double InitialIndex(const std::string& tunnel, const fs::path& cache, int messages) {
+    fs::remove_all(cache);
+    setenv("XDG_CACHE_HOME", cache.c_str(), 1);
+    const auto start = Clock::now();
+    const std::shared_ptr<velmar::mapi::CImapSync> sync =
+        velmar::mapi::CImapSync::ForStore(TunnelStore(tunnel));
+    double seconds = -1;
+    for (int i = 0; i < 60000; ++i) {
+        const auto snapshot = sync->Snapshot(velmar::mapi::kImapInbox);
+        if (snapshot && snapshot->RowCount() >= static_cast<size_t>(messages)) {
+            seconds = SecondsSince(start);
+            break;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    velmar::mapi::CImapSync::StopAll();
+    return seconds;
+}
+
+std::string Ask(velmar::CFramedSocket& socket, const std::string& request) {
+    std::string reply;
+    if (!socket.Send(request) ||
+        socket.Receive(reply, size_t{1} << 30, 60000) != velmar::CFramedSocket::Received::Message)
+        return {};
+    return reply;
+}
+
+bool IsOk(const std::string& reply) {
+    return reply.find("\"status\": \"OK\"") != std::string::npos;
+}
+
+std::string FindRequest(const std::string& id) {
+    return R"({"command-target":"MAPI","command":"FindMessage","messageId":")" + id + R"("})";
+}
+
+// Median microseconds of FindMessage on the store of that name, random messages of the inbox.
+double MedianFind(velmar::CFramedSocket& socket, const char* store, int messages, int lookups, bool& ok) {
+    ok = ok &&
+         IsOk(Ask(socket,
+                  std::string(R"({"command-target":"MAPI","command":"SetMessageStore","data_string":")") +
+                      store + "\"}"));
+    std::mt19937 random(7);
+    std::uniform_int_distribution<int> pick(0, messages - 1);
+    std::vector<double> times;
+    for (int i = 0; i < lookups; ++i) {
+        const std::string request = FindRequest(velmar::bench::BenchMessageId(pick(random)));
+        const auto start = Clock::now();
+        ok = ok && IsOk(Ask(socket, request));
+        times.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
+    }
+    return Median(times);
+}
+
+int ConnectService(const std::string& path) {
+    int fd = -1;
+    for (int attempt = 0; attempt < 400 && fd < 0; ++attempt) {
+        fd = velmar::bench::Connect(path);
+        if (fd < 0) std::this_thread::sleep_for(std::chrono::milliseconds(25));
+    }
+    return fd;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const int messages = argc > 1 ? std::atoi(argv[1]) : 100000;
+    const int lookups = argc > 2 ? std::atoi(argv[2]) : 1000;
+    if (geteuid() != 0) {
+        std::puts("imap_bench: skipped, the private Dovecot runs as root");
+        return 0;
+    }
+    const fs::path root = fs::temp_directory_path() / ("velmar-imap-bench-" + std::to_string(getpid()));
+    std::printf("generating %d messages on the server and in a Maildir under %s\n", messages, root.c_str());
+    velmar::test::CDovecotServer server(root / "dovecot", {"bench"});
+    if (!server.Ready()) {
+        std::puts("imap_bench: Dovecot did not start");
+        return 1;
+    }
+    velmar::bench::WriteBenchInbox(server.MailboxPath("bench", "INBOX"), messages);
+    velmar::test::CommandOutput("chown -R nobody:nogroup '" + (root / "dovecot/mail").string() + "'");
+    velmar::bench::WriteBenchInbox(root / "maildir", messages);
+    const std::string tunnel = server.Tunnel("bench");
+    sync();
+
+    // The server builds its own index of the folder on the first look; that is not part of either figure.
+    size_t bytes = 0;
+    PlainFetch(tunnel, bytes);
+    std::vector<double> plain, ours;
+    for (int round = 0; round < 3; ++round) {
+        bytes = 0;
+        plain.push_back(PlainFetch(tunnel, bytes));
+        ours.push_back(InitialIndex(tunnel, root / "cache-initial", messages));
+    }
+    const double plainSeconds = Median(plain), ourSeconds = Median(ours);
+    std::printf(
+        "initial index of %d messages: plain UID FETCH %.3f s (%zu bytes), ours %.3f s, ratio %.2f "
+        "(target <= 1.5)\n",
+        messages, plainSeconds, bytes, ourSeconds, ourSeconds / plainSeconds);
+
+    // The service with both stores; the IMAP store's index is built while it starts.
+    std::ofstream(root / "profiles.ini") << "[Bench]\nstore1.name = Maildir\nstore1.path = maildir\n"
+                                            "store1.address = me@example.com\n"
+                                            "store2.name = Firma\nstore2.imaptunnel = "
+                                         << tunnel << "\nstore2.address = bench@example.com\n";
+    setenv("VELMAR_MAPI_PROFILES", (root / "profiles.ini").c_str(), 1);
+    setenv("XDG_CACHE_HOME", (root / "cache-service").c_str(), 1);
+    setenv("XDG_DATA_HOME", (root / "data").c_str(), 1);
+    setenv("TMPDIR", root.c_str(), 1);
+    const std::string servicePath = (root / "service.sock").string();
+    setenv("VELMAR_PIPE", servicePath.c_str(), 1);
+    const std::string logon = R"({"command-target":"MAPI","command":"Logon","data_string":"Bench"})";
+    const std::string storeTable = R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})";
+    bool ok = true;
+    double maildirFind = -1, imapFind = -1, deliveredSeconds = -1;
+    {
+        velmar::test::CServiceProcess service(VELMAR_SERVICE_PROGRAM, {"--headless"}, "/dev/null");
+        velmar::CFramedSocket socket(ConnectService(servicePath));
+        ok = IsOk(Ask(socket, logon)) && IsOk(Ask(socket, storeTable));
+        // Both indexes are built (and warm) before anything is timed.
+        ok = ok && MedianFind(socket, "Firma", messages, 20, ok) > 0 &&
+             MedianFind(socket, "Maildir", messages, 20, ok) > 0;
+        maildirFind = MedianFind(socket, "Maildir", messages, lookups, ok);
+        imapFind = MedianFind(socket, "Firma", messages, lookups, ok);
+
+        // New mail on the server while the service waits in IDLE.
+        server.Deliver("bench", "INBOX", velmar::bench::BenchMessageText(messages + 1));
+        const auto delivered = Clock::now();
+        const std::string request = FindRequest(velmar::bench::BenchMessageId(messages + 1));
+        while (SecondsSince(delivered) < 30) {
+            if (IsOk(Ask(socket, request))) {
+                deliveredSeconds = SecondsSince(delivered);
+                break;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        Ask(socket, R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})");
+        service.WaitForExit(30000);
+    }
+    std::printf("warm FindMessage, median of %d: Maildir %.1f us, IMAP %.1f us, ratio %.2f (target <= 2)\n",
+                lookups, maildirFind, imapFind, imapFind / maildirFind);
+    std::printf("message delivered to the server found after %.3f s (target: within 1 s)\n",
+                deliveredSeconds);
+
+    // A restart with the index on disk, and the server answering: the first lookup after the logon.
+    double firstLookup = -1;
+    {
+        velmar::test::CServiceProcess service(VELMAR_SERVICE_PROGRAM, {"--headless"}, "/dev/null");
+        velmar::CFramedSocket socket(ConnectService(servicePath));
+        ok = ok && IsOk(Ask(socket, logon)) && IsOk(Ask(socket, storeTable)) &&
+             IsOk(Ask(socket,
+                      R"({"command-target":"MAPI","command":"SetMessageStore","data_string":"Firma"})"));
+        const auto start = Clock::now();
+        ok = ok && IsOk(Ask(socket, FindRequest(velmar::bench::BenchMessageId(messages / 2))));
+        firstLookup = SecondsSince(start);
+        Ask(socket, R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})");
+        service.WaitForExit(30000);
+    }
+    std::printf("restart with the index on disk: first lookup answered in %.3f s (target < 1 s)\n",
+                firstLookup);
+    if (!ok) std::puts("imap_bench: some requests failed");
+    server.Stop();
+    fs::remove_all(root);
+    return ok ? 0 : 1;
+}
