@@ -500,7 +500,16 @@ bool CImapSync::Move(const std::string& folder, std::uint32_t uid, const std::st
 bool CImapSync::Append(const std::string& folder, std::string_view message, std::uint32_t flags,
                        std::string& error) {
     std::lock_guard command(m_commandLock);
-    if (!Command(error) || !m_command.Append(folder, message, flags, error)) return false;
+    if (!Command(error)) return false;
+    // A folder not there yet (the sent-items folder before the sync's first look at the server made it) is
+    // made and the message appended again. Deliberate: a refused CREATE is no reason to stop, as the folder
+    // may have been made meanwhile by that first look.
+    if (!m_command.Append(folder, message, flags, error)) {
+        std::string createError;
+        if (!m_command.IsOpen()) return false;
+        m_command.Create(folder, createError);
+        if (!m_command.IsOpen() || !m_command.Append(folder, message, flags, error)) return false;
+    }
     std::lock_guard lock(m_lock);
     m_synced.erase(folder);
     return true;
