@@ -7,6 +7,7 @@
 #include <optional>
 #include <sstream>
 
+#include "tests/DovecotServer.h"
 #include "tests/SendServiceFixture.h"
 #include "tests/SmtpTestServer.h"
 #include "tests/XDesktop.h"
@@ -155,6 +156,38 @@ TEST_F(FormTest, LoeschenMovesTheMessageToTheTrash) {
     EXPECT_TRUE(WaitUntilGone("Angebot 42")) << "the form stays after Löschen";
     EXPECT_EQ(WaitForMessages("one", ".Trash", 1).size(), 1u);
     EXPECT_TRUE(MessageFiles("one").empty()) << "still in the inbox";
+}
+
+// The same on a store on an IMAP server: the message moves to the server's Trash.
+TEST_F(FormTest, LoeschenOfAMessageOnTheServerMovesItToTheServersTrash) {
+    if (geteuid() != 0) GTEST_SKIP() << "the private Dovecot runs as root";
+    CDovecotServer imap(m_dir / "dovecot", {"anna"});
+    ASSERT_TRUE(imap.Ready());
+    imap.Deliver(
+        "anna", "INBOX",
+        "From: Berta <berta@example.org>\r\nTo: anna@example.org\r\nMessage-ID: <server@example.org>\r\n"
+        "Subject: Vom Server\r\n\r\nLiegt auf dem Server.\r\n");
+    SetEnvironment("XDG_CACHE_HOME", (m_dir / "cache").string());
+    SetEnvironment("XDG_DATA_HOME", (m_dir / "data").string());
+    WriteProfile("smtp.url = " + m_server->Url() +
+                 "\nstore4.name = Firma\nstore4.imap = imap://localhost:" + std::to_string(imap.Port()) +
+                 "\nstore4.user = anna\nstore4.password = geheim\nstore4.cafile = " + imap.CaFile().string() +
+                 "\nstore4.address = anna@example.org\n");
+    fs::permissions(m_dir / "profiles.ini", fs::perms::owner_read | fs::perms::owner_write);
+    StartWithWindow();
+    ASSERT_TRUE(Ask(R"({"command-target":"MAPI","command":"Logon","data_string":"Velmar"})"));
+    ASSERT_TRUE(Ask(R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})"));
+    EXPECT_STREQ(Ask(R"({"command-target":"MAPI","command":"FindMessage","messageId":"<server@example.org>",)"
+                     R"("toEmailAddress":"","setReadIfMainMessageStore":false,"fetchEMailData":false})")
+                     ->StringOf("status"),
+                 "OK");
+    const std::string form = WaitForWindow("Vom Server");
+    ASSERT_FALSE(form.empty()) << "no form came up";
+    Screenshot(form, "linux-read-form-imap.png");
+    Keys(form, "alt+l");
+    EXPECT_TRUE(WaitUntilGone("Vom Server")) << "the form stays after Löschen";
+    EXPECT_EQ(imap.Count("anna", "Trash", "<server@example.org>"), 1u);
+    EXPECT_EQ(imap.Count("anna", "INBOX", "<server@example.org>"), 0u);
 }
 
 TEST_F(FormTest, ClosingTheMainWindowAsksWhileAFormIsOpen) {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <ctime>
 
 #include "mapi/provider/ContentsRow.h"
 #include "mapi/provider/EntryId.h"
@@ -191,7 +192,8 @@ void CImapSnapshotBuilder::Add(CImapHeaderRow&& row) {
     CImapSnapshot::CEntry entry;
     entry.uid = row.uid;
     entry.flags = row.flags;
-    entry.internalDate = row.internalDate;
+    // A message without a Date field counts as delivered when the index first saw it.
+    entry.internalDate = row.internalDate != 0 ? row.internalDate : static_cast<std::int64_t>(time(nullptr));
     entry.size = row.size;
     entry.text = m_text.size();
     const std::string messageId = row.messageId.substr(0, kMaxHeaderValueBytes);
