@@ -8,8 +8,10 @@
 
 #include <cstring>
 #include <string>
+
 #include <thread>
 #include <vector>
+#include "support/FramedSocket.h"
 
 namespace velmar::bench {
 
@@ -18,6 +20,15 @@ inline sockaddr_un AddressOf(const std::string& path) {
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
     return address;
+}
+
+// One request to the service and its reply; the reply, or empty on failure.
+inline std::string Ask(velmar::CFramedSocket& socket, const std::string& request) {
+    std::string reply;
+    if (!socket.Send(request) ||
+        socket.Receive(reply, size_t{1} << 30, 60000) != velmar::CFramedSocket::Received::Message)
+        return {};
+    return reply;
 }
 
 inline int Connect(const std::string& path) {

@@ -37,6 +37,8 @@ extern char** environ;
 
 namespace {
 
+using velmar::bench::Ask;
+
 using Clock = std::chrono::steady_clock;
 namespace fs = std::filesystem;
 
@@ -130,14 +132,6 @@ double InitialIndex(const std::string& tunnel, const fs::path& cache, int messag
     }
     velmar::mapi::CImapSync::StopAll();
     return seconds;
-}
-
-std::string Ask(velmar::CFramedSocket& socket, const std::string& request) {
-    std::string reply;
-    if (!socket.Send(request) ||
-        socket.Receive(reply, size_t{1} << 30, 60000) != velmar::CFramedSocket::Received::Message)
-        return {};
-    return reply;
 }
 
 bool IsOk(const std::string& reply) {

@@ -27,18 +27,11 @@
 
 namespace {
 
+using velmar::bench::Ask;
+
 using velmar::bench::Connect;
 using Clock = std::chrono::steady_clock;
 namespace fs = std::filesystem;
-
-// One request and its reply; the reply, or empty on failure.
-std::string Ask(velmar::CFramedSocket& socket, const std::string& request) {
-    std::string reply;
-    if (!socket.Send(request) ||
-        socket.Receive(reply, size_t{1} << 30, 60000) != velmar::CFramedSocket::Received::Message)
-        return {};
-    return reply;
-}
 
 double Median(std::vector<double> values) {
     std::sort(values.begin(), values.end());

@@ -15,19 +15,10 @@
 #include <vector>
 
 #include "tests/FreePort.h"
+#include "tests/ShellCommand.h"
 #include "tests/TestFiles.h"
 
 namespace velmar::test {
-
-inline std::string CommandOutput(const std::string& command) {
-    std::string output;
-    FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
-    if (!pipe) return output;
-    char buffer[4096];
-    for (size_t got = 0; (got = fread(buffer, 1, sizeof buffer, pipe)) > 0;) output.append(buffer, got);
-    pclose(pipe);
-    return output;
-}
 
 class CDovecotServer {
 public:

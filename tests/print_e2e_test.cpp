@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "tests/ServiceProcess.h"
+#include "tests/ShellCommand.h"
 #include "tests/TestFiles.h"
 #include "tests/XDesktop.h"
 
@@ -21,23 +22,13 @@ namespace fs = std::filesystem;
 
 const fs::path kScreenshots = fs::path(VELMAR_BUILD_DIR) / "screenshots";
 
-std::string Output(const std::string& command) {
-    std::string output;
-    FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
-    if (!pipe) return output;
-    char buffer[4096];
-    for (size_t got = 0; (got = fread(buffer, 1, sizeof buffer, pipe)) > 0;) output.append(buffer, got);
-    pclose(pipe);
-    return output;
-}
-
 class PrintTest : public ::testing::Test {
 protected:
     void SetUp() override {
         // cups-pdf runs as root only, and only root may start it.
         if (geteuid() != 0) GTEST_SKIP() << "the virtual PDF printer needs root";
         m_cups = m_dir / "cups";
-        ASSERT_EQ(Output("bash " VELMAR_CUPS_INSTANCE " start '" + m_cups.string() + "' VelmarPDF"),
+        ASSERT_EQ(CommandOutput("bash " VELMAR_CUPS_INSTANCE " start '" + m_cups.string() + "' VelmarPDF"),
                   "READY\n");
         SetEnvironment("CUPS_SERVER", (m_cups / "cups.sock").string());
         SetEnvironment("QTWEBENGINE_DISABLE_SANDBOX", "1");
@@ -56,7 +47,7 @@ protected:
     void TearDown() override {
         if (m_window && !m_window->WaitForExit(0)) m_window->Signal(SIGTERM);
         if (m_window) m_window->WaitForExit(10000);
-        if (!m_cups.empty()) Output("bash " VELMAR_CUPS_INSTANCE " stop '" + m_cups.string() + "'");
+        if (!m_cups.empty()) CommandOutput("bash " VELMAR_CUPS_INSTANCE " stop '" + m_cups.string() + "'");
     }
 
     std::string Html(const std::string& name, const std::string& body, const std::string& head = "") {
@@ -79,7 +70,7 @@ protected:
             pdfs.clear();
             for (const auto& entry : fs::directory_iterator(m_cups / "pdf"))
                 if (entry.path().extension() == ".pdf") pdfs.push_back(entry.path());
-            if (pdfs.size() >= count && Output("lpstat -o").empty()) break;
+            if (pdfs.size() >= count && CommandOutput("lpstat -o").empty()) break;
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
         }
         std::sort(pdfs.begin(), pdfs.end(), [](const fs::path& a, const fs::path& b) {
@@ -88,7 +79,7 @@ protected:
         return pdfs;
     }
     static std::string Text(const fs::path& pdf) {
-        return Output("pdftotext -enc UTF-8 '" + pdf.string() + "' -");
+        return CommandOutput("pdftotext -enc UTF-8 '" + pdf.string() + "' -");
     }
 
     void StartWindow() {
@@ -142,7 +133,7 @@ TEST_F(PrintTest, AStartWithoutAWindowPrintsItsJobsInOrderAndEnds) {
     EXPECT_NE(Text(pdfs[1]).find("Grüße in Latin-1"), std::string::npos) << Text(pdfs[1]);
     EXPECT_NE(Text(pdfs[2]).find("Rechnung 7 [Vorlage angewandt]"), std::string::npos) << Text(pdfs[2]);
     // Vector output: the page is text, not a picture of it.
-    EXPECT_EQ(Output("pdfimages -list '" + pdfs[0].string() + "' | tail -n +3 | wc -l"), "0\n");
+    EXPECT_EQ(CommandOutput("pdfimages -list '" + pdfs[0].string() + "' | tail -n +3 | wc -l"), "0\n");
 
     EXPECT_FALSE(fs::exists(plain)) << "printed without a template: the file goes";
     EXPECT_FALSE(fs::exists(latin));
@@ -152,8 +143,8 @@ TEST_F(PrintTest, AStartWithoutAWindowPrintsItsJobsInOrderAndEnds) {
     EXPECT_EQ(CountOf(log, "Html Dokument gedruckt: "), 3u) << log;
 
     fs::create_directories(kScreenshots);
-    Output("pdftoppm -png -r 60 -singlefile '" + pdfs[0].string() + "' '" +
-           (kScreenshots / "print-page").string() + "'");
+    CommandOutput("pdftoppm -png -r 60 -singlefile '" + pdfs[0].string() + "' '" +
+                  (kScreenshots / "print-page").string() + "'");
     EXPECT_TRUE(fs::exists(kScreenshots / "print-page.png"));
 }
 
@@ -198,8 +189,8 @@ TEST_F(PrintTest, ARunningWindowTakesJobsFromLaterStartsAndFromTheClient) {
         std::string::npos);
     ASSERT_EQ(PrintedPdfs(1).size(), 1u) << "the window printed the one complete group";
 
-    const std::string client = Output(std::string(VELMAR_CLIENT_PROGRAM) + " print '" + second +
-                                      "' '*' '*' 0 VelmarPDF; echo \"exit $?\"");
+    const std::string client = CommandOutput(std::string(VELMAR_CLIENT_PROGRAM) + " print '" + second +
+                                             "' '*' '*' 0 VelmarPDF; echo \"exit $?\"");
     EXPECT_EQ(client, "exit 0\n");
     const std::vector<fs::path> pdfs = PrintedPdfs(2);
     ASSERT_EQ(pdfs.size(), 2u);
@@ -211,12 +202,12 @@ TEST_F(PrintTest, ARunningWindowTakesJobsFromLaterStartsAndFromTheClient) {
     EXPECT_FALSE(fs::exists(second));
 
     // A client's job without a window to take it, or an incomplete one, is refused.
-    EXPECT_EQ(Output(std::string(VELMAR_CLIENT_PROGRAM) + " print a.html '*' '*' 0; echo \"exit $?\""),
+    EXPECT_EQ(CommandOutput(std::string(VELMAR_CLIENT_PROGRAM) + " print a.html '*' '*' 0; echo \"exit $?\""),
               "exit 4\n");
     m_window->Signal(SIGTERM);
     ASSERT_EQ(m_window->WaitForExit(20000), 0);
-    EXPECT_EQ(Output(std::string(VELMAR_CLIENT_PROGRAM) + " print '" + second +
-                     "' '*' '*' 0 '*'; echo \"exit $?\""),
+    EXPECT_EQ(CommandOutput(std::string(VELMAR_CLIENT_PROGRAM) + " print '" + second +
+                            "' '*' '*' 0 '*'; echo \"exit $?\""),
               "exit 3\n");
 }
 

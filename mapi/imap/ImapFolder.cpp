@@ -215,8 +215,4 @@ HRESULT CImapFolder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID, LPVOID lpDestFo
     }
 }
 
-HRESULT CImapFolder::SetReadFlags(LPENTRYLIST lpMsgList, ULONG_PTR, LPMAPIPROGRESS, ULONG ulFlags) {
-    return SetReadFlagsOneByOne(this, lpMsgList, ulFlags);
-}
-
 }  // namespace velmar::mapi

@@ -6,11 +6,11 @@
 #include <memory>
 
 #include "mapi/imap/ImapSync.h"
-#include "mapi/provider/MapiProp.h"
+#include "mapi/provider/Folder.h"
 
 namespace velmar::mapi {
 
-class CImapFolder : public CMapiProp<IMAPIFolder> {
+class CImapFolder : public CMapiFolder {
 public:
     // mailbox: the server's name of the folder.
     CImapFolder(CStoreConfig store, std::shared_ptr<CImapSync> sync, std::string mailbox)
@@ -20,10 +20,7 @@ public:
     HRESULT GetHierarchyTable(ULONG ulFlags, LPMAPITABLE* lppTable) override;
     HRESULT OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags,
                       ULONG* lpulObjType, LPUNKNOWN* lppUnk) override;
-    HRESULT SetSearchCriteria(LPSRestriction, LPENTRYLIST, ULONG) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT GetSearchCriteria(ULONG, LPSRestriction*, LPENTRYLIST*, ULONG*) override {
-        return MAPI_E_NO_SUPPORT;
-    }
+    // New messages are made in the Outbox, which is this machine's.
     HRESULT CreateMessage(LPCIID, ULONG, LPMESSAGE* lppMessage) override {
         if (lppMessage) *lppMessage = nullptr;
         return MAPI_E_NO_SUPPORT;
@@ -32,34 +29,9 @@ public:
     // messages that could not be moved give MAPI_W_PARTIAL_COMPLETION.
     HRESULT CopyMessages(LPENTRYLIST lpMsgList, LPCIID lpInterface, LPVOID lpDestFolder, ULONG_PTR ulUIParam,
                          LPMAPIPROGRESS lpProgress, ULONG ulFlags) override;
-    HRESULT DeleteMessages(LPENTRYLIST, ULONG_PTR, LPMAPIPROGRESS, ULONG) override {
-        return MAPI_E_NO_SUPPORT;
-    }
-    HRESULT CreateFolder(ULONG, LPTSTR, LPTSTR, LPCIID, ULONG, IMAPIFolder**) override {
-        return MAPI_E_NO_SUPPORT;
-    }
-    HRESULT CopyFolder(ULONG, LPENTRYID, LPCIID, LPVOID, LPTSTR, ULONG_PTR, LPMAPIPROGRESS, ULONG) override {
-        return MAPI_E_NO_SUPPORT;
-    }
-    HRESULT DeleteFolder(ULONG, LPENTRYID, ULONG_PTR, LPMAPIPROGRESS, ULONG) override {
-        return MAPI_E_NO_SUPPORT;
-    }
-    HRESULT SetReadFlags(LPENTRYLIST lpMsgList, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
-                         ULONG ulFlags) override;
-    HRESULT GetMessageStatus(ULONG, LPENTRYID, ULONG, ULONG* lpulMessageStatus) override {
-        if (!lpulMessageStatus) return MAPI_E_INVALID_PARAMETER;
-        *lpulMessageStatus = 0;
-        return S_OK;
-    }
-    HRESULT SetMessageStatus(ULONG, LPENTRYID, ULONG, ULONG, ULONG*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT SaveContentsSort(LPSSortOrderSet, ULONG) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT EmptyFolder(ULONG_PTR, LPMAPIPROGRESS, ULONG) override { return MAPI_E_NO_SUPPORT; }
 
 protected:
     std::vector<CPropValue> Properties() const override;
-    bool SupportsInterface(REFIID riid) const override {
-        return IsOneOf(riid, {IID_IMAPIFolder, IID_IMAPIContainer, IID_IMAPIProp});
-    }
 
 private:
     CStoreConfig m_store;

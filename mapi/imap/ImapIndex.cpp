@@ -110,15 +110,7 @@ std::vector<ULONG> CImapSnapshot::DefaultColumns() const {
 }
 
 std::optional<std::vector<size_t>> CImapSnapshot::IndexedEqual(const SPropValue& value) const {
-    const std::optional<std::string> wanted = RestrictedMessageId(value);
-    if (!wanted) return std::nullopt;
-    std::vector<size_t> rows;
-    m_byMessageId.Probe(CRowHash::HashOf(*wanted), [&](size_t row) {
-        if (MessageId(row) == *wanted) rows.push_back(row);
-        return false;
-    });
-    std::sort(rows.begin(), rows.end());
-    return rows;
+    return RowsWithMessageId(value, m_byMessageId, [this](size_t row) { return MessageId(row); });
 }
 
 std::vector<CPropValue> CImapSnapshot::RowValues(size_t row) const {

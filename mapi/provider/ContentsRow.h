@@ -2,6 +2,7 @@
 // provider (Maildir, IMAP): the columns, and each value made from what the index knows of the message.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "mapi/provider/EntryId.h"
+#include "mapi/provider/RowHash.h"
 #include "mapi/runtime/TableRows.h"
 
 namespace velmar::mapi {
@@ -35,5 +37,22 @@ std::vector<CPropValue> ContentsRowValues(const ITableRows& rows, size_t row);
 // The Message-ID a restriction on PR_INTERNET_MESSAGE_ID asks for (8-bit or Unicode), as UTF-8; nullopt for
 // a restriction on anything else.
 std::optional<std::string> RestrictedMessageId(const SPropValue& value);
+
+// ITableRows::IndexedEqual of an index that hashes its rows by Message-ID (messageIdOf(row) gives a row's):
+// the rows, ascending, whose Message-ID is the one value asks for; nullopt for a restriction on anything
+// else.
+template <class MessageIdOf>
+std::optional<std::vector<size_t>> RowsWithMessageId(const SPropValue& value, const CRowHash& byMessageId,
+                                                     MessageIdOf&& messageIdOf) {
+    const std::optional<std::string> wanted = RestrictedMessageId(value);
+    if (!wanted) return std::nullopt;
+    std::vector<size_t> rows;
+    byMessageId.Probe(CRowHash::HashOf(*wanted), [&](size_t row) {
+        if (messageIdOf(row) == *wanted) rows.push_back(row);
+        return false;
+    });
+    std::sort(rows.begin(), rows.end());
+    return rows;
+}
 
 }  // namespace velmar::mapi

@@ -48,15 +48,15 @@ std::optional<CEntryId> FolderEntryIdOf(IMAPIFolder* folder) {
     return id;
 }
 
-HRESULT SetReadFlagsOneByOne(IMAPIFolder* folder, LPENTRYLIST lpMsgList, ULONG ulFlags) {
+HRESULT CMapiFolder::SetReadFlags(LPENTRYLIST lpMsgList, ULONG_PTR, LPMAPIPROGRESS, ULONG ulFlags) {
     if (!lpMsgList) return MAPI_E_NO_SUPPORT;  // all messages of the folder: not offered
     HRESULT result = S_OK;
     for (ULONG i = 0; i < lpMsgList->cValues; ++i) {
         LPUNKNOWN object = nullptr;
         ULONG type = 0;
         const SBinary& entry = lpMsgList->lpbin[i];
-        if (FAILED(folder->OpenEntry(entry.cb, reinterpret_cast<LPENTRYID>(entry.lpb), &IID_IMessage, 0,
-                                     &type, &object))) {
+        if (FAILED(OpenEntry(entry.cb, reinterpret_cast<LPENTRYID>(entry.lpb), &IID_IMessage, 0, &type,
+                             &object))) {
             result = MAPI_W_PARTIAL_COMPLETION;
             continue;
         }
@@ -193,10 +193,6 @@ HRESULT CMaildirFolder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID, LPVOID lpDes
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;
     }
-}
-
-HRESULT CMaildirFolder::SetReadFlags(LPENTRYLIST lpMsgList, ULONG_PTR, LPMAPIPROGRESS, ULONG ulFlags) {
-    return SetReadFlagsOneByOne(this, lpMsgList, ulFlags);
 }
 
 }  // namespace velmar::mapi

@@ -151,15 +151,7 @@ std::vector<ULONG> CIndexSnapshot::DefaultColumns() const {
 }
 
 std::optional<std::vector<size_t>> CIndexSnapshot::IndexedEqual(const SPropValue& value) const {
-    const std::optional<std::string> wanted = RestrictedMessageId(value);
-    if (!wanted) return std::nullopt;
-    std::vector<size_t> rows;
-    m_byMessageId.Probe(CRowHash::HashOf(*wanted), [&](size_t row) {
-        if (MessageId(row) == *wanted) rows.push_back(row);
-        return false;
-    });
-    std::sort(rows.begin(), rows.end());
-    return rows;
+    return RowsWithMessageId(value, m_byMessageId, [this](size_t row) { return MessageId(row); });
 }
 
 std::optional<size_t> CIndexSnapshot::FindMessage(std::string_view key,
