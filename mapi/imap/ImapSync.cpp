@@ -14,6 +14,7 @@
 #include "mapi/provider/AccountSecrets.h"
 #include "mapi/provider/FileDescriptor.h"
 #include "mapi/provider/MaildirWriter.h"
+#include "mapi/provider/PipeSignalGuard.h"
 #include "support/Utf8.h"
 
 namespace velmar::mapi {
@@ -132,6 +133,8 @@ CImapSync::~CImapSync() {
     m_passed.notify_all();
     if (m_thread.joinable()) m_thread.join();
     close(m_wake);
+    const CPipeSignalGuard quiet;
+    m_command.Close();
 }
 
 std::string CImapSync::IndexPath(const std::string& folder) const {
@@ -286,6 +289,9 @@ bool CImapSync::SyncFolder(CImapConnection& connection, const std::string& folde
 }
 
 void CImapSync::Run() {
+    // A server that drops the connection while this thread writes to it is a failed call, not the process's
+    // end.
+    const CPipeSignalGuard quiet;
     CImapConnection connection;
     auto pause = kFirstRetry;
     bool discovered = false;
@@ -359,6 +365,7 @@ std::shared_ptr<const CImapSnapshot> CImapSync::Snapshot(const std::string& fold
         std::string error;
         if (stale) {
             std::lock_guard command(m_commandLock);
+            const CPipeSignalGuard quiet;
             if (Command(error) && !SyncFolder(m_command, folder, error)) SetProblem(error);
         }
     }
@@ -396,6 +403,7 @@ int CImapSync::OpenMessage(const std::string& folder, std::uint32_t uidValidity,
     std::string bytes;
     {
         std::lock_guard command(m_commandLock);
+        const CPipeSignalGuard quiet;
         if (!Command(error)) return -1;
         CImapMailboxState state;
         if (!m_command.Select(folder, state, error)) return -1;
@@ -457,6 +465,7 @@ void CImapSync::TrimCache() {
 bool CImapSync::SetSeen(const std::string& folder, std::uint32_t uid, bool seen, std::string& error) {
     {
         std::lock_guard command(m_commandLock);
+        const CPipeSignalGuard quiet;
         CImapMailboxState state;
         if (!Command(error) || !m_command.Select(folder, state, error) ||
             !m_command.StoreSeen(uid, seen, error))
@@ -478,6 +487,7 @@ bool CImapSync::Move(const std::string& folder, std::uint32_t uid, const std::st
                      std::string& error) {
     {
         std::lock_guard command(m_commandLock);
+        const CPipeSignalGuard quiet;
         CImapMailboxState state;
         if (!Command(error) || !m_command.Select(folder, state, error) ||
             !m_command.Move(uid, toFolder, error))
@@ -500,6 +510,7 @@ bool CImapSync::Move(const std::string& folder, std::uint32_t uid, const std::st
 bool CImapSync::Append(const std::string& folder, std::string_view message, std::uint32_t flags,
                        std::string& error) {
     std::lock_guard command(m_commandLock);
+    const CPipeSignalGuard quiet;
     if (!Command(error)) return false;
     // A folder not there yet (the sent-items folder before the sync's first look at the server made it) is
     // made and the message appended again. Deliberate: a refused CREATE is no reason to stop, as the folder
