@@ -25,8 +25,6 @@ namespace {
 
 // A server that says nothing for this long is given up.
 constexpr time_t kNetworkTimeoutSeconds = 30;
-// Messages per FETCH of the index: the client's memory stays bounded whatever the mailbox's size.
-constexpr std::uint32_t kFetchChunk = 5000;
 
 bool Succeeded(int result) {
     return result == MAILIMAP_NO_ERROR || result == MAILIMAP_NO_ERROR_AUTHENTICATED ||

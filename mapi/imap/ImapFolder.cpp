@@ -83,7 +83,8 @@ HRESULT OpenImapMessage(const CStoreConfig& store, const std::shared_ptr<CImapSy
                         ULONG* lpulObjType, LPUNKNOWN* lppUnk) {
     const auto parsed = ParseImapMessageKey(key);
     if (!parsed) return MAPI_E_INVALID_ENTRYID;
-    const auto [uidValidity, uid] = *parsed;
+    const std::uint32_t uidValidity = parsed->first;
+    const std::uint32_t uid = parsed->second;
     const std::shared_ptr<const CImapSnapshot> snapshot = sync->Snapshot(mailbox);
     // A UIDVALIDITY other than the index's names a message of a folder that is no more.
     if (!snapshot || snapshot->State().uidValidity != uidValidity) return MAPI_E_NOT_FOUND;
