@@ -417,7 +417,9 @@ bool CImapConnection::FetchHeaders(std::uint32_t fromUid, const std::function<vo
     if (!m_session || !m_session->imap_stream) return false;
     // One command for all of it, read as it arrives (see ImapFetchReader.h); a tag of its own beside
     // libetpan's numbered ones.
-    const std::string tag = "V" + std::to_string(++m_ownTag);
+    // Deliberate: appended, not "V" + number, which GCC 12 at -O3 takes for an overlapping copy.
+    std::string tag = std::to_string(++m_ownTag);
+    tag.insert(tag.begin(), 'V');
     const std::string command = tag + " UID FETCH " + std::to_string(std::max<std::uint32_t>(fromUid, 1)) +
                                 ":* (UID FLAGS BODY.PEEK[HEADER.FIELDS (MESSAGE-ID SUBJECT DATE)])\r\n";
     mailstream* stream = m_session->imap_stream;

@@ -19,7 +19,7 @@ namespace {
 constexpr ULONG kHierarchyColumns[] = {PR_ENTRYID, PR_DISPLAY_NAME_W, PR_CONTENT_COUNT, PR_SUBFOLDERS};
 
 std::vector<BYTE> ImapFolderId(std::uint64_t storeId, const std::string& mailbox) {
-    return EncodeEntryId({EntryKind::Folder, storeId, "/" + mailbox, {}});
+    return EncodeEntryId({EntryKind::Folder, storeId, ImapFolderName(mailbox), {}});
 }
 
 std::wstring ImapFolderDisplayName(const std::string& mailbox) {
@@ -44,7 +44,7 @@ public:
         if (m_flags & kImapSeen) flags |= MSGFLAG_READ;
         const std::string key = ImapMessageKey(m_uidValidity, m_uid);
         const std::vector<BYTE> entryId =
-            EncodeEntryId({EntryKind::Message, m_storeId, "/" + m_mailbox, key, {}});
+            EncodeEntryId({EntryKind::Message, m_storeId, ImapFolderName(m_mailbox), key, {}});
         const CFileTime delivered = FileTimeFromUnix(m_internalDate);
         props.push_back({PR_ENTRYID, entryId});
         props.push_back({PR_RECORD_KEY, entryId});
@@ -162,8 +162,9 @@ HRESULT CImapFolder::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpIn
     if (!lppUnk) return MAPI_E_INVALID_PARAMETER;
     *lppUnk = nullptr;
     const std::optional<CEntryId> id =
-        lpEntryID ? DecodeEntryId(reinterpret_cast<const BYTE*>(lpEntryID), cbEntryID)
-                  : std::optional<CEntryId>(CEntryId{EntryKind::Folder, m_store.id, "/" + m_mailbox, {}});
+        lpEntryID
+            ? DecodeEntryId(reinterpret_cast<const BYTE*>(lpEntryID), cbEntryID)
+            : std::optional<CEntryId>(CEntryId{EntryKind::Folder, m_store.id, ImapFolderName(m_mailbox), {}});
     if (!id) return MAPI_E_INVALID_ENTRYID;
     return OpenImapEntry(m_store, *id, lpInterface, lpulObjType, lppUnk);
 }
@@ -185,7 +186,7 @@ HRESULT CImapFolder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID, LPVOID lpDestFo
             const SBinary& entry = lpMsgList->lpbin[i];
             const std::optional<CEntryId> id = DecodeEntryId(entry.lpb, entry.cb);
             const auto key = id && id->kind == EntryKind::Message && id->storeId == m_store.id &&
-                                     id->folder == "/" + m_mailbox
+                                     id->folder == ImapFolderName(m_mailbox)
                                  ? ParseImapMessageKey(id->message)
                                  : std::nullopt;
             if (!key || !snapshot || snapshot->State().uidValidity != key->first) {

@@ -35,6 +35,12 @@ struct CImapIndexed {
     std::string_view subject;  // decoded, UTF-8
 };
 
+// The folder name of a mailbox on the server in this provider's entry ids: "/" and the server's name of it
+// (a Maildir folder name never holds a "/").
+std::string ImapFolderName(const std::string& mailbox);
+// Whether an entry id's folder is one on the IMAP server.
+bool IsImapFolderName(const std::string& folder);
+
 // The key of a message in its entry id: "<UIDVALIDITY>:<UID>". A changed UIDVALIDITY makes every old key
 // name nothing, never another message.
 std::string ImapMessageKey(std::uint32_t uidValidity, std::uint32_t uid);

@@ -17,16 +17,16 @@ protected:
         std::string name;
         switch (folder) {
             case EStandardFolder::Inbox:
-                name = "/" + std::string(kImapInbox);
+                name = ImapFolderName(kImapInbox);
                 break;
             case EStandardFolder::Outbox:
                 name = kOutboxFolder;
                 break;  // this machine's
             case EStandardFolder::Sent:
-                name = "/" + m_sync->FolderOfRole(EImapRole::Sent);
+                name = ImapFolderName(m_sync->FolderOfRole(EImapRole::Sent));
                 break;
             case EStandardFolder::Trash:
-                name = "/" + m_sync->FolderOfRole(EImapRole::Trash);
+                name = ImapFolderName(m_sync->FolderOfRole(EImapRole::Trash));
                 break;
         }
         return EncodeEntryId({EntryKind::Folder, m_config.id, name, {}});
@@ -43,10 +43,6 @@ private:
 };
 
 }  // namespace
-
-bool IsImapFolderName(const std::string& folder) {
-    return folder.size() > 1 && folder.front() == '/';
-}
 
 HRESULT OpenImapStore(const CStoreConfig& config, LPMDB* lppMDB) {
     if (!lppMDB) return MAPI_E_INVALID_PARAMETER;

@@ -4,14 +4,12 @@
 // Folders and messages are named by entry ids of this provider whose folder names start with "/".
 #pragma once
 
+#include "mapi/imap/ImapIndex.h"
 #include "mapi/provider/EntryId.h"
 #include "mapi/provider/Profiles.h"
 #include "mapi/provider/Store.h"
 
 namespace velmar::mapi {
-
-// Whether an entry id's folder is one on the IMAP server ("/" and the server's name of it).
-bool IsImapFolderName(const std::string& folder);
 
 // Opens the IMAP store of config (which has an IMAP account), starting its sync on first use.
 HRESULT OpenImapStore(const CStoreConfig& config, LPMDB* lppMDB);

@@ -225,7 +225,7 @@ std::shared_ptr<const CImapSnapshot> CImapSync::LoadedSnapshot(const std::string
     }
     // Read outside the lock: a large index takes a moment. Two readers at once each read it; the first wins.
     std::shared_ptr<const CImapSnapshot> loaded =
-        CImapSnapshot::Load(IndexPath(folder), m_store.id, "/" + folder);
+        CImapSnapshot::Load(IndexPath(folder), m_store.id, ImapFolderName(folder));
     std::lock_guard lock(m_lock);
     std::shared_ptr<const CImapSnapshot>& slot = m_snapshots[folder];
     if (!slot) slot = loaded;
@@ -242,7 +242,7 @@ bool CImapSync::SyncFolder(CImapConnection& connection, const std::string& folde
     CImapMailboxState state;
     if (!connection.Select(folder, state, error)) return false;
     const std::shared_ptr<const CImapSnapshot> before = LoadedSnapshot(folder);
-    CImapSnapshotBuilder next(before.get(), m_store.id, "/" + folder);
+    CImapSnapshotBuilder next(before.get(), m_store.id, ImapFolderName(folder));
     CImapFolderState known = next.State();
     if (known.uidValidity != state.uidValidity) {
         // Another folder under the same name: every entry id of the old one now names nothing.
@@ -474,7 +474,7 @@ bool CImapSync::SetSeen(const std::string& folder, std::uint32_t uid, bool seen,
     // The index shows it at once; the next sync confirms it.
     const std::shared_ptr<const CImapSnapshot> before = LoadedSnapshot(folder);
     if (const std::optional<size_t> row = before ? before->RowOfUid(uid) : std::nullopt) {
-        CImapSnapshotBuilder next(before.get(), m_store.id, "/" + folder);
+        CImapSnapshotBuilder next(before.get(), m_store.id, ImapFolderName(folder));
         const std::uint32_t flags = before->Message(*row).flags;
         next.SetFlags(uid, seen ? flags | kImapSeen : flags & ~static_cast<std::uint32_t>(kImapSeen));
         std::lock_guard lock(m_lock);
@@ -495,7 +495,7 @@ bool CImapSync::Move(const std::string& folder, std::uint32_t uid, const std::st
     }
     const std::shared_ptr<const CImapSnapshot> before = LoadedSnapshot(folder);
     if (before && before->RowOfUid(uid)) {
-        CImapSnapshotBuilder next(before.get(), m_store.id, "/" + folder);
+        CImapSnapshotBuilder next(before.get(), m_store.id, ImapFolderName(folder));
         std::vector<std::uint32_t> kept;
         for (size_t row = 0; row < before->RowCount(); ++row)
             if (const std::uint32_t other = before->Message(row).uid; other != uid) kept.push_back(other);

@@ -25,11 +25,18 @@ std::vector<ULONG> ContentsColumns() {
 const CPropValue* ContentsValue(const CContentsFacts& message, ULONG tag, CPropValue& slot) {
     switch (PROP_ID(tag)) {
         case PROP_ID(PR_ENTRYID):
-            slot = {PR_ENTRYID, EncodeEntryId(message.entryId)};
+            slot = {PR_ENTRYID,
+                    EncodeEntryId({EntryKind::Message, message.storeId, std::string(message.folder),
+                                   std::string(message.key), message.file})};
             break;
-        case PROP_ID(PR_INSTANCE_KEY):
-            slot = {PR_INSTANCE_KEY, message.instanceKey};
+        case PROP_ID(PR_INSTANCE_KEY): {
+            std::vector<BYTE> instance(message.key.begin(), message.key.end());
+            // Each file of a key is a row of its own.
+            if (message.file)
+                for (int i = 0; i < 8; ++i) instance.push_back(static_cast<BYTE>(*message.file >> (8 * i)));
+            slot = {PR_INSTANCE_KEY, std::move(instance)};
             break;
+        }
         case PROP_ID(PR_INTERNET_MESSAGE_ID_A):
             slot = {PR_INTERNET_MESSAGE_ID_A, std::string(message.messageId)};
             break;

@@ -18,10 +18,12 @@ namespace velmar::mapi {
 // The columns of a new contents table.
 std::vector<ULONG> ContentsColumns();
 
-// What an index knows of one message; the views live as long as the index's snapshot.
+// What an index knows of one message; the views live as long as the index's snapshot (or the call).
 struct CContentsFacts {
-    CEntryId entryId;               // kind Message
-    std::vector<BYTE> instanceKey;  // unique within the table
+    std::uint64_t storeId = 0;
+    std::string_view folder;              // the folder's name in entry ids
+    std::string_view key;                 // the message's key in entry ids, and its instance key
+    std::optional<std::uint64_t> file{};  // CEntryId::file, when the key has several files
     std::string_view messageId;
     std::string_view subject;  // UTF-8
     bool read = false;

@@ -132,17 +132,16 @@ std::optional<std::uint64_t> CIndexSnapshot::FileOf(size_t row) const {
 // otherwise hold every column of every message.
 const CPropValue* CIndexSnapshot::Find(size_t row, ULONG tag, CPropValue& slot) const {
     const CIndexedMessage message = Message(row);
-    CContentsFacts facts{
-        {EntryKind::Message, m_storeId, m_folderName, std::string(message.key), message.file},
-        std::vector<BYTE>(message.key.begin(), message.key.end()),
-        message.messageId,
-        message.subject,
-        message.flags.find('S') != std::string_view::npos,
-        message.delivered,
-        message.size};
-    // Each file of a key is a row of its own.
-    if (message.file)
-        for (int i = 0; i < 8; ++i) facts.instanceKey.push_back(static_cast<BYTE>(*message.file >> (8 * i)));
+    CContentsFacts facts;
+    facts.storeId = m_storeId;
+    facts.folder = m_folderName;
+    facts.key = message.key;
+    facts.file = message.file;
+    facts.messageId = message.messageId;
+    facts.subject = message.subject;
+    facts.read = message.flags.find('S') != std::string_view::npos;
+    facts.delivered = message.delivered;
+    facts.size = message.size;
     return ContentsValue(facts, tag, slot);
 }
 
