@@ -1,7 +1,8 @@
 // An IMAP store of a large inbox on a private Dovecot (as root), against baselines of the same run:
 //  - the initial index of the inbox against one "UID FETCH 1:* (UID FLAGS BODY.PEEK[HEADER.FIELDS
 //    (MESSAGE-ID SUBJECT)])" read by a plain client over the same transport (Dovecot's imap program
-//    logged in, over a pipe: no network and no TLS on either side), each from its start to the end;
+//    logged in, over a pipe: no network and no TLS on either side), each from its start to the end; the
+//    index's second fetch, of internal dates and sizes, is timed too, beside it;
 //  - a warm FindMessage through the service on the IMAP store against the same lookup on a Maildir store
 //    of the same messages;
 //  - a restart with the index on disk: the first lookup's answer after the logon;
@@ -114,24 +115,29 @@ velmar::mapi::CStoreConfig TunnelStore(const std::string& tunnel) {
     return store;
 }
 
-// Seconds until a new sync over an empty cache has the whole inbox in its index.
-double InitialIndex(const std::string& tunnel, const fs::path& cache, int messages) {
+struct CIndexTimes {
+    double findable = -1;  // seconds until the whole inbox is in the index, for lookups
+    double detailed = -1;  // and until its internal dates and sizes are there, too
+};
+
+// A new sync over an empty cache, until its index of the inbox is complete.
+CIndexTimes InitialIndex(const std::string& tunnel, const fs::path& cache, int messages) {
     fs::remove_all(cache);
     setenv("XDG_CACHE_HOME", cache.c_str(), 1);
     const auto start = Clock::now();
     const std::shared_ptr<velmar::mapi::CImapSync> sync =
         velmar::mapi::CImapSync::ForStore(TunnelStore(tunnel));
-    double seconds = -1;
-    for (int i = 0; i < 60000; ++i) {
+    CIndexTimes times;
+    for (int i = 0; i < 120000 && times.detailed < 0; ++i) {
         const auto snapshot = sync->Snapshot(velmar::mapi::kImapInbox);
         if (snapshot && snapshot->RowCount() >= static_cast<size_t>(messages)) {
-            seconds = SecondsSince(start);
-            break;
+            if (times.findable < 0) times.findable = SecondsSince(start);
+            if (snapshot->Message(snapshot->RowCount() - 1).size != 0) times.detailed = SecondsSince(start);
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     velmar::mapi::CImapSync::StopAll();
-    return seconds;
+    return times;
 }
 
 bool IsOk(const std::string& reply) {
@@ -194,17 +200,20 @@ int main(int argc, char** argv) {
     // The server builds its own index of the folder on the first look; that is not part of either figure.
     size_t bytes = 0;
     PlainFetch(tunnel, bytes);
-    std::vector<double> plain, ours;
+    std::vector<double> plain, ours, detailed;
     for (int round = 0; round < 3; ++round) {
         bytes = 0;
         plain.push_back(PlainFetch(tunnel, bytes));
-        ours.push_back(InitialIndex(tunnel, root / "cache-initial", messages));
+        const CIndexTimes times = InitialIndex(tunnel, root / "cache-initial", messages);
+        ours.push_back(times.findable);
+        detailed.push_back(times.detailed);
     }
-    const double plainSeconds = Median(plain), ourSeconds = Median(ours);
+    const double plainSeconds = Median(plain), ourSeconds = Median(ours), detailedSeconds = Median(detailed);
     std::printf(
         "initial index of %d messages: plain UID FETCH %.3f s (%zu bytes), ours %.3f s, ratio %.2f "
-        "(target <= 1.5)\n",
-        messages, plainSeconds, bytes, ourSeconds, ourSeconds / plainSeconds);
+        "(target <= 1.5); with internal dates and sizes %.3f s, ratio %.2f\n",
+        messages, plainSeconds, bytes, ourSeconds, ourSeconds / plainSeconds, detailedSeconds,
+        detailedSeconds / plainSeconds);
 
     // The service with both stores; the IMAP store's index is built while it starts.
     std::ofstream(root / "profiles.ini") << "[Bench]\nstore1.name = Maildir\nstore1.path = maildir\n"

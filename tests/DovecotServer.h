@@ -7,6 +7,7 @@
 #include <dirent.h>
 #include <pwd.h>
 #include <unistd.h>
+#include <utime.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -65,9 +66,10 @@ public:
     }
 
     // Puts a message into a mailbox as a delivery agent does: a new file in new/ (or cur/ with flags), owned
-    // by the mail user like its folders.
+    // by the mail user like its folders. received (seconds since 1970) is the file's time, which the server
+    // reports as the message's INTERNALDATE; 0 for now.
     void Deliver(const std::string& user, const std::string& mailbox, const std::string& message,
-                 const std::string& flags = "") {
+                 const std::string& flags = "", time_t received = 0) {
         static int counter = 0;
         const passwd* mailUser = getpwnam("nobody");
         const auto own = [mailUser](const std::filesystem::path& path) {
@@ -87,6 +89,10 @@ public:
         const std::filesystem::path temporary = folder / "tmp" / name;
         WriteFile(temporary, message);
         own(temporary);
+        if (received != 0) {
+            const utimbuf times{received, received};
+            utime(temporary.c_str(), &times);
+        }
         const std::filesystem::path final =
             flags.empty() ? folder / "new" / name : folder / "cur" / (name + ":2," + flags);
         std::filesystem::rename(temporary, final);

@@ -71,7 +71,9 @@ protected:
 
 TEST_F(ImapTest, StartTlsImplicitTlsAndATunnelReadTheSameMailbox) {
     m_server->Deliver("anna", "INBOX", Mail("<eins@example.org>", "=?UTF-8?Q?Gr=C3=BC=C3=9Fe?="));
-    m_server->Deliver("anna", "INBOX", Mail("<zwei@example.org>", "Zweite", "Der Text der zweiten."), "S");
+    const std::string second = Mail("<zwei@example.org>", "Zweite", "Der Text der zweiten.");
+    // Received an hour after its Date field says it was written.
+    m_server->Deliver("anna", "INBOX", second, "S", 1795514400);
     CImapAccount implicit = StartTls();
     implicit.port = static_cast<std::uint16_t>(m_server->TlsPort());
     implicit.implicitTls = true;
@@ -100,7 +102,13 @@ TEST_F(ImapTest, StartTlsImplicitTlsAndATunnelReadTheSameMailbox) {
         EXPECT_EQ(rows[0].subjectField, " =?UTF-8?Q?Gr=C3=BC=C3=9Fe?=");
         EXPECT_EQ(rows[0].flags & kImapSeen, 0u);
         EXPECT_EQ(rows[1].flags & kImapSeen, static_cast<std::uint32_t>(kImapSeen));
-        EXPECT_EQ(rows[1].internalDate, 1795510800) << "Tue, 24 Nov 2026 10:00:00 +0100";
+        std::vector<CImapDetailsRow> details;
+        ASSERT_TRUE(connection.FetchDetails(
+            rows[1].uid, [&](const CImapDetailsRow& row) { details.push_back(row); }, error));
+        ASSERT_EQ(details.size(), 1u);
+        EXPECT_EQ(details[0].uid, rows[1].uid);
+        EXPECT_EQ(details[0].internalDate, 1795514400) << "24-Nov-2026 11:00:00 +0100";
+        EXPECT_EQ(details[0].size, second.size());
         std::string bytes;
         ASSERT_TRUE(connection.FetchMessage(rows[1].uid, bytes, error)) << error;
         EXPECT_NE(bytes.find("Der Text der zweiten."), std::string::npos);
@@ -154,12 +162,17 @@ TEST_F(ImapTest, TheSyncKeepsTheIndexCurrentAndChangesTheServerOnlyWhenAsked) {
     EXPECT_EQ(m_server->FlagsOf("anna", "INBOX", "<eins@example.org>"), "") << "looking changes nothing";
 
     // New mail shows while the service waits in IDLE.
-    m_server->Deliver("anna", "INBOX", Mail("<drei@example.org>", "=?ISO-8859-1?Q?Dr=E4i?="));
+    const std::string thirdMail = Mail("<drei@example.org>", "=?ISO-8859-1?Q?Dr=E4i?=");
+    m_server->Deliver("anna", "INBOX", thirdMail, "", 1795514400);
     ASSERT_TRUE(Eventually([&] { return sync->Snapshot("INBOX")->RowCount() == 3; }));
+    // Its internal date and size follow the headers in a second fetch.
+    ASSERT_TRUE(Eventually([&] { return sync->Snapshot("INBOX")->Message(2).size != 0; }));
     const auto snapshot = sync->Snapshot("INBOX");
     const CImapIndexed third = snapshot->Message(2);
     EXPECT_EQ(third.messageId, "<drei@example.org>");
     EXPECT_EQ(third.subject, "Dräi");
+    EXPECT_EQ(third.internalDate, 1795514400);
+    EXPECT_EQ(third.size, thirdMail.size());
 
     std::string error;
     ASSERT_TRUE(sync->SetSeen("INBOX", third.uid, true, error)) << error;

@@ -103,15 +103,11 @@ std::int64_t DaysFromCivil(std::int64_t year, unsigned month, unsigned day) {
     return era * 146097 + static_cast<std::int64_t>(dayOfEra) - 719468;
 }
 
-// The time of an RFC 5322 date ("Mon, 1 Jan 2024 10:00:00 +0100", the day name and the seconds optional,
-// obsolete zone names too); nullopt for a text that is none.
-std::optional<std::int64_t> MailDate(std::string_view text) {
+// The time of an IMAP INTERNALDATE (" 1-Jan-2024 10:00:00 +0100", the day's leading space optional);
+// nullopt for a text that is none.
+std::optional<std::int64_t> InternalDate(std::string_view text) {
     static const char* const months[] = {"jan", "feb", "mar", "apr", "may", "jun",
                                          "jul", "aug", "sep", "oct", "nov", "dec"};
-    if (const size_t comma = text.find(','); comma != std::string_view::npos) text.remove_prefix(comma + 1);
-    const auto skipSpace = [&text] {
-        while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-    };
     const auto number = [&text](int digits, int& value) {
         value = 0;
         int read = 0;
@@ -120,45 +116,27 @@ std::optional<std::int64_t> MailDate(std::string_view text) {
             text.remove_prefix(1);
             ++read;
         }
-        return read > 0;
+        return read == digits;
     };
-    int day = 0, year = 0, hour = 0, minute = 0, second = 0;
-    skipSpace();
-    if (!number(2, day)) return std::nullopt;
-    skipSpace();
+    const auto expect = [&text](char c) {
+        if (text.empty() || text.front() != c) return false;
+        text.remove_prefix(1);
+        return true;
+    };
+    if (!text.empty() && text.front() == ' ') text.remove_prefix(1);
+    int day = 0, year = 0, hour = 0, minute = 0, second = 0, zone = 0;
+    if (!number(text.size() > 1 && text[1] == '-' ? 1 : 2, day) || !expect('-')) return std::nullopt;
     int month = 0;
     while (month < 12 && (text.size() < 3 || strncasecmp(text.data(), months[month], 3) != 0)) ++month;
     if (month == 12) return std::nullopt;
     text.remove_prefix(3);
-    skipSpace();
-    if (!number(4, year)) return std::nullopt;
-    if (year < 50)
-        year += 2000;
-    else if (year < 1000)
-        year += 1900;
-    skipSpace();
-    if (!number(2, hour) || text.empty() || text.front() != ':') return std::nullopt;
-    text.remove_prefix(1);
-    if (!number(2, minute)) return std::nullopt;
-    if (!text.empty() && text.front() == ':') {
-        text.remove_prefix(1);
-        number(2, second);
-    }
-    skipSpace();
-    int offset = 0;  // minutes east of UTC
-    if (!text.empty() && (text.front() == '+' || text.front() == '-')) {
-        const int sign = text.front() == '-' ? -1 : 1;
-        text.remove_prefix(1);
-        int hhmm = 0;
-        if (number(4, hhmm)) offset = sign * (hhmm / 100 * 60 + hhmm % 100);
-    } else {
-        static const std::pair<const char*, int> zones[] = {
-            {"EDT", -4 * 60}, {"EST", -5 * 60}, {"CDT", -5 * 60}, {"CST", -6 * 60},
-            {"MDT", -6 * 60}, {"MST", -7 * 60}, {"PDT", -7 * 60}, {"PST", -8 * 60}};
-        for (const auto& [name, minutes] : zones)
-            if (text.size() >= 3 && strncasecmp(text.data(), name, 3) == 0) offset = minutes;
-    }
+    if (!expect('-') || !number(4, year) || !expect(' ') || !number(2, hour) || !expect(':') ||
+        !number(2, minute) || !expect(':') || !number(2, second) || !expect(' ') || text.empty())
+        return std::nullopt;
+    const int sign = text.front() == '-' ? -1 : 1;
+    if (!expect(text.front() == '-' ? '-' : '+') || !number(4, zone)) return std::nullopt;
     if (day < 1 || day > 31 || hour > 23 || minute > 59 || second > 60) return std::nullopt;
+    const int offset = sign * (zone / 100 * 60 + zone % 100);  // minutes east of UTC
     return DaysFromCivil(year, static_cast<unsigned>(month + 1), static_cast<unsigned>(day)) * 86400 +
            hour * 3600 + minute * 60 + second - offset * 60;
 }
@@ -412,33 +390,23 @@ bool CImapConnection::Select(const std::string& mailbox, CImapMailboxState& stat
     return true;
 }
 
-bool CImapConnection::FetchHeaders(std::uint32_t fromUid, const std::function<void(CImapHeaderRow&&)>& row,
-                                   std::string& error) {
+bool CImapConnection::FetchStreamed(std::uint32_t fromUid, std::string_view items,
+                                    const std::function<void(const CFetchedMessage&)>& message,
+                                    std::string& error) {
     if (!m_session || !m_session->imap_stream) return false;
-    // One command for all of it, read as it arrives (see ImapFetchReader.h); a tag of its own beside
-    // libetpan's numbered ones.
-    // Deliberate: appended, not "V" + number, which GCC 12 at -O3 takes for an overlapping copy.
+    // A tag of its own beside libetpan's numbered ones. Deliberate: appended, not "V" + number, which
+    // GCC 12 at -O3 takes for an overlapping copy.
     std::string tag = std::to_string(++m_ownTag);
     tag.insert(tag.begin(), 'V');
-    const std::string command = tag + " UID FETCH " + std::to_string(std::max<std::uint32_t>(fromUid, 1)) +
-                                ":* (UID FLAGS BODY.PEEK[HEADER.FIELDS (MESSAGE-ID SUBJECT DATE)])\r\n";
+    std::string command = tag + " UID FETCH " + std::to_string(std::max<std::uint32_t>(fromUid, 1)) + ":* (";
+    command += items;
+    command += ")\r\n";
     mailstream* stream = m_session->imap_stream;
     if (mailstream_write(stream, command.data(), command.size()) != static_cast<ssize_t>(command.size()) ||
         mailstream_flush(stream) != 0)
         return Check(MAILIMAP_ERROR_STREAM, "UID FETCH", error);
-    CImapFetchReader reader([&](const CFetchedHeaders& fetched) {
-        // "UID a:*" answers with the last message too when none is at or above a.
-        if (fetched.uid < fromUid) return;
-        CHeaderScanner scanner({"message-id", "subject", "date"});
-        scanner.Feed(fetched.headers);
-        scanner.Feed("\r\n\r\n");
-        CImapHeaderRow message;
-        message.uid = fetched.uid;
-        message.flags = fetched.flags;
-        message.messageId = scanner.Value(0);
-        message.subjectField = scanner.Unfolded(1);
-        message.internalDate = MailDate(scanner.Value(2)).value_or(0);
-        row(std::move(message));
+    CImapFetchReader reader([&](const CFetchedMessage& fetched) {
+        if (fetched.uid >= fromUid) message(fetched);
     });
     char buffer[64 * 1024];
     for (;;) {
@@ -456,6 +424,35 @@ bool CImapConnection::FetchHeaders(std::uint32_t fromUid, const std::function<vo
                 return false;
         }
     }
+}
+
+bool CImapConnection::FetchHeaders(std::uint32_t fromUid, const std::function<void(CImapHeaderRow&&)>& row,
+                                   std::string& error) {
+    return FetchStreamed(
+        fromUid, "UID FLAGS BODY.PEEK[HEADER.FIELDS (MESSAGE-ID SUBJECT)]",
+        [&row](const CFetchedMessage& fetched) {
+            CHeaderScanner scanner({"message-id", "subject"});
+            scanner.Feed(fetched.headers);
+            scanner.Feed("\r\n\r\n");
+            CImapHeaderRow message;
+            message.uid = fetched.uid;
+            message.flags = fetched.flags;
+            message.messageId = scanner.Value(0);
+            message.subjectField = scanner.Unfolded(1);
+            row(std::move(message));
+        },
+        error);
+}
+
+bool CImapConnection::FetchDetails(std::uint32_t fromUid,
+                                   const std::function<void(const CImapDetailsRow&)>& row,
+                                   std::string& error) {
+    return FetchStreamed(
+        fromUid, "UID INTERNALDATE RFC822.SIZE",
+        [&row](const CFetchedMessage& fetched) {
+            row({fetched.uid, InternalDate(fetched.internalDate).value_or(0), fetched.size});
+        },
+        error);
 }
 
 bool CImapConnection::FetchFlags(std::uint32_t toUid, std::uint64_t changedSince,

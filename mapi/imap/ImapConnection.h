@@ -41,16 +41,21 @@ struct CImapMailboxState {
     std::uint64_t highestModSeq = 0;  // 0 when the server keeps no modification sequences (no CONDSTORE)
 };
 
-// What the index keeps of a message, as FETCH gives it.
+struct CFetchedMessage;
+
+// What a lookup in the index needs of a message, as FETCH gives it.
 struct CImapHeaderRow {
     std::uint32_t uid = 0;
-    std::uint32_t flags = 0;  // ImapFlag bits
-    // When it was sent, as its Date field says (seconds since 1970, UTC; 0 when it has none). INTERNALDATE
-    // would cost many servers a look at every message file; the Date field is in their header cache.
-    std::int64_t internalDate = 0;
-    std::uint64_t size = 0;    // 0: not asked for (RFC822.SIZE, too, costs a look at the file)
+    std::uint32_t flags = 0;   // ImapFlag bits
     std::string messageId;     // the Message-ID field's value, trimmed
     std::string subjectField;  // the Subject field's value as written (encoded words and all)
+};
+
+// The rest of what the index shows of a message, which costs many servers a look at every message file.
+struct CImapDetailsRow {
+    std::uint32_t uid = 0;
+    std::int64_t internalDate = 0;  // when the server got it (seconds since 1970, UTC; 0: unknown)
+    std::uint64_t size = 0;         // RFC822.SIZE
 };
 
 class CImapConnection {
@@ -71,8 +76,11 @@ public:
     // Selects a mailbox read-write, with CONDSTORE where the server has it.
     bool Select(const std::string& mailbox, CImapMailboxState& state, std::string& error);
 
-    // UID FETCH fromUid:* of what the index keeps, each message handed to row as it is read.
+    // UID FETCH fromUid:* of what a lookup needs, each message handed to row as it is read.
     bool FetchHeaders(std::uint32_t fromUid, const std::function<void(CImapHeaderRow&&)>& row,
+                      std::string& error);
+    // UID FETCH fromUid:* of internal dates and sizes, the same way.
+    bool FetchDetails(std::uint32_t fromUid, const std::function<void(const CImapDetailsRow&)>& row,
                       std::string& error);
     // The flags of the messages up to toUid whose flags changed since changedSince (all when 0).
     bool FetchFlags(std::uint32_t toUid, std::uint64_t changedSince,
@@ -97,6 +105,10 @@ private:
     bool Check(int result, const char* what, std::string& error);
     bool VerifyCertificate(const CImapAccount& account, std::string& error);
     bool OpenTunnel(const CImapAccount& account, std::string& error);
+    // UID FETCH fromUid:* (items), read as it arrives (see ImapFetchReader.h); messages below fromUid,
+    // which "a:*" reports when nothing is at or above a, are left out.
+    bool FetchStreamed(std::uint32_t fromUid, std::string_view items,
+                       const std::function<void(const CFetchedMessage&)>& message, std::string& error);
 
     mailimap* m_session = nullptr;
     unsigned m_ownTag = 0;  // the tags of the commands sent past libetpan

@@ -43,16 +43,18 @@ struct CCursor {
     }
 };
 
+// Whether word is name, in any case (item names and flags are case-insensitive).
+bool IsItem(std::string_view word, const char* name) {
+    return word.size() == std::char_traits<char>::length(name) &&
+           strncasecmp(word.data(), name, word.size()) == 0;
+}
+
 std::uint32_t FlagOf(std::string_view flag) {
-    const auto is = [&flag](const char* name) {
-        return flag.size() == std::char_traits<char>::length(name) &&
-               strncasecmp(flag.data(), name, flag.size()) == 0;
-    };
-    if (is("\\Seen")) return kImapSeen;
-    if (is("\\Answered")) return kImapAnswered;
-    if (is("\\Flagged")) return kImapFlagged;
-    if (is("\\Deleted")) return kImapDeleted;
-    if (is("\\Draft")) return kImapDraft;
+    if (IsItem(flag, "\\Seen")) return kImapSeen;
+    if (IsItem(flag, "\\Answered")) return kImapAnswered;
+    if (IsItem(flag, "\\Flagged")) return kImapFlagged;
+    if (IsItem(flag, "\\Deleted")) return kImapDeleted;
+    if (IsItem(flag, "\\Draft")) return kImapDraft;
     return 0;
 }
 
@@ -102,7 +104,7 @@ bool CImapFetchReader::ReadResponse(std::string_view text, size_t& consumed, ESt
         return true;
     }
     cursor.at += 8;
-    CFetchedHeaders message;
+    CFetchedMessage message;
     for (;;) {
         cursor.SkipSpaces();
         if (cursor.AtEnd()) return false;
@@ -114,7 +116,7 @@ bool CImapFetchReader::ReadResponse(std::string_view text, size_t& consumed, ESt
         if (!cursor.Name(name)) return false;
         cursor.SkipSpaces();
         if (cursor.AtEnd()) return false;
-        if (name.size() == 3 && strncasecmp(name.data(), "UID", 3) == 0) {
+        if (IsItem(name, "UID")) {
             std::uint64_t uid = 0;
             if (!cursor.Number(uid)) return false;
             message.uid = static_cast<std::uint32_t>(uid);
@@ -122,7 +124,7 @@ bool CImapFetchReader::ReadResponse(std::string_view text, size_t& consumed, ESt
             // A list: FLAGS (...), MODSEQ (...).
             const size_t close = text.find(')', cursor.at);
             if (close == std::string_view::npos) return false;
-            if (name.size() == 5 && strncasecmp(name.data(), "FLAGS", 5) == 0) {
+            if (IsItem(name, "FLAGS")) {
                 std::string_view flags = text.substr(cursor.at + 1, close - cursor.at - 1);
                 while (!flags.empty()) {
                     const size_t space = flags.find(' ');
@@ -149,11 +151,16 @@ bool CImapFetchReader::ReadResponse(std::string_view text, size_t& consumed, ESt
                 message.headers = text.substr(cursor.at, length);
             cursor.at += length;
         } else if (cursor.Peek() == '"') {
+            // A quoted string; of those asked for only INTERNALDATE, which holds no quote or backslash.
             const size_t close = text.find('"', cursor.at + 1);
             if (close == std::string_view::npos) return false;
+            if (IsItem(name, "INTERNALDATE"))
+                message.internalDate = text.substr(cursor.at + 1, close - cursor.at - 1);
             cursor.at = close + 1;
+        } else if (IsItem(name, "RFC822.SIZE")) {
+            if (!cursor.Number(message.size)) return false;
         } else {
-            // An atom or a number (NIL, a size): up to the next space or the list's end.
+            // An atom or a number (NIL, MODSEQ's): up to the next space or the list's end.
             std::string_view value;
             if (!cursor.Name(value)) return false;
         }

@@ -1,8 +1,8 @@
-// The FETCH responses of the index's one big UID FETCH, read as they arrive: libetpan builds the whole
-// answer in memory and parses it only at its end, which for a large mailbox costs more than the server's
-// own work. This reads the untagged FETCH responses off the stream in pieces and hands each message's UID,
-// flags and header fields on at once; anything else (other untagged responses, items not asked for) is
-// stepped over. Only what a server sends for "UID FLAGS BODY.PEEK[HEADER.FIELDS (...)]" is understood.
+// The FETCH responses of the index's big UID FETCHes, read as they arrive: libetpan builds the whole answer
+// in memory and parses it only at its end, which for a large mailbox costs more than the server's own work.
+// This reads the untagged FETCH responses off the stream in pieces and hands each message's items on at
+// once; anything else (other untagged responses, items not asked for) is stepped over. Only the items the
+// index asks for are understood: UID, FLAGS, INTERNALDATE, RFC822.SIZE and BODY[HEADER.FIELDS (...)].
 #pragma once
 
 #include <cstdint>
@@ -12,16 +12,19 @@
 
 namespace velmar::mapi {
 
-struct CFetchedHeaders {
+struct CFetchedMessage {
     std::uint32_t uid = 0;
-    std::uint32_t flags = 0;   // ImapFlag bits
-    std::string_view headers;  // the header fields, as the server sent them; valid during the call
+    std::uint32_t flags = 0;        // ImapFlag bits
+    std::string_view internalDate;  // "17-Jul-1996 02:44:25 -0700", without its quotes
+    std::uint64_t size = 0;         // RFC822.SIZE
+    std::string_view headers;       // the header fields, as the server sent them
+    // The views are valid during the call.
 };
 
 class CImapFetchReader {
 public:
     // message is called for each FETCH response as it is complete.
-    explicit CImapFetchReader(std::function<void(const CFetchedHeaders&)> message)
+    explicit CImapFetchReader(std::function<void(const CFetchedMessage&)> message)
         : m_message(std::move(message)) {}
 
     enum class EState { More, Done, Failed };
@@ -35,7 +38,7 @@ private:
     // needed.
     bool ReadResponse(std::string_view text, size_t& consumed, EState& state, std::string_view tag);
 
-    std::function<void(const CFetchedHeaders&)> m_message;
+    std::function<void(const CFetchedMessage&)> m_message;
     std::string m_pending;
     std::string m_status;
 };

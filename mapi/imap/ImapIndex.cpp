@@ -197,9 +197,8 @@ void CImapSnapshotBuilder::Add(CImapHeaderRow&& row) {
     CImapSnapshot::CEntry entry;
     entry.uid = row.uid;
     entry.flags = row.flags;
-    // A message without a Date field counts as delivered when the index first saw it.
-    entry.internalDate = row.internalDate != 0 ? row.internalDate : static_cast<std::int64_t>(time(nullptr));
-    entry.size = row.size;
+    // Until its details come (SetDetails), a message counts as delivered when the index first saw it.
+    entry.internalDate = static_cast<std::int64_t>(time(nullptr));
     entry.text = m_text.size();
     const std::string messageId = row.messageId.substr(0, kMaxHeaderValueBytes);
     const std::string subject = DecodeHeaderText(row.subjectField).substr(0, kMaxHeaderValueBytes);
@@ -208,28 +207,38 @@ void CImapSnapshotBuilder::Add(CImapHeaderRow&& row) {
     m_text += messageId;
     m_text += subject;
     // The text of a replaced entry stays behind unused until the index is built anew from the server.
-    if (!m_entries.empty() && m_entries.back().uid >= entry.uid) {
-        const auto found = std::lower_bound(m_entries.begin(), m_entries.end(), entry.uid,
-                                            [](const CImapSnapshot::CEntry& existing, std::uint32_t wanted) {
-                                                return existing.uid < wanted;
-                                            });
-        if (found != m_entries.end() && found->uid == entry.uid) {
-            *found = entry;
-        } else {
-            m_entries.insert(found, entry);
-        }
+    const auto at = FirstAtOrAbove(entry.uid);
+    if (at != m_entries.end() && at->uid == entry.uid) {
+        *at = entry;
     } else {
-        m_entries.push_back(entry);
+        m_entries.insert(at, entry);
     }
     m_changed = true;
 }
 
-void CImapSnapshotBuilder::SetFlags(std::uint32_t uid, std::uint32_t flags) {
-    const auto found = std::lower_bound(
+std::vector<CImapSnapshot::CEntry>::iterator CImapSnapshotBuilder::FirstAtOrAbove(std::uint32_t uid) {
+    return std::lower_bound(
         m_entries.begin(), m_entries.end(), uid,
         [](const CImapSnapshot::CEntry& existing, std::uint32_t wanted) { return existing.uid < wanted; });
-    if (found == m_entries.end() || found->uid != uid || found->flags == flags) return;
-    found->flags = flags;
+}
+
+CImapSnapshot::CEntry* CImapSnapshotBuilder::EntryOf(std::uint32_t uid) {
+    const auto found = FirstAtOrAbove(uid);
+    return found != m_entries.end() && found->uid == uid ? &*found : nullptr;
+}
+
+void CImapSnapshotBuilder::SetFlags(std::uint32_t uid, std::uint32_t flags) {
+    CImapSnapshot::CEntry* entry = EntryOf(uid);
+    if (!entry || entry->flags == flags) return;
+    entry->flags = flags;
+    m_changed = true;
+}
+
+void CImapSnapshotBuilder::SetDetails(const CImapDetailsRow& row) {
+    CImapSnapshot::CEntry* entry = EntryOf(row.uid);
+    if (!entry) return;
+    if (row.internalDate != 0) entry->internalDate = row.internalDate;
+    entry->size = row.size;
     m_changed = true;
 }
 

@@ -107,6 +107,8 @@ public:
     // A message the server reported; one already known is replaced.
     void Add(CImapHeaderRow&& row);
     void SetFlags(std::uint32_t uid, std::uint32_t flags);
+    // A known message's internal date and size.
+    void SetDetails(const CImapDetailsRow& row);
     // Drops the messages whose UIDs are not in uids (ascending): those the server expunged.
     void KeepOnly(const std::vector<std::uint32_t>& uids);
     void SetState(const CImapFolderState& state) { m_state = state; }
@@ -117,13 +119,15 @@ public:
     std::shared_ptr<const CImapSnapshot> Build();
 
 private:
-    std::vector<CImapSnapshot::CEntry> m_entries;  // ascending UIDs, unless m_unsorted
+    std::vector<CImapSnapshot::CEntry>::iterator FirstAtOrAbove(std::uint32_t uid);
+    CImapSnapshot::CEntry* EntryOf(std::uint32_t uid);  // null when the message is not known
+
+    std::vector<CImapSnapshot::CEntry> m_entries;  // ascending UIDs
     std::string m_text;
     CImapFolderState m_state;
     std::uint64_t m_storeId;
     std::string m_folderName;
     bool m_changed = false;
-    bool m_unsorted = false;
 };
 
 }  // namespace velmar::mapi

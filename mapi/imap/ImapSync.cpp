@@ -233,9 +233,12 @@ std::shared_ptr<const CImapSnapshot> CImapSync::LoadedSnapshot(const std::string
 }
 
 void CImapSync::Publish(const std::string& folder, std::shared_ptr<const CImapSnapshot> snapshot) {
-    std::lock_guard lock(m_lock);
-    m_snapshots[folder] = std::move(snapshot);
-    m_synced[folder] = std::chrono::steady_clock::now();
+    {
+        std::lock_guard lock(m_lock);
+        m_snapshots[folder] = std::move(snapshot);
+        m_synced[folder] = std::chrono::steady_clock::now();
+    }
+    m_passed.notify_all();
 }
 
 bool CImapSync::SyncFolder(CImapConnection& connection, const std::string& folder, std::string& error) {
@@ -262,26 +265,46 @@ bool CImapSync::SyncFolder(CImapConnection& connection, const std::string& folde
                    [&next](std::uint32_t uid, std::uint32_t flags) { next.SetFlags(uid, flags); }, error)) {
         return false;
     }
-    if (fresh || state.uidNext == 0 || state.uidNext > known.uidNext) {
-        if (!connection.FetchHeaders(
-                fresh ? 1 : known.uidNext, [&next](CImapHeaderRow&& row) { next.Add(std::move(row)); },
-                error))
-            return false;
-    }
+    const std::uint32_t firstNew = fresh ? 1 : known.uidNext;
+    const bool fetchNew = fresh || state.uidNext == 0 || state.uidNext > known.uidNext;
+    if (fetchNew && !connection.FetchHeaders(
+                        firstNew, [&next](CImapHeaderRow&& row) { next.Add(std::move(row)); }, error))
+        return false;
     // Messages gone on the server show as a count that differs.
     if (next.Count() != state.exists) {
         std::vector<std::uint32_t> uids;
         if (!connection.FetchUids(uids, error)) return false;
         next.KeepOnly(uids);
     }
-    next.SetState({state.uidValidity, state.uidNext, state.highestModSeq});
-    const bool changed = next.Changed() || !before || before->State().uidNext != state.uidNext ||
-                         before->State().highestModSeq != state.highestModSeq;
+    const CImapFolderState current{state.uidValidity, state.uidNext, state.highestModSeq};
+    const bool changed = next.Changed() || !before || before->State().uidNext != current.uidNext ||
+                         before->State().highestModSeq != current.highestModSeq;
     if (!changed) {
         Publish(folder, before);
         return true;
     }
-    std::shared_ptr<const CImapSnapshot> snapshot = next.Build();
+    std::shared_ptr<const CImapSnapshot> snapshot;
+    if (fetchNew) {
+        // The new messages can be found now. Their internal dates and sizes, which cost many servers a look
+        // at every message file, come in a second fetch; until then the index says it is in step only as
+        // far as before, so that a sync that fails in between fetches the new messages again.
+        next.SetState({state.uidValidity, known.uidNext, known.highestModSeq});
+        const std::shared_ptr<const CImapSnapshot> findable = next.Build();
+        Publish(folder, findable);
+        CImapSnapshotBuilder detailed(findable.get(), m_store.id, ImapFolderName(folder));
+        if (!connection.FetchDetails(
+                firstNew, [&detailed](const CImapDetailsRow& row) { detailed.SetDetails(row); }, error)) {
+            // Deliberate: as below, a cache not written costs only time. A restart then finds the messages
+            // on disk and fetches them again from the server.
+            findable->Save(IndexPath(folder));
+            return false;
+        }
+        detailed.SetState(current);
+        snapshot = detailed.Build();
+    } else {
+        next.SetState(current);
+        snapshot = next.Build();
+    }
     Publish(folder, snapshot);
     // Deliberate: a cache that cannot be written costs a full read after a restart, nothing else.
     snapshot->Save(IndexPath(folder));
@@ -351,9 +374,13 @@ void CImapSync::ResyncNow() {
 std::shared_ptr<const CImapSnapshot> CImapSync::Snapshot(const std::string& folder) {
     if (folder == kImapInbox) {
         if (std::shared_ptr<const CImapSnapshot> snapshot = LoadedSnapshot(folder)) return snapshot;
-        // Never synced and nothing on disk: the first pass of the thread is waited for, once.
+        // Never synced and nothing on disk: the first pass of the thread is waited for, once, until it has
+        // published the inbox's messages (or failed).
         std::unique_lock lock(m_lock);
-        m_passed.wait_for(lock, kLongestResync, [&] { return m_stop || m_passesDone > 0; });
+        m_passed.wait_for(lock, kLongestResync, [&] {
+            const auto published = m_snapshots.find(folder);
+            return m_stop || m_passesDone > 0 || (published != m_snapshots.end() && published->second);
+        });
     } else {
         bool stale = true;
         {

@@ -99,7 +99,7 @@ private:
     std::uint64_t m_passesSatisfied = 0;  // the requests a finished pass began after
     std::uint64_t m_passesDone = 0;       // passes finished, well or not
     bool m_stop = false;
-    std::condition_variable m_passed;
+    std::condition_variable m_passed;  // a pass finished, or a snapshot was published
 
     std::mutex m_commandLock;  // one call on the command connection at a time
     CImapConnection m_command;

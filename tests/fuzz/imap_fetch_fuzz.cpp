@@ -14,17 +14,22 @@ namespace {
 struct CSeen {
     std::uint32_t uid;
     std::uint32_t flags;
+    std::string internalDate;
+    std::uint64_t size;
     std::string headers;
     bool operator==(const CSeen&) const = default;
 };
 
-std::vector<CSeen> Read(std::string_view answer, size_t piece, velmar::mapi::CImapFetchReader::EState& state) {
+std::vector<CSeen> Read(std::string_view answer, size_t piece,
+                        velmar::mapi::CImapFetchReader::EState& state) {
     std::vector<CSeen> seen;
-    velmar::mapi::CImapFetchReader reader([&seen](const velmar::mapi::CFetchedHeaders& message) {
-        seen.push_back({message.uid, message.flags, std::string(message.headers)});
+    velmar::mapi::CImapFetchReader reader([&seen](const velmar::mapi::CFetchedMessage& message) {
+        seen.push_back({message.uid, message.flags, std::string(message.internalDate), message.size,
+                        std::string(message.headers)});
     });
     state = velmar::mapi::CImapFetchReader::EState::More;
-    for (size_t at = 0; at < answer.size() && state == velmar::mapi::CImapFetchReader::EState::More; at += piece)
+    for (size_t at = 0; at < answer.size() && state == velmar::mapi::CImapFetchReader::EState::More;
+         at += piece)
         state = reader.Feed(answer.substr(at, piece), "V1");
     return seen;
 }
