@@ -6,7 +6,11 @@
 //  - a warm FindMessage through the service on the IMAP store against the same lookup on a Maildir store
 //    of the same messages;
 //  - a restart with the index on disk: the first lookup's answer after the logon;
-//  - a message delivered while the service runs: how long until a lookup finds it.
+//  - a message delivered while the service runs: how long until a lookup finds it;
+//  - GetMessageData of two messages with a large attachment, which stays on the server (the first open
+//    selects the folder, the next finds it selected), against a plain client's SELECT and fetch of the
+//    whole message over the same transport (what each open took when messages came whole), in time and in
+//    bytes fetched.
 //   imap_bench [messages=100000] [lookups=1000]
 #include <fcntl.h>
 #include <poll.h>
@@ -29,10 +33,12 @@
 
 #include "bench/BenchInbox.h"
 #include "bench/BenchSockets.h"
+#include "mapi/imap/ImapConnection.h"
 #include "mapi/imap/ImapSync.h"
 #include "support/FramedSocket.h"
 #include "tests/DovecotServer.h"
 #include "tests/ServiceProcess.h"
+#include "tests/TestFiles.h"
 
 extern char** environ;
 
@@ -166,6 +172,65 @@ double MedianFind(velmar::CFramedSocket& socket, const char* store, int messages
     return Median(times);
 }
 
+constexpr size_t kAttachmentBytes = 8 * 1024 * 1024;
+
+std::string LargeId(int n) {
+    return "<gross-" + std::to_string(n) + "@bench.example.org>";
+}
+
+// A short HTML letter with an attachment of kAttachmentBytes that do not compress.
+std::string LargeAttachmentMessage(int n) {
+    std::string attachment(kAttachmentBytes, '\0');
+    std::mt19937 random(static_cast<unsigned>(n));
+    for (char& byte : attachment) byte = static_cast<char>(random());
+    return "From: Sender <sender@example.org>\nTo: bench@example.com\nSubject: Bericht mit Anhang\n"
+           "Message-ID: " +
+           LargeId(n) +
+           "\nMIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=\"grenze\"\n\n"
+           "--grenze\nContent-Type: text/html; charset=utf-8\n\n<p>Der Bericht liegt bei.</p>\n"
+           "--grenze\nContent-Type: application/octet-stream\n"
+           "Content-Disposition: attachment; filename=\"bericht.bin\"\nContent-Transfer-Encoding: "
+           "base64\n\n" +
+           velmar::test::Base64(attachment) + "\n--grenze--\n";
+}
+
+// Seconds of the first GetMessageData of the message that answers OK: the attempts before, while the
+// message is not yet found, open nothing.
+double OpenWhenFound(velmar::CFramedSocket& socket, const std::string& id, bool& ok) {
+    const std::string request =
+        R"({"command-target":"MAPI","command":"GetMessageData","messageId":")" + id +
+        R"(","profileName":"Bench","storeIndex":1,"setReadIfMainMessageStore":"false"})";
+    for (int i = 0; i < 3000; ++i) {
+        const auto start = Clock::now();
+        if (IsOk(Ask(socket, request))) return SecondsSince(start);
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ok = false;
+    return -1;
+}
+
+// Seconds a plain client takes to open the inbox's last message as a whole (SELECT INBOX, then UID FETCH
+// n BODY.PEEK[]), once logged in.
+double WholeMessageFetch(const std::string& tunnel, size_t& bytes) {
+    velmar::mapi::CImapConnection connection;
+    std::string error;
+    velmar::mapi::CImapMailboxState state;
+    std::vector<std::uint32_t> uids;
+    std::string message;
+    if (!connection.Open(TunnelStore(tunnel).imap.value(), "", error) ||
+        !connection.Select(velmar::mapi::kImapInbox, state, error) || !connection.FetchUids(uids, error) ||
+        uids.empty())
+        return -1;
+    // The server's look at the folder that FetchUids needed is done again, as part of the figure.
+    const auto start = Clock::now();
+    if (!connection.Select(velmar::mapi::kImapInbox, state, error) ||
+        !connection.FetchMessage(uids.back(), message, error))
+        return -1;
+    const double seconds = SecondsSince(start);
+    bytes = message.size();
+    return seconds;
+}
+
 int ConnectService(const std::string& path) {
     int fd = -1;
     for (int attempt = 0; attempt < 400 && fd < 0; ++attempt) {
@@ -229,7 +294,7 @@ int main(int argc, char** argv) {
     const std::string logon = R"({"command-target":"MAPI","command":"Logon","data_string":"Bench"})";
     const std::string storeTable = R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})";
     bool ok = true;
-    double maildirFind = -1, imapFind = -1, deliveredSeconds = -1;
+    double maildirFind = -1, imapFind = -1, deliveredSeconds = -1, firstLargeOpen = -1, nextLargeOpen = -1;
     {
         velmar::test::CServiceProcess service(VELMAR_SERVICE_PROGRAM, {"--headless"}, "/dev/null");
         velmar::CFramedSocket socket(ConnectService(servicePath));
@@ -251,6 +316,13 @@ int main(int argc, char** argv) {
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
+
+        // Two messages with a large attachment: the first open selects the folder, the next finds it
+        // selected.
+        server.Deliver("bench", "INBOX", LargeAttachmentMessage(1));
+        server.Deliver("bench", "INBOX", LargeAttachmentMessage(2));
+        firstLargeOpen = OpenWhenFound(socket, LargeId(1), ok);
+        nextLargeOpen = OpenWhenFound(socket, LargeId(2), ok);
         Ask(socket, R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})");
         service.WaitForExit(30000);
     }
@@ -258,6 +330,20 @@ int main(int argc, char** argv) {
                 lookups, maildirFind, imapFind, imapFind / maildirFind);
     std::printf("message delivered to the server found after %.3f s (target: within 1 s)\n",
                 deliveredSeconds);
+    size_t largeBytes = 0;
+    const double wholeFetch = WholeMessageFetch(tunnel, largeBytes);
+    // Only the large messages were opened for their content: the cache holds what was fetched of them.
+    std::uintmax_t fetched = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(root / "cache-service"))
+        if (entry.is_regular_file() && entry.path().parent_path().filename() == "messages")
+            fetched += entry.file_size();
+    std::printf(
+        "GetMessageData of a message with an %zu MB attachment: first %.3f s, next %.3f s, %ju bytes "
+        "fetched for both; a plain client's SELECT and whole FETCH %.3f s (%zu bytes); ratios %.2f "
+        "and %.2f in time, %.6f in bytes\n",
+        kAttachmentBytes >> 20, firstLargeOpen, nextLargeOpen, fetched, wholeFetch, largeBytes,
+        firstLargeOpen / wholeFetch, nextLargeOpen / wholeFetch,
+        static_cast<double>(fetched) / 2 / static_cast<double>(largeBytes));
 
     // A restart with the index on disk, and the server answering: the first lookup after the logon.
     double firstLookup = -1;

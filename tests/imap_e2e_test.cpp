@@ -1,8 +1,8 @@
 // A profile with a Maildir store and a store on a real Dovecot side by side, asked through the real service:
 // every message command on the server's mail, both search orders across the two stores, the read flag on
-// the server, a sent copy filed in the server's Sent, a server that goes away and comes back, mail that
-// arrives while the service runs, a UIDVALIDITY changed under the service, a wrong password, and the
-// corpus read the same from the server as from Maildir.
+// the server, large attachments fetched only when opened, a sent copy filed in the server's Sent, a server
+// that goes away and comes back, mail that arrives while the service runs, a UIDVALIDITY changed under the
+// service, a wrong password, and the corpus read the same from the server as from Maildir.
 #include <unistd.h>
 #include <gtest/gtest.h>
 
@@ -119,6 +119,107 @@ TEST_F(ImapService, EveryMessageCommandServesTheServersMailBesideMaildir) {
         << "found in another store than chosen";
     EXPECT_STREQ(MessageData("<gruss@example.org>", "", 1, true)->StringOf("status"), "OK");
     EXPECT_EQ(m_server->FlagsOf("anna", "INBOX", "<gruss@example.org>"), "S");
+}
+
+// Bytes that do not repeat, so that a part put together wrongly cannot pass for the original.
+std::string Noise(size_t size, unsigned seed) {
+    std::string bytes(size, '\0');
+    for (char& byte : bytes) {
+        seed = seed * 1103515245u + 12345u;
+        byte = static_cast<char>(seed >> 16);
+    }
+    return bytes;
+}
+
+// The files of the store's cache of messages, by name.
+std::map<std::string, std::uintmax_t> CachedMessages(const fs::path& cache) {
+    std::map<std::string, std::uintmax_t> files;
+    for (const auto& entry : fs::recursive_directory_iterator(cache))
+        if (entry.is_regular_file() && entry.path().parent_path().filename() == "messages")
+            files[entry.path().filename().string()] = entry.file_size();
+    return files;
+}
+
+size_t CountEnding(const std::map<std::string, std::uintmax_t>& files, const std::string& end) {
+    size_t count = 0;
+    for (const auto& [name, size] : files) count += name.ends_with(end);
+    return count;
+}
+
+// Opening a message fetches its headers, bodies and small parts; a large attachment stays on the server
+// until it is opened, and once fetched is served while the server is away.
+TEST_F(ImapService, LargeAttachmentsAreFetchedWhenOpened) {
+    const std::string report = Noise(300000, 1);
+    const std::string archive = Noise(200000, 2);
+    const std::string logo = Noise(900, 3);
+    m_server->Deliver(
+        "anna", "INBOX",
+        "From: Berta <berta@example.org>\r\nTo: anna@example.org\r\nSubject: Quartalsbericht\r\n"
+        "Message-ID: <gross@example.org>\r\nMIME-Version: 1.0\r\n"
+        "Content-Type: multipart/mixed; boundary=\"aussen\"\r\n\r\nVorspann\r\n"
+        "--aussen\r\nContent-Type: multipart/related; boundary=\"innen\"\r\n\r\n"
+        "--innen\r\nContent-Type: text/html; charset=utf-8\r\n\r\n"
+        "<p>Der Bericht f\xC3\xBCr Anna</p><img src=\"cid:logo@example.org\">\r\n"
+        "--innen\r\nContent-Type: image/png\r\nContent-ID: <logo@example.org>\r\n"
+        "Content-Transfer-Encoding: base64\r\n\r\n" +
+            Base64(logo) +
+            "\r\n--innen--\r\n"
+            "--aussen\r\nContent-Type: application/pdf; name=\"bericht.pdf\"\r\n"
+            "Content-Disposition: attachment; filename=\"bericht.pdf\"\r\n"
+            "Content-Transfer-Encoding: base64\r\n\r\n" +
+            Base64(report) +
+            "\r\n--aussen\r\nContent-Type: application/zip\r\n"
+            "Content-Disposition: attachment; filename=\"daten.zip\"\r\n"
+            "Content-Transfer-Encoding: base64\r\n\r\n" +
+            Base64(archive) + "\r\n--aussen--\r\n");
+    Start();
+    const fs::path cache = m_dir / "cache";
+
+    const auto data = Data("<gross@example.org>", 1);
+    ASSERT_STREQ(data->StringOf("status"), "OK") << Activity();
+    EXPECT_NE(std::string(data->StringOf("htmlBody")).find("Der Bericht für Anna"), std::string::npos);
+    std::unique_ptr<CkJsonArray> embedded = data->ArrayOf("strEmbeddedAttachments");
+    ASSERT_EQ(embedded->Count(), 1);
+    EXPECT_EQ(ReadFile(embedded->StringAt(0)), logo) << "the small inline image came with the message";
+    std::unique_ptr<CkJsonArray> attachments = data->ArrayOf("attachments");
+    ASSERT_EQ(attachments->Count(), 2);
+    EXPECT_STREQ(attachments->ObjectAt(0)->StringOf("fileName"), "bericht.pdf");
+    EXPECT_STREQ(attachments->ObjectAt(1)->StringOf("fileName"), "daten.zip");
+    std::map<std::string, std::uintmax_t> cached = CachedMessages(cache);
+    ASSERT_EQ(cached.size(), 1u) << "the message alone, without its large attachments";
+    EXPECT_LT(cached.begin()->second, 10000u);
+
+    const auto opened = Ask(
+        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<gross@example.org>","attachmentIndex":1})");
+    ASSERT_STREQ(opened->StringOf("status"), "OK") << Activity();
+    EXPECT_EQ(ReadFile(opened->StringOf("fileName")), report);
+    cached = CachedMessages(cache);
+    EXPECT_EQ(cached.size(), 2u);
+    EXPECT_EQ(CountEnding(cached, ".2"), 1u) << "the report's body, section 2";
+
+    m_server->Stop();
+    // Served from the cache; the archive never fetched cannot be had: as for any attachment that cannot be
+    // read, the reply names the file it would have been, and no file is written.
+    EXPECT_STREQ(Data("<gross@example.org>", 1)->StringOf("status"), "OK");
+    const auto again = Ask(
+        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<gross@example.org>","attachmentIndex":1})");
+    ASSERT_STREQ(again->StringOf("status"), "OK") << Activity();
+    EXPECT_EQ(ReadFile(again->StringOf("fileName")), report);
+    const std::string archiveRequest =
+        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<gross@example.org>","attachmentIndex":2})";
+    const auto away = Ask(archiveRequest);
+    ASSERT_STREQ(away->StringOf("status"), "OK");
+    const fs::path archivePath = away->StringOf("fileName");
+    EXPECT_EQ(archivePath.filename(), "daten.zip");
+    EXPECT_FALSE(fs::exists(archivePath));
+    EXPECT_EQ(CountEnding(CachedMessages(cache), ".3"), 0u);
+
+    ASSERT_TRUE(m_server->Start());
+    for (int i = 0; i < 300 && !fs::exists(archivePath); ++i) {
+        Ask(archiveRequest);
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    EXPECT_EQ(ReadFile(archivePath), archive) << Activity();
 }
 
 TEST_F(ImapService, SendingFromTheServersStoreFilesTheSentCopyOnTheServer) {

@@ -4,11 +4,15 @@
 // and an index and cached messages that serve a restart while the server is away.
 #include <unistd.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 #include <thread>
 
 #include "mapi/imap/ImapConnection.h"
+#include "mapi/imap/ImapMessageParts.h"
 #include "mapi/imap/ImapSync.h"
+#include "mapi/provider/MimeContent.h"
+#include "mapitags.h"
 #include "support/Utf8.h"
 #include "tests/DovecotServer.h"
 #include "tests/TestFiles.h"
@@ -22,6 +26,64 @@ namespace fs = std::filesystem;
 std::string Mail(const std::string& id, const std::string& subject, const std::string& body = "Hallo.") {
     return "From: Berta <berta@example.org>\r\nTo: anna@example.org\r\nSubject: " + subject +
            "\r\nMessage-ID: " + id + "\r\nDate: Tue, 24 Nov 2026 10:00:00 +0100\r\n\r\n" + body + "\r\n";
+}
+
+const fs::path kCorpora = VELMAR_CORPORA_DIR;
+
+// A descriptor of an unnamed file holding the bytes, read from its start.
+int FileWith(std::string_view bytes) {
+    const int fd = memfd_create("imap-test", MFD_CLOEXEC);
+    if (fd < 0 || write(fd, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size()) ||
+        lseek(fd, 0, SEEK_SET) != 0)
+        ADD_FAILURE() << "no unnamed file";
+    return fd;
+}
+
+// The bodies a message put together here goes without, fetched on the test's connection when asked for.
+class CFetchedBodies final : public ILeftOutBodies {
+public:
+    CFetchedBodies(CImapConnection& connection, std::uint32_t uid,
+                   std::map<std::string, std::uint64_t> leftOut)
+        : m_connection(connection), m_uid(uid), m_leftOut(std::move(leftOut)) {}
+    std::optional<std::uint64_t> LeftOut(const std::string& section) const override {
+        const auto found = m_leftOut.find(section);
+        return found != m_leftOut.end() ? std::optional(found->second) : std::nullopt;
+    }
+    int OpenBody(const std::string& section) override {
+        std::map<std::string, std::string> bytes;
+        std::string error;
+        if (!m_connection.FetchSections(m_uid, {section}, bytes, error)) return -1;
+        ++fetched;
+        return FileWith(bytes[section]);
+    }
+    int fetched = 0;
+
+private:
+    CImapConnection& m_connection;
+    std::uint32_t m_uid;
+    std::map<std::string, std::uint64_t> m_leftOut;
+};
+
+// The tree of a message's parts, "(1(11))" for a multipart holding a leaf and a multipart of two leaves: as
+// the server reads it, and as GMime does.
+std::string Shape(const CImapPart& part) {
+    if (!part.multipart) return "1";
+    std::string shape = "(";
+    for (const CImapPart& child : part.parts) shape += Shape(child);
+    return shape + ")";
+}
+std::string Shape(GMimeObject* object) {
+    if (!GMIME_IS_MULTIPART(object)) return "1";
+    std::string shape = "(";
+    for (int i = 0; i < g_mime_multipart_get_count(GMIME_MULTIPART(object)); ++i)
+        shape += Shape(g_mime_multipart_get_part(GMIME_MULTIPART(object), i));
+    return shape + ")";
+}
+
+std::wstring Subject(const CMessageContent& content) {
+    for (const auto& value : content.properties)
+        if (value.ulPropTag == PR_SUBJECT_W) return std::get<std::wstring>(value.data);
+    return {};
 }
 
 bool Eventually(const std::function<bool()>& condition, int milliseconds = 15000) {
@@ -175,15 +237,16 @@ TEST_F(ImapTest, TheSyncKeepsTheIndexCurrentAndChangesTheServerOnlyWhenAsked) {
     EXPECT_EQ(third.size, thirdMail.size());
 
     std::string error;
-    ASSERT_TRUE(sync->SetSeen("INBOX", third.uid, true, error)) << error;
+    ASSERT_TRUE(sync->SetSeen("INBOX", snapshot->State().uidValidity, third.uid, true, error)) << error;
     EXPECT_EQ(m_server->FlagsOf("anna", "INBOX", "<drei@example.org>"), "S");
     EXPECT_EQ(sync->Snapshot("INBOX")->Message(2).flags & kImapSeen, static_cast<std::uint32_t>(kImapSeen));
 
     const std::uint32_t first = snapshot->Message(0).uid;
-    const int fd = sync->OpenMessage("INBOX", snapshot->State().uidValidity, first, error);
+    std::map<std::string, std::uint64_t> leftOut;
+    const int fd = sync->OpenMessage("INBOX", snapshot->State().uidValidity, first, 0, leftOut, error);
     ASSERT_GE(fd, 0) << error;
     close(fd);
-    ASSERT_TRUE(sync->Move("INBOX", first, "Trash", error)) << error;
+    ASSERT_TRUE(sync->Transfer("INBOX", snapshot->State().uidValidity, first, "Trash", true, error)) << error;
     EXPECT_EQ(m_server->Count("anna", "INBOX", "<eins@example.org>"), 0u);
     EXPECT_EQ(m_server->Count("anna", "Trash", "<eins@example.org>"), 1u);
     EXPECT_EQ(sync->Snapshot("INBOX")->RowCount(), 2u);
@@ -198,7 +261,7 @@ TEST_F(ImapTest, TheSyncKeepsTheIndexCurrentAndChangesTheServerOnlyWhenAsked) {
     sync->ResyncNow();
     ASSERT_EQ(sync->Snapshot("INBOX")->State().uidValidity, oldValidity + 7);
     EXPECT_EQ(sync->Snapshot("INBOX")->RowCount(), 2u);
-    EXPECT_LT(sync->OpenMessage("INBOX", oldValidity, third.uid, error), 0);
+    EXPECT_LT(sync->OpenMessage("INBOX", oldValidity, third.uid, 0, leftOut, error), 0);
 }
 
 TEST_F(ImapTest, ARestartAnswersFromDiskWhileTheServerIsAway) {
@@ -215,7 +278,8 @@ TEST_F(ImapTest, ARestartAnswersFromDiskWhileTheServerIsAway) {
         cachedUid = snapshot->Message(1).uid;
         uncachedUid = snapshot->Message(3).uid;
         std::string error;
-        const int fd = sync->OpenMessage("INBOX", validity, cachedUid, error);
+        std::map<std::string, std::uint64_t> leftOut;
+        const int fd = sync->OpenMessage("INBOX", validity, cachedUid, 0, leftOut, error);
         ASSERT_GE(fd, 0) << error;
         close(fd);
         CImapSync::StopAll();
@@ -227,10 +291,11 @@ TEST_F(ImapTest, ARestartAnswersFromDiskWhileTheServerIsAway) {
     EXPECT_EQ(snapshot->RowCount(), 5u);
     EXPECT_EQ(snapshot->State().uidValidity, validity);
     std::string error;
-    const int fd = sync->OpenMessage("INBOX", validity, cachedUid, error);
+    std::map<std::string, std::uint64_t> leftOut;
+    const int fd = sync->OpenMessage("INBOX", validity, cachedUid, 0, leftOut, error);
     EXPECT_GE(fd, 0) << "a message fetched before is served from the cache";
     if (fd >= 0) close(fd);
-    EXPECT_LT(sync->OpenMessage("INBOX", validity, uncachedUid, error), 0);
+    EXPECT_LT(sync->OpenMessage("INBOX", validity, uncachedUid, 0, leftOut, error), 0);
     EXPECT_FALSE(error.empty());
     EXPECT_TRUE(Eventually([&] { return !sync->Problem().empty(); }));
     EXPECT_NE(velmar::WideToUtf8(sync->Problem()).find("Firma: "), std::string::npos);
@@ -240,6 +305,77 @@ TEST_F(ImapTest, ARestartAnswersFromDiskWhileTheServerIsAway) {
     m_server->Deliver("anna", "INBOX", Mail("<neu@example.org>", "Neu"));
     EXPECT_TRUE(Eventually([&] { return sync->Snapshot("INBOX")->RowCount() == 6; }, 30000));
     EXPECT_TRUE(sync->Problem().empty());
+}
+
+// Every corpus message, put together from its sections with the body of every attachment left out and
+// fetched only when asked for, reads as the whole message does: bodies, subject, recipients, and every
+// attachment's name, type, content id and bytes. Only broken mail may be read otherwise by the server than
+// by GMime (two Content-Type fields, say); put together, it reads as the server reads it.
+TEST_F(ImapTest, CorpusMessagesPutTogetherFromTheirSectionsReadAsTheWholeMessage) {
+    if (!fs::is_directory(kCorpora)) GTEST_SKIP() << "no corpora at " << kCorpora;
+    CImapConnection connection;
+    std::string error;
+    ASSERT_TRUE(connection.Open(StartTls(), "geheim", error)) << error;
+    // Delivered one by one, each message's UID read at once: the server numbers a batch in its own order.
+    std::vector<std::string> sources;
+    std::vector<std::uint32_t> uids;
+    for (const char* folder : {"mail-parser/resources/eml", "MimeKit/messages"}) {
+        for (const auto& entry : fs::recursive_directory_iterator(kCorpora / folder)) {
+            const std::string extension = entry.path().extension().string();
+            if (!entry.is_regular_file() || (extension != ".eml" && extension != ".txt")) continue;
+            m_server->Deliver("anna", "INBOX", ReadFile(entry.path()));
+            CImapMailboxState state;
+            std::vector<std::uint32_t> all;
+            ASSERT_TRUE(connection.Select("INBOX", state, error) && connection.FetchUids(all, error))
+                << error;
+            ASSERT_EQ(all.size(), uids.size() + 1);
+            uids.push_back(all.back());
+            sources.push_back(entry.path().string());
+        }
+    }
+    size_t assembled = 0, fetchedLater = 0, readOtherwise = 0;
+    for (size_t i = 0; i < uids.size(); ++i) {
+        SCOPED_TRACE(sources[i]);
+        CImapPart root;
+        ASSERT_TRUE(connection.FetchStructure(uids[i], root, error)) << error;
+        std::map<std::string, std::uint64_t> leftOut;
+        const std::vector<std::string> sections = SectionsToFetch(root, 1, leftOut);
+        if (sections.empty()) continue;
+        std::map<std::string, std::string> fetched;
+        ASSERT_TRUE(connection.FetchSections(uids[i], sections, fetched, error)) << error;
+        const std::optional<std::string> message = AssembleMessage(root, fetched);
+        ASSERT_TRUE(message);
+        std::string whole;
+        ASSERT_TRUE(connection.FetchMessage(uids[i], whole, error)) << error;
+        const auto bodies = std::make_shared<CFetchedBodies>(connection, uids[i], leftOut);
+        const auto expected = ReadMessageFile({FileWith(whole), nullptr}, {});
+        const auto actual = ReadMessageFile({FileWith(*message), bodies}, {});
+        if (Shape(root) != Shape(g_mime_message_get_mime_part(expected->message.get()))) {
+            EXPECT_NE(sources[i].find("/malformed/"), std::string::npos) << Shape(root);
+            ++readOtherwise;
+            continue;
+        }
+        EXPECT_EQ(actual->body, expected->body);
+        EXPECT_EQ(actual->html, expected->html);
+        EXPECT_EQ(Subject(*actual), Subject(*expected));
+        EXPECT_EQ(actual->recipients.size(), expected->recipients.size());
+        ASSERT_EQ(actual->attachments.size(), expected->attachments.size());
+        for (size_t k = 0; k < actual->attachments.size(); ++k) {
+            const CAttachmentContent& got = actual->attachments[k];
+            const CAttachmentContent& want = expected->attachments[k];
+            EXPECT_EQ(got.longFileName, want.longFileName);
+            EXPECT_EQ(got.mimeTag, want.mimeTag);
+            EXPECT_EQ(got.contentId, want.contentId);
+            EXPECT_EQ(got.method, want.method);
+            EXPECT_EQ(DecodedBytes(got), DecodedBytes(want)) << k;
+            EXPECT_EQ(AttachmentSize(got), AttachmentSize(want)) << "fetched: the size decoded";
+        }
+        fetchedLater += static_cast<size_t>(bodies->fetched);
+        ++assembled;
+    }
+    EXPECT_GT(assembled, 20u);
+    EXPECT_GT(fetchedLater, 20u);
+    EXPECT_LT(readOtherwise, 5u);
 }
 
 }  // namespace

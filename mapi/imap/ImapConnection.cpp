@@ -15,6 +15,7 @@
 #include <optional>
 
 #include "mapi/imap/ImapFetchReader.h"
+#include "mapi/imap/ImapLibetpan.h"
 #include "mapi/provider/AccountSecrets.h"
 #include "mapi/provider/HeaderBlock.h"
 
@@ -29,29 +30,6 @@ constexpr time_t kNetworkTimeoutSeconds = 30;
 bool Succeeded(int result) {
     return result == MAILIMAP_NO_ERROR || result == MAILIMAP_NO_ERROR_AUTHENTICATED ||
            result == MAILIMAP_NO_ERROR_NON_AUTHENTICATED;
-}
-
-// Owners of libetpan's results, freed with their own functions.
-struct CFetchListDeleter {
-    void operator()(clist* list) const { mailimap_fetch_list_free(list); }
-};
-using FetchList = std::unique_ptr<clist, CFetchListDeleter>;
-struct CSetDeleter {
-    void operator()(mailimap_set* set) const { mailimap_set_free(set); }
-};
-using ImapSet = std::unique_ptr<mailimap_set, CSetDeleter>;
-struct CFetchTypeDeleter {
-    void operator()(mailimap_fetch_type* type) const { mailimap_fetch_type_free(type); }
-};
-using FetchType = std::unique_ptr<mailimap_fetch_type, CFetchTypeDeleter>;
-struct CFlagListDeleter {
-    void operator()(mailimap_flag_list* list) const { mailimap_flag_list_free(list); }
-};
-using FlagList = std::unique_ptr<mailimap_flag_list, CFlagListDeleter>;
-
-// UIDs from..to, or from..* when to is 0.
-ImapSet UidRange(std::uint32_t from, std::uint32_t to) {
-    return ImapSet(mailimap_set_new_interval(from, to));
 }
 
 std::uint32_t FlagsOf(const mailimap_msg_att_dynamic* dynamic) {
@@ -141,13 +119,6 @@ std::optional<std::int64_t> InternalDate(std::string_view text) {
            hour * 3600 + minute * 60 + second - offset * 60;
 }
 
-// Walks the items of one FETCH response.
-template <class Visit>
-void ForEachItem(const mailimap_msg_att* message, Visit&& visit) {
-    for (clistiter* it = clist_begin(message->att_list); it; it = clist_next(it))
-        visit(*static_cast<const mailimap_msg_att_item*>(clist_content(it)));
-}
-
 void SetServerName(struct mailstream_ssl_context* context, void* host) {
     mailstream_ssl_set_server_name(context, static_cast<char*>(host));
 }
@@ -165,6 +136,7 @@ bool CImapConnection::IsOpen() const {
 }
 
 void CImapConnection::Close() {
+    m_selected.reset();
     if (m_session) {
         // A polite LOGOUT only when the stream still stands; a broken one is just dropped.
         if (m_session->imap_stream) mailimap_logout(m_session);
@@ -376,6 +348,7 @@ bool CImapConnection::Create(const std::string& mailbox, std::string& error) {
 bool CImapConnection::Select(const std::string& mailbox, CImapMailboxState& state, std::string& error) {
     if (!m_session) return false;
     state = {};
+    m_selected.reset();
     std::uint64_t modSeq = 0;
     const int result = HasCapability("CONDSTORE")
                            ? mailimap_select_condstore(m_session, mailbox.c_str(), &modSeq)
@@ -387,6 +360,21 @@ bool CImapConnection::Select(const std::string& mailbox, CImapMailboxState& stat
         state.exists = info->sel_has_exists ? info->sel_exists : 0;
     }
     state.highestModSeq = modSeq;
+    m_selected = mailbox;
+    m_selectedValidity = state.uidValidity;
+    return true;
+}
+
+bool CImapConnection::KeepSelected(const std::string& mailbox, std::uint32_t& uidValidity,
+                                   std::string& error) {
+    if (!m_session) return false;
+    if (m_selected != mailbox) {
+        CImapMailboxState state;
+        if (!Select(mailbox, state, error)) return false;
+    } else if (!Check(mailimap_noop(m_session), "NOOP", error)) {
+        return false;
+    }
+    uidValidity = m_selectedValidity;
     return true;
 }
 
@@ -502,41 +490,6 @@ bool CImapConnection::FetchUids(std::vector<std::uint32_t>& uids, std::string& e
     return true;
 }
 
-bool CImapConnection::FetchMessage(std::uint32_t uid, std::string& bytes, std::string& error) {
-    if (!m_session) return false;
-    FetchType type(mailimap_fetch_type_new_fetch_att_list_empty());
-    mailimap_fetch_type_new_fetch_att_list_add(type.get(), mailimap_fetch_att_new_uid());
-    mailimap_fetch_type_new_fetch_att_list_add(
-        type.get(), mailimap_fetch_att_new_body_peek_section(mailimap_section_new(nullptr)));
-    const ImapSet set = UidRange(uid, uid);
-    clist* raw = nullptr;
-    const int result = mailimap_uid_fetch(m_session, set.get(), type.get(), &raw);
-    const FetchList results(raw);
-    if (!Check(result, ("UID FETCH " + std::to_string(uid)).c_str(), error)) return false;
-    bool found = false;
-    for (clistiter* it = clist_begin(results.get()); it && !found; it = clist_next(it)) {
-        std::uint32_t fetchedUid = 0;
-        const char* body = nullptr;
-        size_t length = 0;
-        ForEachItem(
-            static_cast<const mailimap_msg_att*>(clist_content(it)), [&](const mailimap_msg_att_item& item) {
-                if (item.att_type != MAILIMAP_MSG_ATT_ITEM_STATIC || !item.att_data.att_static) return;
-                const mailimap_msg_att_static& value = *item.att_data.att_static;
-                if (value.att_type == MAILIMAP_MSG_ATT_UID) fetchedUid = value.att_data.att_uid;
-                if (value.att_type == MAILIMAP_MSG_ATT_BODY_SECTION && value.att_data.att_body_section) {
-                    body = value.att_data.att_body_section->sec_body_part;
-                    length = value.att_data.att_body_section->sec_length;
-                }
-            });
-        if (fetchedUid == uid && body) {
-            bytes.assign(body, length);
-            found = true;
-        }
-    }
-    if (!found) error = "Nachricht " + std::to_string(uid) + " nicht auf dem Server";
-    return found;
-}
-
 bool CImapConnection::StoreSeen(std::uint32_t uid, bool seen, std::string& error) {
     if (!m_session) return false;
     const ImapSet set = UidRange(uid, uid);
@@ -549,6 +502,13 @@ bool CImapConnection::StoreSeen(std::uint32_t uid, bool seen, std::string& error
     return Check(result, "UID STORE \\Seen", error);
 }
 
+bool CImapConnection::Copy(std::uint32_t uid, const std::string& mailbox, std::string& error) {
+    if (!m_session) return false;
+    const ImapSet set = UidRange(uid, uid);
+    return Check(mailimap_uid_copy(m_session, set.get(), mailbox.c_str()), ("UID COPY " + mailbox).c_str(),
+                 error);
+}
+
 bool CImapConnection::Move(std::uint32_t uid, const std::string& mailbox, std::string& error) {
     if (!m_session) return false;
     const ImapSet set = UidRange(uid, uid);
@@ -556,9 +516,7 @@ bool CImapConnection::Move(std::uint32_t uid, const std::string& mailbox, std::s
         return Check(mailimap_uid_move(m_session, set.get(), mailbox.c_str()),
                      ("UID MOVE " + mailbox).c_str(), error);
     // Without MOVE only this message may go: without UIDPLUS's UID EXPUNGE it stays marked deleted.
-    if (!Check(mailimap_uid_copy(m_session, set.get(), mailbox.c_str()), ("UID COPY " + mailbox).c_str(),
-               error))
-        return false;
+    if (!Copy(uid, mailbox, error)) return false;
     struct mailimap_store_att_flags* store =
         mailimap_store_att_flags_new_add_flags_silent(NewFlagList(kImapDeleted).release());
     const int stored = mailimap_uid_store(m_session, set.get(), store);

@@ -9,6 +9,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -42,6 +44,7 @@ struct CImapMailboxState {
 };
 
 struct CFetchedMessage;
+struct CImapPart;
 
 // What a lookup in the index needs of a message, as FETCH gives it.
 struct CImapHeaderRow {
@@ -75,6 +78,11 @@ public:
     bool Create(const std::string& mailbox, std::string& error);
     // Selects a mailbox read-write, with CONDSTORE where the server has it.
     bool Select(const std::string& mailbox, CImapMailboxState& state, std::string& error);
+    // The mailbox selected for calls on its messages: a SELECT only when another (or none) is selected,
+    // else a NOOP, which has the server report what arrived since. A SELECT costs a server a look at the
+    // whole folder. uidValidity: as the SELECT found it (a server ends the session rather than change it
+    // under a client).
+    bool KeepSelected(const std::string& mailbox, std::uint32_t& uidValidity, std::string& error);
 
     // UID FETCH fromUid:* of what a lookup needs, each message handed to row as it is read.
     bool FetchHeaders(std::uint32_t fromUid, const std::function<void(CImapHeaderRow&&)>& row,
@@ -90,8 +98,15 @@ public:
     bool FetchUids(std::vector<std::uint32_t>& uids, std::string& error);
     // The whole message, as the server holds it; false with error when it has no such message.
     bool FetchMessage(std::uint32_t uid, std::string& bytes, std::string& error);
+    // The message's structure (BODYSTRUCTURE).
+    bool FetchStructure(std::uint32_t uid, CImapPart& root, std::string& error);
+    // Sections of the message, by name ("HEADER", "2.MIME", "2.1"; "" the whole message), all in one FETCH;
+    // false with error unless the server gave every one.
+    bool FetchSections(std::uint32_t uid, const std::vector<std::string>& sections,
+                       std::map<std::string, std::string>& bytes, std::string& error);
 
     bool StoreSeen(std::uint32_t uid, bool seen, std::string& error);
+    bool Copy(std::uint32_t uid, const std::string& mailbox, std::string& error);
     // Moves one message (MOVE, else COPY, \Deleted and UID EXPUNGE of that message only).
     bool Move(std::uint32_t uid, const std::string& mailbox, std::string& error);
     bool Append(const std::string& mailbox, std::string_view message, std::uint32_t flags,
@@ -111,6 +126,8 @@ private:
                        const std::function<void(const CFetchedMessage&)>& message, std::string& error);
 
     mailimap* m_session = nullptr;
+    std::optional<std::string> m_selected;  // the mailbox selected, while one is
+    std::uint32_t m_selectedValidity = 0;
     unsigned m_ownTag = 0;  // the tags of the commands sent past libetpan
     pid_t m_tunnel = -1;    // the tunnel command, while it runs
 };

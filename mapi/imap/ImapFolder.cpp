@@ -60,7 +60,7 @@ public:
 
     HRESULT SetReadFlag(bool read) override {
         std::string error;
-        if (!m_sync->SetSeen(m_mailbox, m_uid, read, error)) return MAPI_E_NETWORK_ERROR;
+        if (!m_sync->SetSeen(m_mailbox, m_uidValidity, m_uid, read, error)) return MAPI_E_NETWORK_ERROR;
         m_flags = read ? m_flags | kImapSeen : m_flags & ~static_cast<std::uint32_t>(kImapSeen);
         return S_OK;
     }
@@ -74,6 +74,34 @@ private:
     std::uint32_t m_flags;
     std::int64_t m_internalDate;
     std::uint64_t m_size;
+};
+
+// The attachments' bodies an opened message left on the server, fetched through the account's cache.
+class CImapLeftOutBodies final : public ILeftOutBodies {
+public:
+    CImapLeftOutBodies(std::shared_ptr<CImapSync> sync, std::string mailbox, std::uint32_t uidValidity,
+                       std::uint32_t uid, std::map<std::string, std::uint64_t> leftOut)
+        : m_sync(std::move(sync)),
+          m_mailbox(std::move(mailbox)),
+          m_uidValidity(uidValidity),
+          m_uid(uid),
+          m_leftOut(std::move(leftOut)) {}
+
+    std::optional<std::uint64_t> LeftOut(const std::string& section) const override {
+        const auto found = m_leftOut.find(section);
+        return found != m_leftOut.end() ? std::optional(found->second) : std::nullopt;
+    }
+    int OpenBody(const std::string& section) override {
+        std::string error;
+        return m_sync->OpenPart(m_mailbox, m_uidValidity, m_uid, section, error);
+    }
+
+private:
+    std::shared_ptr<CImapSync> m_sync;
+    std::string m_mailbox;
+    std::uint32_t m_uidValidity;
+    std::uint32_t m_uid;
+    std::map<std::string, std::uint64_t> m_leftOut;
 };
 
 }  // namespace
@@ -94,13 +122,19 @@ HRESULT OpenImapMessage(const CStoreConfig& store, const std::shared_ptr<CImapSy
     // that a lookup that only finds it (and perhaps marks it read) never waits for its bytes; with the
     // server away it cannot be had, which opening it says at once.
     if (!sync->IsCached(mailbox, uidValidity, uid) && sync->ServerAway()) return MAPI_E_NETWORK_ERROR;
+    const CImapIndexed indexed = snapshot->Message(*row);
     CComPtr<CMimeMessage> message = MakeObject<CMimeMessage>(
-        [sync, mailbox, uidValidity, uid] {
+        [sync, mailbox, uidValidity, uid, size = indexed.size] {
             std::string error;
-            return sync->OpenMessage(mailbox, uidValidity, uid, error);
+            std::map<std::string, std::uint64_t> leftOut;
+            CMessageFile file{sync->OpenMessage(mailbox, uidValidity, uid, size, leftOut, error), nullptr};
+            if (file.fd >= 0 && !leftOut.empty())
+                file.leftOut =
+                    std::make_shared<CImapLeftOutBodies>(sync, mailbox, uidValidity, uid, std::move(leftOut));
+            return file;
         },
         snapshot->RowValues(*row),
-        std::make_unique<CImapPlace>(sync, store.id, mailbox, uidValidity, snapshot->Message(*row)));
+        std::make_unique<CImapPlace>(sync, store.id, mailbox, uidValidity, indexed));
     if (lpulObjType) *lpulObjType = MAPI_MESSAGE;
     return HandOut(std::move(message), lpInterface, lppUnk);
 }
@@ -195,21 +229,8 @@ HRESULT CImapFolder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID, LPVOID lpDestFo
             }
             if (move && target == m_mailbox) continue;
             std::string error;
-            bool done = false;
-            if (move) {
-                done = m_sync->Move(m_mailbox, key->second, target, error);
-            } else if (const int fd = m_sync->OpenMessage(m_mailbox, key->first, key->second, error);
-                       fd >= 0) {
-                std::string bytes;
-                char buffer[65536];
-                for (ssize_t got; (got = read(fd, buffer, sizeof buffer)) > 0;)
-                    bytes.append(buffer, static_cast<size_t>(got));
-                close(fd);
-                const std::optional<size_t> row = snapshot->RowOfUid(key->second);
-                done =
-                    m_sync->Append(target, bytes, row ? snapshot->Message(*row).flags & kImapSeen : 0, error);
-            }
-            if (!done) result = MAPI_W_PARTIAL_COMPLETION;
+            if (!m_sync->Transfer(m_mailbox, key->first, key->second, target, move, error))
+                result = MAPI_W_PARTIAL_COMPLETION;
         }
         return result;
     } catch (const std::bad_alloc&) {

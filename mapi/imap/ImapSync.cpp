@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "mapi/imap/ImapMessageParts.h"
 #include "mapi/provider/AccountSecrets.h"
 #include "mapi/provider/FileDescriptor.h"
 #include "mapi/provider/MaildirWriter.h"
@@ -71,6 +72,21 @@ std::mutex& RegistryLock() {
 std::map<std::uint64_t, std::shared_ptr<CImapSync>>& Registry() {
     static std::map<std::uint64_t, std::shared_ptr<CImapSync>> syncs;
     return syncs;
+}
+
+// Reads the first line of a cached message file, which names the bodies the message goes without, and
+// leaves the file just past it; false for a file without one.
+bool SkipLeftOutLine(int fd, std::map<std::string, std::uint64_t>& leftOut) {
+    char head[16384];
+    const ssize_t got = pread(fd, head, sizeof head, 0);
+    if (got <= 0) return false;
+    const std::string_view text(head, static_cast<size_t>(got));
+    const size_t end = text.find('\n');
+    if (end == std::string_view::npos) return false;
+    std::optional<std::map<std::string, std::uint64_t>> parsed = ParseLeftOutLine(text.substr(0, end));
+    if (!parsed) return false;
+    leftOut = std::move(*parsed);
+    return lseek(fd, static_cast<off_t>(end + 1), SEEK_SET) == static_cast<off_t>(end + 1);
 }
 
 }  // namespace
@@ -423,32 +439,96 @@ bool CImapSync::ServerAway() const {
     return !m_problem.empty();
 }
 
+bool CImapSync::SelectFolder(const std::string& folder, std::uint32_t& uidValidity, std::string& error) {
+    const bool wasOpen = m_command.IsOpen();
+    if (Command(error) && m_command.KeepSelected(folder, uidValidity, error)) return true;
+    // A connection the server has dropped since (at the end of its time, or for a folder made anew under
+    // it) is opened once more.
+    return wasOpen && !m_command.IsOpen() && Command(error) &&
+           m_command.KeepSelected(folder, uidValidity, error);
+}
+
+bool CImapSync::SelectForMessage(const std::string& folder, std::uint32_t uidValidity, std::string& error) {
+    std::uint32_t selected = 0;
+    if (!SelectFolder(folder, selected, error)) return false;
+    if (selected == uidValidity) return true;
+    error = "Ordner " + folder + " ist auf dem Server ein anderer geworden (UIDVALIDITY)";
+    // The index is read anew at once, so that the next lookup finds what the folder holds now.
+    std::string ignored;
+    SyncFolder(m_command, folder, ignored);
+    return false;
+}
+
+// A small message is fetched whole; a larger one by its structure, its large attachments left out when it
+// has any (the whole message again when it cannot be put together from its sections).
+bool CImapSync::FetchForOpening(std::uint32_t uid, std::uint64_t size,
+                                std::map<std::string, std::uint64_t>& leftOut, std::string& message,
+                                std::string& error) {
+    leftOut.clear();
+    if (size == 0 || size >= kLeftOutOctets) {
+        CImapPart root;
+        if (!m_command.FetchStructure(uid, root, error)) return false;
+        const std::vector<std::string> sections = SectionsToFetch(root, kLeftOutOctets, leftOut);
+        if (!sections.empty()) {
+            std::map<std::string, std::string> fetched;
+            if (!m_command.FetchSections(uid, sections, fetched, error)) return false;
+            if (std::optional<std::string> assembled = AssembleMessage(root, fetched)) {
+                message = std::move(*assembled);
+                return true;
+            }
+            leftOut.clear();
+        }
+    }
+    return m_command.FetchMessage(uid, message, error);
+}
+
 int CImapSync::OpenMessage(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid,
+                           std::uint64_t size, std::map<std::string, std::uint64_t>& leftOut,
                            std::string& error) {
     const std::string path = CachePath(folder, uidValidity, uid);
-    if (const int cached = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW); cached >= 0) return cached;
-    std::string bytes;
+    if (const int cached = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW); cached >= 0) {
+        if (SkipLeftOutLine(cached, leftOut)) return cached;
+        // A file of an older cache, or one cut short: fetched again.
+        close(cached);
+        unlink(path.c_str());
+    }
+    std::string message;
     {
         std::lock_guard command(m_commandLock);
         const CPipeSignalGuard quiet;
-        if (!Command(error)) return -1;
-        CImapMailboxState state;
-        if (!m_command.Select(folder, state, error)) return -1;
-        if (state.uidValidity != uidValidity) {
-            error = "Ordner " + folder + " ist auf dem Server ein anderer geworden (UIDVALIDITY)";
-            // The index is read anew at once, so that the next lookup finds what the folder holds now.
-            std::string ignored;
-            SyncFolder(m_command, folder, ignored);
-            return -1;
-        }
-        if (!m_command.FetchMessage(uid, bytes, error)) return -1;
+        if (!SelectForMessage(folder, uidValidity, error)) return -1;
+        if (!FetchForOpening(uid, size, leftOut, message, error)) return -1;
     }
+    const int fd = Keep(path, LeftOutLine(leftOut) + "\n" + message, error);
+    if (fd >= 0 && !SkipLeftOutLine(fd, leftOut)) {
+        close(fd);
+        error = "Nachricht nicht zwischengespeichert";
+        return -1;
+    }
+    return fd;
+}
+
+int CImapSync::OpenPart(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid,
+                        const std::string& section, std::string& error) {
+    const std::string path = CachePath(folder, uidValidity, uid) + "." + section;
+    if (const int cached = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW); cached >= 0) return cached;
+    std::map<std::string, std::string> fetched;
+    {
+        std::lock_guard command(m_commandLock);
+        const CPipeSignalGuard quiet;
+        if (!SelectForMessage(folder, uidValidity, error)) return -1;
+        if (!m_command.FetchSections(uid, {section}, fetched, error)) return -1;
+    }
+    return Keep(path, fetched[section], error);
+}
+
+int CImapSync::Keep(const std::string& path, std::string_view bytes, std::string& error) {
     if (ReplaceFile(path, bytes, false) == 0) {
         TrimCache();
         if (const int cached = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW); cached >= 0)
             return cached;
     }
-    // No room in the cache: the message is read from an unnamed file of its own.
+    // No room in the cache: the bytes are read from an unnamed file of their own.
     const int memory = memfd_create("velmar-imap-message", MFD_CLOEXEC);
     if (memory < 0 || write(memory, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size()) ||
         lseek(memory, 0, SEEK_SET) != 0) {
@@ -489,13 +569,12 @@ void CImapSync::TrimCache() {
     }
 }
 
-bool CImapSync::SetSeen(const std::string& folder, std::uint32_t uid, bool seen, std::string& error) {
+bool CImapSync::SetSeen(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid, bool seen,
+                        std::string& error) {
     {
         std::lock_guard command(m_commandLock);
         const CPipeSignalGuard quiet;
-        CImapMailboxState state;
-        if (!Command(error) || !m_command.Select(folder, state, error) ||
-            !m_command.StoreSeen(uid, seen, error))
+        if (!SelectForMessage(folder, uidValidity, error) || !m_command.StoreSeen(uid, seen, error))
             return false;
     }
     // The index shows it at once; the next sync confirms it.
@@ -510,15 +589,19 @@ bool CImapSync::SetSeen(const std::string& folder, std::uint32_t uid, bool seen,
     return true;
 }
 
-bool CImapSync::Move(const std::string& folder, std::uint32_t uid, const std::string& toFolder,
-                     std::string& error) {
+bool CImapSync::Transfer(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid,
+                         const std::string& toFolder, bool move, std::string& error) {
     {
         std::lock_guard command(m_commandLock);
         const CPipeSignalGuard quiet;
-        CImapMailboxState state;
-        if (!Command(error) || !m_command.Select(folder, state, error) ||
-            !m_command.Move(uid, toFolder, error))
+        if (!SelectForMessage(folder, uidValidity, error) ||
+            !(move ? m_command.Move(uid, toFolder, error) : m_command.Copy(uid, toFolder, error)))
             return false;
+    }
+    if (!move) {
+        std::lock_guard lock(m_lock);
+        m_synced.erase(toFolder);
+        return true;
     }
     const std::shared_ptr<const CImapSnapshot> before = LoadedSnapshot(folder);
     if (before && before->RowOfUid(uid)) {

@@ -55,14 +55,22 @@ public:
     // half minute and the server answers. Null for a folder never seen.
     std::shared_ptr<const CImapSnapshot> Snapshot(const std::string& folder);
 
-    // The message's bytes from the cache, or fetched into it; an open descriptor the caller owns, or -1 with
-    // error set. A UIDVALIDITY other than the folder's is a message that is no more.
+    // The message from the cache, or fetched into it (size: as the index knows it, 0 when it does not); an
+    // open descriptor the caller owns, or -1 with error set. leftOut names the attachments' bodies it goes
+    // without (section and size as sent), which OpenPart gives. A UIDVALIDITY other than the folder's is a
+    // message that is no more.
     int OpenMessage(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid,
-                    std::string& error);
+                    std::uint64_t size, std::map<std::string, std::uint64_t>& leftOut, std::string& error);
+    // The body as sent of a part of the message (an IMAP section: "2", "1.3"), the same way.
+    int OpenPart(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid,
+                 const std::string& section, std::string& error);
     // Whether the message's bytes are in the cache (opening it then never waits for the server).
     bool IsCached(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid) const;
-    bool SetSeen(const std::string& folder, std::uint32_t uid, bool seen, std::string& error);
-    bool Move(const std::string& folder, std::uint32_t uid, const std::string& toFolder, std::string& error);
+    bool SetSeen(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid, bool seen,
+                 std::string& error);
+    // Copies one message to another folder of the server, or moves it there.
+    bool Transfer(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid,
+                  const std::string& toFolder, bool move, std::string& error);
     bool Append(const std::string& folder, std::string_view message, std::uint32_t flags, std::string& error);
 
     // Brings the inbox up to date now and waits for that (at most a while): FlushQueues(FLUSH_DOWNLOAD).
@@ -84,6 +92,14 @@ private:
     void SetProblem(const std::string& problem);
     std::string IndexPath(const std::string& folder) const;
     std::string CachePath(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid) const;
+    // Selects the folder on the command connection (see KeepSelected).
+    bool SelectFolder(const std::string& folder, std::uint32_t& uidValidity, std::string& error);
+    // Selects the message's folder on the command connection, as long as it is still the one of the UIDs.
+    bool SelectForMessage(const std::string& folder, std::uint32_t uidValidity, std::string& error);
+    bool FetchForOpening(std::uint32_t uid, std::uint64_t size, std::map<std::string, std::uint64_t>& leftOut,
+                         std::string& message, std::string& error);
+    // Writes the bytes into the cache and opens them there (with no room, in an unnamed file of their own).
+    int Keep(const std::string& path, std::string_view bytes, std::string& error);
     void TrimCache();
 
     const CStoreConfig m_store;

@@ -187,15 +187,18 @@ HRESULT CMimeMessage::SetReadFlag(ULONG ulFlags) {
     }
 }
 
-const std::vector<BYTE>& CMimeAttach::Decoded() const {
-    std::call_once(m_decodedOnce, [this] { m_decoded = DecodedBytes(m_content->attachments[m_index]); });
-    return m_decoded;
+const std::vector<BYTE>* CMimeAttach::Decoded() const {
+    std::lock_guard lock(m_decodedLock);
+    if (!m_decoded) m_decoded = DecodedBytes(m_content->attachments[m_index]);
+    return m_decoded ? &*m_decoded : nullptr;
 }
 
 std::vector<CPropValue> CMimeAttach::Properties() const {
     const CAttachmentContent& attachment = m_content->attachments[m_index];
-    const bool decodes = !attachment.size && !attachment.unpacked && attachment.method == ATTACH_BY_VALUE;
-    return AttachmentProperties(attachment, decodes ? Decoded().size() : AttachmentSize(attachment));
+    // A body still on the server is not fetched for its size alone.
+    const bool decodes = !attachment.size && !attachment.unpacked && !attachment.leftOut &&
+                         attachment.method == ATTACH_BY_VALUE;
+    return AttachmentProperties(attachment, decodes ? Decoded()->size() : AttachmentSize(attachment));
 }
 
 HRESULT CMimeAttach::OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG, ULONG ulFlags, LPUNKNOWN* lppUnk) {
@@ -206,7 +209,9 @@ HRESULT CMimeAttach::OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG, ULONG ul
     try {
         if (ulPropTag == PR_ATTACH_DATA_BIN && attachment.method == ATTACH_BY_VALUE) {
             if (*lpiid != IID_IStream) return MAPI_E_INTERFACE_NOT_SUPPORTED;
-            *lppUnk = MakeReadStream(Decoded()).Detach();
+            const std::vector<BYTE>* decoded = Decoded();
+            if (!decoded) return MAPI_E_NETWORK_ERROR;
+            *lppUnk = MakeReadStream(*decoded).Detach();
             return S_OK;
         }
         if (ulPropTag == PR_ATTACH_DATA_OBJ && attachment.method == ATTACH_EMBEDDED_MSG) {

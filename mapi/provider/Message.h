@@ -34,7 +34,7 @@ public:
     CMimeMessage(int fd, std::vector<CPropValue> fallback, std::unique_ptr<IMessagePlace> place)
         : m_content(fd, std::move(fallback)), m_place(std::move(place)) {}
     // A message whose file is opened only when its content is first asked for (see CDeferredContent).
-    CMimeMessage(std::function<int()> open, std::vector<CPropValue> fallback,
+    CMimeMessage(std::function<CMessageFile()> open, std::vector<CPropValue> fallback,
                  std::unique_ptr<IMessagePlace> place)
         : m_content(std::move(open), std::move(fallback)), m_place(std::move(place)) {}
 
@@ -79,13 +79,14 @@ protected:
     }
 
 private:
-    // The attachment's decoded bytes, made once for its size and its data stream alike.
-    const std::vector<BYTE>& Decoded() const;
+    // The attachment's decoded bytes, made once for its size and its data stream alike; null while a body
+    // its message file goes without cannot be had.
+    const std::vector<BYTE>* Decoded() const;
 
     std::shared_ptr<CMessageContent> m_content;
     size_t m_index;
-    mutable std::once_flag m_decodedOnce;
-    mutable std::vector<BYTE> m_decoded;
+    mutable std::mutex m_decodedLock;
+    mutable std::optional<std::vector<BYTE>> m_decoded;
 };
 
 // The properties of an attachment, as its table row and its object show them; PR_ATTACH_SIZE only when the

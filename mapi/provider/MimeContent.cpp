@@ -113,26 +113,42 @@ bool IsAttachmentDisposition(GMimeObject* object) {
     return disposition && g_ascii_strcasecmp(disposition, "attachment") == 0;
 }
 
+// The decoded bytes of an attachment's part, its body read from where it is; false when that cannot be
+// had now.
+bool ReadAttachmentBytes(const CAttachmentContent& attachment,
+                         const std::function<void(std::string_view)>& sink) {
+    if (!attachment.part || !GMIME_IS_PART(attachment.part.get())) return true;
+    GMimePart* part = GMIME_PART(attachment.part.get());
+    if (attachment.leftOut) return attachment.leftOut->Read(g_mime_part_get_content_encoding(part), sink);
+    ReadPartBytes(part, sink);
+    return true;
+}
+
 // Walks the MIME tree: the first text/plain and text/html leaves that are not attachments are the
-// bodies, every other leaf and every embedded message an attachment.
+// bodies, every other leaf and every embedded message an attachment. Parts are named by their IMAP
+// sections as it goes, for the bodies the file goes without.
 class CMimeWalker {
 public:
-    CMimeWalker(CMessageContent& content, std::string hint) : m_content(content), m_hint(std::move(hint)) {}
+    CMimeWalker(CMessageContent& content, std::string hint, std::shared_ptr<ILeftOutBodies> leftOut)
+        : m_content(content), m_hint(std::move(hint)), m_leftOut(std::move(leftOut)) {}
 
     void Walk(GMimeObject* root) {
-        std::vector<GMimeObject*> pending{root};
+        // A multipart root has no section of its own; the body of a single part is section 1.
+        std::vector<std::pair<GMimeObject*, std::string>> pending{
+            {root, GMIME_IS_MULTIPART(root) ? "" : "1"}};
         while (!pending.empty()) {
-            GMimeObject* object = pending.back();
+            auto [object, section] = std::move(pending.back());
             pending.pop_back();
             if (!object) continue;
             if (GMIME_IS_MULTIPART(object)) {
                 const int count = g_mime_multipart_get_count(GMIME_MULTIPART(object));
                 for (int i = count - 1; i >= 0; --i)
-                    pending.push_back(g_mime_multipart_get_part(GMIME_MULTIPART(object), i));
+                    pending.emplace_back(g_mime_multipart_get_part(GMIME_MULTIPART(object), i),
+                                         (section.empty() ? "" : section + ".") + std::to_string(i + 1));
             } else if (GMIME_IS_MESSAGE_PART(object)) {
-                AddAttachment(object, ATTACH_EMBEDDED_MSG);
+                AddAttachment(object, ATTACH_EMBEDDED_MSG, section);
             } else if (GMIME_IS_PART(object)) {
-                if (!TakeAsBody(object)) AddAttachment(object, ATTACH_BY_VALUE);
+                if (!TakeAsBody(object)) AddAttachment(object, ATTACH_BY_VALUE, section);
             }
         }
     }
@@ -162,7 +178,7 @@ private:
         return true;
     }
 
-    void AddAttachment(GMimeObject* object, ULONG method) {
+    void AddAttachment(GMimeObject* object, ULONG method, const std::string& section) {
         CAttachmentContent attachment;
         attachment.number = static_cast<ULONG>(m_content.attachments.size());
         attachment.method = method;
@@ -181,6 +197,9 @@ private:
         attachment.part = RefObject(object);
         // A part's size costs decoding it, so it is left to whoever asks for it.
         if (method == ATTACH_EMBEDDED_MSG) attachment.size = 0;
+        if (m_leftOut && method == ATTACH_BY_VALUE)
+            if (const std::optional<std::uint64_t> octets = m_leftOut->LeftOut(section))
+                attachment.leftOut = std::make_shared<CLeftOutBody>(m_leftOut, section, *octets);
         if (MayBeTnef(attachment) && UnpackTnef(attachment)) return;
         m_content.attachments.push_back(std::move(attachment));
     }
@@ -196,7 +215,8 @@ private:
     // winmail.dat itself. A part that is no TNEF stays an attachment, and so does a damaged one after what
     // could be unpacked from it, since it still holds the rest.
     bool UnpackTnef(CAttachmentContent& winmail) {
-        std::optional<CTnefContent> tnef = ReadTnef(DecodedBytes(winmail));
+        const std::optional<std::vector<BYTE>> stream = DecodedBytes(winmail);
+        std::optional<CTnefContent> tnef = stream ? ReadTnef(*stream) : std::nullopt;
         if (!tnef) return false;
         if (m_content.rtfCompressed.empty()) m_content.rtfCompressed = std::move(tnef->rtfCompressed);
         if (m_content.html.empty() && !tnef->html.empty())
@@ -222,6 +242,7 @@ private:
 
     CMessageContent& m_content;
     std::string m_hint;  // the message's charset, for raw 8-bit text in the parts' header fields
+    std::shared_ptr<ILeftOutBodies> m_leftOut;
     bool m_bHavePlain = false;
     bool m_bHaveHtml = false;
 };
@@ -298,7 +319,8 @@ void FinishContent(CMessageContent& content) {
 
 }  // namespace
 
-std::shared_ptr<CMessageContent> ReadMimeMessage(GMimeMessage* message) {
+std::shared_ptr<CMessageContent> ReadMimeMessage(GMimeMessage* message,
+                                                 std::shared_ptr<ILeftOutBodies> leftOut) {
     auto content = std::make_shared<CMessageContent>();
     if (!message) {
         FinishContent(*content);
@@ -307,17 +329,18 @@ std::shared_ptr<CMessageContent> ReadMimeMessage(GMimeMessage* message) {
     content->message = RefObject(message);
     const std::string hint = HeaderHint(message);
     FillProperties(message, hint, *content);
-    CMimeWalker(*content, hint).Walk(g_mime_message_get_mime_part(message));
+    CMimeWalker(*content, hint, std::move(leftOut)).Walk(g_mime_message_get_mime_part(message));
     FinishContent(*content);
     return content;
 }
 
-std::shared_ptr<CMessageContent> ReadMessageFile(int fd, std::vector<CPropValue> fallback) {
+std::shared_ptr<CMessageContent> ReadMessageFile(CMessageFile file, std::vector<CPropValue> fallback) {
     EnsureGMime();
     GObjectPtr<GMimeMessage> message;
-    if (fd >= 0) {
-        // The stream owns the descriptor; parts refer to their bytes in the file instead of copies.
-        GObjectPtr<GMimeStream> stream(g_mime_stream_fs_new(fd));
+    if (file.fd >= 0) {
+        // The stream owns the descriptor and begins where it stands; parts refer to their bytes in the file
+        // instead of copies.
+        GObjectPtr<GMimeStream> stream(g_mime_stream_fs_new(file.fd));
         GObjectPtr<GMimeParser> parser(g_mime_parser_new_with_stream(stream.get()));
         message.reset(g_mime_parser_construct_message(parser.get(), nullptr));
     }
@@ -327,7 +350,7 @@ std::shared_ptr<CMessageContent> ReadMessageFile(int fd, std::vector<CPropValue>
         FinishContent(*content);
         return content;
     }
-    return ReadMimeMessage(message.get());
+    return ReadMimeMessage(message.get(), std::move(file.leftOut));
 }
 
 CDeferredContent::CDeferredContent(std::shared_ptr<CMessageContent> ready) {
@@ -335,31 +358,56 @@ CDeferredContent::CDeferredContent(std::shared_ptr<CMessageContent> ready) {
 }
 
 CDeferredContent::~CDeferredContent() {
-    if (m_fd >= 0) close(m_fd);
+    if (m_file.fd >= 0) close(m_file.fd);
 }
 
 const std::shared_ptr<CMessageContent>& CDeferredContent::Get() const {
     std::call_once(m_once, [this] {
-        if (m_open) m_fd = std::exchange(m_open, nullptr)();
-        m_content = ReadMessageFile(std::exchange(m_fd, -1), std::move(m_fallback));
+        if (m_open) m_file = std::exchange(m_open, nullptr)();
+        m_content = ReadMessageFile(std::exchange(m_file, {}), std::move(m_fallback));
         m_fallback.clear();
     });
     return m_content;
 }
 
+bool CLeftOutBody::Read(GMimeContentEncoding encoding, const std::function<void(std::string_view)>& sink) {
+    std::lock_guard lock(m_lock);
+    if (!m_stream) {
+        const int fd = m_bodies->OpenBody(m_section);
+        if (fd < 0) return false;
+        m_stream.reset(g_mime_stream_fs_new(fd));
+    }
+    ReadEncodedBytes(m_stream.get(), encoding, sink);
+    return true;
+}
+
+bool CLeftOutBody::Fetched() const {
+    std::lock_guard lock(m_lock);
+    return m_stream != nullptr;
+}
+
 std::uint64_t AttachmentSize(const CAttachmentContent& attachment) {
     if (attachment.size) return *attachment.size;
     if (attachment.unpacked) return attachment.unpacked->size();
-    if (!attachment.part || !GMIME_IS_PART(attachment.part.get())) return 0;
-    return PartByteCount(GMIME_PART(attachment.part.get()));
+    if (attachment.leftOut && !attachment.leftOut->Fetched()) {
+        // Base64 gives three bytes for four and breaks its lines after 76 of them.
+        const std::uint64_t octets = attachment.leftOut->Octets();
+        const bool base64 = g_mime_part_get_content_encoding(GMIME_PART(attachment.part.get())) ==
+                            GMIME_CONTENT_ENCODING_BASE64;
+        return base64 ? (octets - octets / 78 * 2) / 4 * 3 : octets;
+    }
+    std::uint64_t count = 0;
+    ReadAttachmentBytes(attachment, [&](std::string_view piece) { count += piece.size(); });
+    return count;
 }
 
-std::vector<BYTE> DecodedBytes(const CAttachmentContent& attachment) {
+std::optional<std::vector<BYTE>> DecodedBytes(const CAttachmentContent& attachment) {
     if (attachment.unpacked) return *attachment.unpacked;
-    if (!attachment.part || !GMIME_IS_PART(attachment.part.get())) return {};
     std::vector<BYTE> bytes;
-    ReadPartBytes(GMIME_PART(attachment.part.get()),
-                  [&](std::string_view piece) { bytes.insert(bytes.end(), piece.begin(), piece.end()); });
+    if (!ReadAttachmentBytes(attachment, [&](std::string_view piece) {
+            bytes.insert(bytes.end(), piece.begin(), piece.end());
+        }))
+        return std::nullopt;
     return bytes;
 }
 

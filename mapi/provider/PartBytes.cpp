@@ -69,8 +69,12 @@ bool EndsBeforeLineFeed(GMimeStream* stream) {
 void ReadPartBytes(GMimePart* part, const std::function<void(std::string_view)>& sink) {
     GMimeDataWrapper* wrapper = part ? g_mime_part_get_content(part) : nullptr;
     GMimeStream* raw = wrapper ? g_mime_data_wrapper_get_stream(wrapper) : nullptr;
-    if (!raw) return;
-    CTransferDecoder decoder(g_mime_data_wrapper_get_encoding(wrapper));
+    if (raw) ReadEncodedBytes(raw, g_mime_data_wrapper_get_encoding(wrapper), sink);
+}
+
+void ReadEncodedBytes(GMimeStream* raw, GMimeContentEncoding encoding,
+                      const std::function<void(std::string_view)>& sink) {
+    CTransferDecoder decoder(encoding);
     g_mime_stream_reset(raw);
     char buffer[65536];
     bool heldCr = false;  // a CR that ended the last read, given on only once more follows
@@ -96,12 +100,6 @@ std::string PartBytes(GMimePart* part) {
     std::string bytes;
     ReadPartBytes(part, [&](std::string_view piece) { bytes.append(piece); });
     return bytes;
-}
-
-std::uint64_t PartByteCount(GMimePart* part) {
-    std::uint64_t count = 0;
-    ReadPartBytes(part, [&](std::string_view piece) { count += piece.size(); });
-    return count;
 }
 
 }  // namespace velmar::mapi

@@ -16,9 +16,10 @@ namespace velmar::mapi {
 // Hands the decoded bytes to sink piece by piece, in order, without holding them all; nothing for a part
 // without content.
 void ReadPartBytes(GMimePart* part, const std::function<void(std::string_view)>& sink);
+// The same for a body as sent, held in a stream of its own, in the given transfer encoding.
+void ReadEncodedBytes(GMimeStream* raw, GMimeContentEncoding encoding,
+                      const std::function<void(std::string_view)>& sink);
 // All of them.
 std::string PartBytes(GMimePart* part);
-// How many there are.
-std::uint64_t PartByteCount(GMimePart* part);
 
 }  // namespace velmar::mapi

@@ -44,7 +44,8 @@ void ReadContent(const CMessageContent& content, int depth) {
             ReadContent(*ReadMimeMessage(embedded), depth + 1);
         } else {
             // Counting the bytes and decoding them agree.
-            Check(DecodedBytes(attachment).size() == AttachmentSize(attachment));
+            const std::optional<std::vector<BYTE>> decoded = DecodedBytes(attachment);
+            Check(decoded && decoded->size() == AttachmentSize(attachment));
         }
     }
     Check(velmar::IsValidUtf8(content.html));
