@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "mapi/imap/ImapConnection.h"
+#include "mapi/imap/ImapMailboxName.h"
 #include "mapi/imap/ImapMessageParts.h"
 #include "mapi/imap/ImapSync.h"
 #include "mapi/provider/MimeContent.h"
@@ -92,6 +93,21 @@ bool Eventually(const std::function<bool()>& condition, int milliseconds = 15000
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     return condition();
+}
+
+// Folder names as the server writes them, for people: RFC 3501's examples, a character beyond the BMP, and
+// what is not modified UTF-7 left as written.
+TEST(ImapMailboxName, ModifiedUtf7ReadsAsItsCharacters) {
+    EXPECT_EQ(DecodeMailboxName("Entw&APw-rfe"), L"Entw\u00FCrfe");
+    EXPECT_EQ(DecodeMailboxName("~peter/mail/&U,BTFw-/&ZeVnLIqe-"),
+              L"~peter/mail/\u53F0\u5317/\u65E5\u672C\u8A9E");
+    EXPECT_EQ(DecodeMailboxName("Tom &- Jerry"), L"Tom & Jerry");
+    EXPECT_EQ(DecodeMailboxName("&2D3eAA-"), L"\U0001F600");
+    EXPECT_EQ(DecodeMailboxName("Rechnungen &2D3-"), L"Rechnungen &2D3-") << "a surrogate alone";
+    EXPECT_EQ(DecodeMailboxName("A&B!-C"), L"A&B!-C") << "not base64";
+    EXPECT_EQ(DecodeMailboxName("offen &APw"), L"offen &APw") << "never shifted back";
+    EXPECT_EQ(DecodeMailboxName("Gr\xC3\xBC\xC3\x9F"), L"Gr\u00FC\u00DF")
+        << "UTF-8 of a server that sends it";
 }
 
 class ImapTest : public ::testing::Test {

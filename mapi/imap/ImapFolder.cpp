@@ -5,13 +5,13 @@
 #include <algorithm>
 #include <iterator>
 
+#include "mapi/imap/ImapMailboxName.h"
 #include "mapi/imap/ImapStore.h"
 #include "mapi/provider/ContentsRow.h"
 #include "mapi/provider/Folder.h"
 #include "mapi/provider/Message.h"
 #include "mapi/runtime/Table.h"
 #include "mapitags.h"
-#include "support/Utf8.h"
 
 namespace velmar::mapi {
 namespace {
@@ -23,7 +23,7 @@ std::vector<BYTE> ImapFolderId(std::uint64_t storeId, const std::string& mailbox
 }
 
 std::wstring ImapFolderDisplayName(const std::string& mailbox) {
-    return mailbox == kImapInbox ? L"Posteingang" : Utf8ToWide(mailbox);
+    return mailbox == kImapInbox ? L"Posteingang" : DecodeMailboxName(mailbox);
 }
 
 // A message's place on the server: its UID in its folder; the read flag is the server's \Seen.
