@@ -65,26 +65,19 @@ private:
     std::map<std::string, std::uint64_t> m_leftOut;
 };
 
-// The tree of a message's parts, "(1(11))" for a multipart holding a leaf and a multipart of two leaves: as
-// the server reads it, and as GMime does.
-std::string Shape(const CImapPart& part) {
-    if (!part.multipart) return "1";
-    std::string shape = "(";
-    for (const CImapPart& child : part.parts) shape += Shape(child);
-    return shape + ")";
-}
-std::string Shape(GMimeObject* object) {
-    if (!GMIME_IS_MULTIPART(object)) return "1";
-    std::string shape = "(";
-    for (int i = 0; i < g_mime_multipart_get_count(GMIME_MULTIPART(object)); ++i)
-        shape += Shape(g_mime_multipart_get_part(GMIME_MULTIPART(object), i));
-    return shape + ")";
-}
-
 std::wstring Subject(const CMessageContent& content) {
     for (const auto& value : content.properties)
         if (value.ulPropTag == PR_SUBJECT_W) return std::get<std::wstring>(value.data);
     return {};
+}
+
+std::string WithLargeAttachment(const std::string& id, const std::string& base64) {
+    return "From: berta@example.org\r\nSubject: Heil\r\nMessage-ID: " + id +
+           "\r\nMIME-Version: 1.0\r\nContent-Type: multipart/mixed; boundary=\"b\"\r\n\r\n"
+           "--b\r\nContent-Type: text/plain\r\n\r\nHallo\r\n"
+           "--b\r\nContent-Type: application/octet-stream; name=\"daten.bin\"\r\n"
+           "Content-Transfer-Encoding: base64\r\n\r\n" +
+           base64 + "\r\n--b--\r\n";
 }
 
 bool Eventually(const std::function<bool()>& condition, int milliseconds = 15000) {
@@ -106,6 +99,8 @@ TEST(ImapMailboxName, ModifiedUtf7ReadsAsItsCharacters) {
     EXPECT_EQ(DecodeMailboxName("Rechnungen &2D3-"), L"Rechnungen &2D3-") << "a surrogate alone";
     EXPECT_EQ(DecodeMailboxName("A&B!-C"), L"A&B!-C") << "not base64";
     EXPECT_EQ(DecodeMailboxName("offen &APw"), L"offen &APw") << "never shifted back";
+    EXPECT_EQ(DecodeMailboxName("a&AAA-b"), L"a&AAA-b") << "ASCII is never shifted";
+    EXPECT_EQ(DecodeMailboxName("&APwA-"), L"&APwA-") << "a whole base64 character of padding";
     EXPECT_EQ(DecodeMailboxName("Gr\xC3\xBC\xC3\x9F"), L"Gr\u00FC\u00DF")
         << "UTF-8 of a server that sends it";
 }
@@ -326,8 +321,8 @@ TEST_F(ImapTest, ARestartAnswersFromDiskWhileTheServerIsAway) {
 
 // Every corpus message, put together from its sections with the body of every attachment left out and
 // fetched only when asked for, reads as the whole message does: bodies, subject, recipients, and every
-// attachment's name, type, content id and bytes. Only broken mail may be read otherwise by the server than
-// by GMime (two Content-Type fields, say); put together, it reads as the server reads it.
+// attachment's name, type, content id and bytes. Only broken mail is read otherwise by the server than by
+// GMime; that is fetched whole.
 TEST_F(ImapTest, CorpusMessagesPutTogetherFromTheirSectionsReadAsTheWholeMessage) {
     if (!fs::is_directory(kCorpora)) GTEST_SKIP() << "no corpora at " << kCorpora;
     CImapConnection connection;
@@ -350,28 +345,27 @@ TEST_F(ImapTest, CorpusMessagesPutTogetherFromTheirSectionsReadAsTheWholeMessage
             sources.push_back(entry.path().string());
         }
     }
-    size_t assembled = 0, fetchedLater = 0, readOtherwise = 0;
+    size_t assembled = 0, fetchedLater = 0, fetchedWhole = 0;
     for (size_t i = 0; i < uids.size(); ++i) {
         SCOPED_TRACE(sources[i]);
         CImapPart root;
         ASSERT_TRUE(connection.FetchStructure(uids[i], root, error)) << error;
         std::map<std::string, std::uint64_t> leftOut;
-        const std::vector<std::string> sections = SectionsToFetch(root, 1, leftOut);
-        if (sections.empty()) continue;
-        std::map<std::string, std::string> fetched;
-        ASSERT_TRUE(connection.FetchSections(uids[i], sections, fetched, error)) << error;
-        const std::optional<std::string> message = AssembleMessage(root, fetched);
-        ASSERT_TRUE(message);
+        if (SectionsToFetch(root, 1, leftOut).empty()) continue;  // nothing to leave out
+        const std::optional<std::string> message = FetchInParts(connection, uids[i], 1, leftOut, error);
         std::string whole;
         ASSERT_TRUE(connection.FetchMessage(uids[i], whole, error)) << error;
-        const auto bodies = std::make_shared<CFetchedBodies>(connection, uids[i], leftOut);
         const auto expected = ReadMessageFile({FileWith(whole), nullptr}, {});
-        const auto actual = ReadMessageFile({FileWith(*message), bodies}, {});
-        if (Shape(root) != Shape(g_mime_message_get_mime_part(expected->message.get()))) {
-            EXPECT_NE(sources[i].find("/malformed/"), std::string::npos) << Shape(root);
-            ++readOtherwise;
+        if (!message) {
+            // Read otherwise by GMime than the server's structure says (malformed/017: a boundary without its
+            // semicolon; 020 and 021: two Content-Type fields; missing-subtype.txt: a type without subtype):
+            // the whole message is fetched.
+            EXPECT_TRUE(leftOut.empty());
+            ++fetchedWhole;
             continue;
         }
+        const auto bodies = std::make_shared<CFetchedBodies>(connection, uids[i], leftOut);
+        const auto actual = ReadMessageFile({FileWith(*message), bodies}, {});
         EXPECT_EQ(actual->body, expected->body);
         EXPECT_EQ(actual->html, expected->html);
         EXPECT_EQ(Subject(*actual), Subject(*expected));
@@ -392,7 +386,41 @@ TEST_F(ImapTest, CorpusMessagesPutTogetherFromTheirSectionsReadAsTheWholeMessage
     }
     EXPECT_GT(assembled, 20u);
     EXPECT_GT(fetchedLater, 20u);
-    EXPECT_LT(readOtherwise, 5u);
+    EXPECT_LT(fetchedWhole, 5u);
+}
+
+// Broken mail whose part GMime reads otherwise than the server (two Content-Type fields: the server takes
+// the first, GMime the last) is fetched whole: left out, that body would have been read as an empty text.
+TEST_F(ImapTest, BrokenMailReadOtherwiseByGMimeIsFetchedWhole) {
+    const std::string data = Base64(std::string(100000, 'x'));
+    m_server->Deliver("anna", "INBOX",
+                      "From: berta@example.org\r\nSubject: Kaputt\r\nMessage-ID: <kaputt@example.org>\r\n"
+                      "MIME-Version: 1.0\r\nContent-Type: multipart/mixed; boundary=\"b\"\r\n\r\n"
+                      "--b\r\nContent-Type: text/plain\r\n\r\nHallo\r\n"
+                      "--b\r\nContent-Type: application/octet-stream; name=\"daten.bin\"\r\n"
+                      "Content-Type: text/plain\r\nContent-Transfer-Encoding: base64\r\n\r\n" +
+                          data + "\r\n--b--\r\n");
+    m_server->Deliver("anna", "INBOX", WithLargeAttachment("<heil@example.org>", data));
+    const std::shared_ptr<CImapSync> sync = CImapSync::ForStore(Store(StartTls()));
+    ASSERT_TRUE(
+        Eventually([&] { return sync->Snapshot("INBOX") && sync->Snapshot("INBOX")->RowCount() == 2; }));
+    const auto snapshot = sync->Snapshot("INBOX");
+    for (size_t row = 0; row < 2; ++row) {
+        const bool broken = snapshot->Message(row).messageId == "<kaputt@example.org>";
+        SCOPED_TRACE(broken ? "broken" : "sound");
+        std::string error;
+        std::map<std::string, std::uint64_t> leftOut;
+        const int fd = sync->OpenMessage("INBOX", snapshot->State().uidValidity, snapshot->Message(row).uid,
+                                         0, leftOut, error);
+        ASSERT_GE(fd, 0) << error;
+        EXPECT_EQ(leftOut.size(), broken ? 0u : 1u);
+        // Whole, the broken message's second part is an attachment of its own with all its bytes.
+        const auto content = ReadMessageFile({fd, nullptr}, {});
+        if (broken) {
+            ASSERT_EQ(content->attachments.size(), 1u);
+            EXPECT_EQ(DecodedBytes(content->attachments[0]).value_or(std::vector<BYTE>()).size(), 100000u);
+        }
+    }
 }
 
 }  // namespace

@@ -160,8 +160,11 @@ bool CImapConnection::Check(int result, const char* what, std::string& error) {
         error += ": keine Verbindung zum Server";
     else
         error += ": Fehler " + std::to_string(result);
-    // A stream that broke is of no more use: the next call opens a new connection.
-    if (result == MAILIMAP_ERROR_STREAM || result == MAILIMAP_ERROR_CONNECTION_REFUSED) Close();
+    // A stream that broke, or one whose answers could not be read to their end (out of step with the server
+    // now, or ended by the server's BYE), is of no more use: the next call opens a new connection.
+    if (result == MAILIMAP_ERROR_STREAM || result == MAILIMAP_ERROR_CONNECTION_REFUSED ||
+        result == MAILIMAP_ERROR_PARSE || result == MAILIMAP_ERROR_FATAL || result == MAILIMAP_ERROR_PROTOCOL)
+        Close();
     return false;
 }
 
@@ -373,6 +376,10 @@ bool CImapConnection::KeepSelected(const std::string& mailbox, std::uint32_t& ui
         if (!Select(mailbox, state, error)) return false;
     } else if (!Check(mailimap_noop(m_session), "NOOP", error)) {
         return false;
+    } else if (const mailimap_selection_info* info = m_session->imap_selection_info;
+               info && info->sel_uidvalidity) {
+        // A server that reports another UIDVALIDITY while the folder is selected is believed.
+        m_selectedValidity = info->sel_uidvalidity;
     }
     uidValidity = m_selectedValidity;
     return true;
@@ -457,8 +464,7 @@ bool CImapConnection::FetchFlags(std::uint32_t toUid, std::uint64_t changedSince
         changedSince && HasCapability("CONDSTORE")
             ? mailimap_uid_fetch_changedsince(m_session, set.get(), type.get(), changedSince, &raw)
             : mailimap_uid_fetch(m_session, set.get(), type.get(), &raw);
-    const FetchList results(raw);
-    if (result == MAILIMAP_ERROR_FETCH && m_session->imap_stream) return true;
+    const FetchList results = TakeFetchList(result, raw);
     if (!Check(result, "UID FETCH FLAGS", error)) return false;
     for (clistiter* it = clist_begin(results.get()); it; it = clist_next(it)) {
         std::uint32_t uid = 0, flags = 0;

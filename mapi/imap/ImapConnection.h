@@ -80,8 +80,8 @@ public:
     bool Select(const std::string& mailbox, CImapMailboxState& state, std::string& error);
     // The mailbox selected for calls on its messages: a SELECT only when another (or none) is selected,
     // else a NOOP, which has the server report what arrived since. A SELECT costs a server a look at the
-    // whole folder. uidValidity: as the SELECT found it (a server ends the session rather than change it
-    // under a client).
+    // whole folder. uidValidity: as the SELECT found it, or as the server reported it since (a server ends
+    // the session, or says so, rather than change it under a client unseen).
     bool KeepSelected(const std::string& mailbox, std::uint32_t& uidValidity, std::string& error);
 
     // UID FETCH fromUid:* of what a lookup needs, each message handed to row as it is read.

@@ -27,6 +27,12 @@ struct CFlagListDeleter {
 };
 using FlagList = std::unique_ptr<mailimap_flag_list, CFlagListDeleter>;
 
+// The answers of a (UID) FETCH: libetpan frees them itself when the server refused the command, without
+// clearing the pointer it handed out, so only a FETCH that succeeded gives them an owner.
+inline FetchList TakeFetchList(int result, clist* raw) {
+    return FetchList(result == MAILIMAP_NO_ERROR ? raw : nullptr);
+}
+
 // UIDs from..to, or from..* when to is 0.
 inline ImapSet UidRange(std::uint32_t from, std::uint32_t to) {
     return ImapSet(mailimap_set_new_interval(from, to));

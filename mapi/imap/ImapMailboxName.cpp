@@ -32,6 +32,8 @@ std::optional<std::string> DecodeRun(std::string_view run) {
         if (count < 16) continue;
         count -= 16;
         const char32_t unit = (bits >> count) & 0xFFFF;
+        // ASCII is never shifted: printable characters stand as themselves, control characters not at all.
+        if (unit < 0x80) return std::nullopt;
         if (unit >= 0xD800 && unit <= 0xDBFF) {
             if (high) return std::nullopt;
             high = unit;
@@ -44,8 +46,8 @@ std::optional<std::string> DecodeRun(std::string_view run) {
             AppendUtf8(text, unit);
         }
     }
-    // What is left over is padding: zero bits, fewer than a code unit.
-    if (high || text.empty() || (bits & ((1u << count) - 1)) != 0) return std::nullopt;
+    // What is left over is padding: zero bits, fewer than a base64 character's.
+    if (high || text.empty() || count >= 6 || (bits & ((1u << count) - 1)) != 0) return std::nullopt;
     return text;
 }
 

@@ -8,6 +8,7 @@
 
 #include "mapi/imap/ImapConnection.h"
 #include "mapi/imap/ImapLibetpan.h"
+#include "mapi/provider/GMimeSupport.h"
 
 namespace velmar::mapi {
 namespace {
@@ -27,6 +28,13 @@ std::string ParameterOf(const mailimap_body_fld_param* parameters, const char* n
             return parameter->pa_value;
     }
     return {};
+}
+
+// Outlook's winmail.dat, which the reader unpacks as it reads the message (a message/ type, too, stays: the
+// reader may take one for an embedded message).
+bool IsTnef(const char* subtype, const std::string& name, const std::string& fileName) {
+    return (subtype && (strcasecmp(subtype, "ms-tnef") == 0 || strcasecmp(subtype, "vnd.ms-tnef") == 0)) ||
+           strcasecmp(name.c_str(), "winmail.dat") == 0 || strcasecmp(fileName.c_str(), "winmail.dat") == 0;
 }
 
 // body: the section of the part's body ("" for the root multipart); header: that of its header.
@@ -52,10 +60,14 @@ CImapPart PartOf(const mailimap_body& structure, std::string body, std::string h
     if (!leaf) return part;
     if (leaf->bd_type == MAILIMAP_BODY_TYPE_1PART_BASIC && leaf->bd_data.bd_type_basic &&
         leaf->bd_data.bd_type_basic->bd_fields) {
-        // Every message/ type stays: the reader may take one for an embedded message.
-        const mailimap_media_basic* media = leaf->bd_data.bd_type_basic->bd_media_basic;
-        part.leftOutable = media && media->med_type != MAILIMAP_MEDIA_BASIC_MESSAGE;
-        part.octets = leaf->bd_data.bd_type_basic->bd_fields->bd_size;
+        const mailimap_body_type_basic& basic = *leaf->bd_data.bd_type_basic;
+        const mailimap_body_fld_dsp* disposition =
+            leaf->bd_ext_1part ? leaf->bd_ext_1part->bd_disposition : nullptr;
+        part.leftOutable =
+            basic.bd_media_basic && basic.bd_media_basic->med_type != MAILIMAP_MEDIA_BASIC_MESSAGE &&
+            !IsTnef(basic.bd_media_basic->med_subtype, ParameterOf(basic.bd_fields->bd_parameter, "name"),
+                    disposition ? ParameterOf(disposition->dsp_attributes, "filename") : "");
+        part.octets = basic.bd_fields->bd_size;
     } else if (leaf->bd_type == MAILIMAP_BODY_TYPE_1PART_TEXT && leaf->bd_data.bd_type_text &&
                leaf->bd_data.bd_type_text->bd_fields) {
         part.octets = leaf->bd_data.bd_type_text->bd_fields->bd_size;
@@ -151,7 +163,51 @@ bool AppendBody(const CImapPart& part, const std::map<std::string, std::string>&
     return true;
 }
 
+// Whether GMime's reading of a part is the structure's: the same tree, and every body left out a leaf the
+// reader takes for an attachment (no text to show, no embedded message).
+bool ReadsAs(GMimeObject* object, const CImapPart& part,
+             const std::map<std::string, std::uint64_t>& leftOut) {
+    if (!object) return false;
+    if (part.multipart != GMIME_IS_MULTIPART(object)) return false;
+    if (part.multipart) {
+        GMimeMultipart* multipart = GMIME_MULTIPART(object);
+        if (g_mime_multipart_get_count(multipart) != static_cast<int>(part.parts.size())) return false;
+        for (size_t i = 0; i < part.parts.size(); ++i)
+            if (!ReadsAs(g_mime_multipart_get_part(multipart, static_cast<int>(i)), part.parts[i], leftOut))
+                return false;
+        return true;
+    }
+    return !leftOut.count(part.body) ||
+           (GMIME_IS_PART(object) && !GMIME_IS_TEXT_PART(object) && !GMIME_IS_MESSAGE_PART(object));
+}
+
+bool ReadsAsStructure(std::string_view message, const CImapPart& root,
+                      const std::map<std::string, std::uint64_t>& leftOut) {
+    EnsureGMime();
+    GObjectPtr<GMimeStream> stream(g_mime_stream_mem_new_with_buffer(message.data(), message.size()));
+    GObjectPtr<GMimeParser> parser(g_mime_parser_new_with_stream(stream.get()));
+    GObjectPtr<GMimeMessage> parsed(g_mime_parser_construct_message(parser.get(), nullptr));
+    return parsed && ReadsAs(g_mime_message_get_mime_part(parsed.get()), root, leftOut);
+}
+
 }  // namespace
+
+std::optional<std::string> FetchInParts(CImapConnection& connection, std::uint32_t uid,
+                                        std::uint64_t leftOutFrom,
+                                        std::map<std::string, std::uint64_t>& leftOut, std::string& error) {
+    leftOut.clear();
+    CImapPart root;
+    if (!connection.FetchStructure(uid, root, error)) return std::nullopt;
+    const std::vector<std::string> sections = SectionsToFetch(root, leftOutFrom, leftOut);
+    std::map<std::string, std::string> fetched;
+    std::optional<std::string> message;
+    if (!sections.empty() && LeftOutLine(leftOut).size() <= kLongestLeftOutLine &&
+        connection.FetchSections(uid, sections, fetched, error))
+        message = AssembleMessage(root, fetched);
+    if (message && !ReadsAsStructure(*message, root, leftOut)) message.reset();
+    if (!message) leftOut.clear();
+    return message;
+}
 
 std::vector<std::string> SectionsToFetch(const CImapPart& root, std::uint64_t leftOutFrom,
                                          std::map<std::string, std::uint64_t>& leftOut) {
@@ -212,7 +268,7 @@ bool CImapConnection::FetchStructure(std::uint32_t uid, CImapPart& root, std::st
     const ImapSet set = UidRange(uid, uid);
     clist* raw = nullptr;
     const int result = mailimap_uid_fetch(m_session, set.get(), type.get(), &raw);
-    const FetchList results(raw);
+    const FetchList results = TakeFetchList(result, raw);
     if (!Check(result, ("UID FETCH " + std::to_string(uid) + " BODYSTRUCTURE").c_str(), error)) return false;
     for (clistiter* it = clist_begin(results.get()); it; it = clist_next(it)) {
         std::uint32_t fetchedUid = 0;
@@ -244,7 +300,7 @@ bool CImapConnection::FetchSections(std::uint32_t uid, const std::vector<std::st
     const ImapSet set = UidRange(uid, uid);
     clist* raw = nullptr;
     const int result = mailimap_uid_fetch(m_session, set.get(), type.get(), &raw);
-    const FetchList results(raw);
+    const FetchList results = TakeFetchList(result, raw);
     if (!Check(result, ("UID FETCH " + std::to_string(uid)).c_str(), error)) return false;
     for (clistiter* it = clist_begin(results.get()); it; it = clist_next(it)) {
         std::uint32_t fetchedUid = 0;
@@ -254,10 +310,10 @@ bool CImapConnection::FetchSections(std::uint32_t uid, const std::vector<std::st
                               if (value.att_type == MAILIMAP_MSG_ATT_UID) fetchedUid = value.att_data.att_uid;
                               if (value.att_type != MAILIMAP_MSG_ATT_BODY_SECTION) return;
                               const mailimap_msg_att_body_section* section = value.att_data.att_body_section;
-                              if (!section) return;
-                              std::string& slot = found[SectionName(section->sec_section)];
-                              if (section->sec_body_part)
-                                  slot.assign(section->sec_body_part, section->sec_length);
+                              // NIL: the server has no such section.
+                              if (!section || !section->sec_body_part) return;
+                              found[SectionName(section->sec_section)].assign(section->sec_body_part,
+                                                                              section->sec_length);
                           });
         if (fetchedUid != uid) continue;
         for (auto& [name, part] : found) bytes[name] = std::move(part);

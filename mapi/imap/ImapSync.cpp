@@ -77,7 +77,7 @@ std::map<std::uint64_t, std::shared_ptr<CImapSync>>& Registry() {
 // Reads the first line of a cached message file, which names the bodies the message goes without, and
 // leaves the file just past it; false for a file without one.
 bool SkipLeftOutLine(int fd, std::map<std::string, std::uint64_t>& leftOut) {
-    char head[16384];
+    char head[kLongestLeftOutLine + 1];
     const ssize_t got = pread(fd, head, sizeof head, 0);
     if (got <= 0) return false;
     const std::string_view text(head, static_cast<size_t>(got));
@@ -459,25 +459,20 @@ bool CImapSync::SelectForMessage(const std::string& folder, std::uint32_t uidVal
     return false;
 }
 
-// A small message is fetched whole; a larger one by its structure, its large attachments left out when it
-// has any (the whole message again when it cannot be put together from its sections).
-bool CImapSync::FetchForOpening(std::uint32_t uid, std::uint64_t size,
-                                std::map<std::string, std::uint64_t>& leftOut, std::string& message,
-                                std::string& error) {
+// A small message is fetched whole; a larger one in parts, its large attachments left on the server, unless
+// the whole message is the better fetch (FetchInParts).
+bool CImapSync::FetchForOpening(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid,
+                                std::uint64_t size, std::map<std::string, std::uint64_t>& leftOut,
+                                std::string& message, std::string& error) {
     leftOut.clear();
     if (size == 0 || size >= kLeftOutOctets) {
-        CImapPart root;
-        if (!m_command.FetchStructure(uid, root, error)) return false;
-        const std::vector<std::string> sections = SectionsToFetch(root, kLeftOutOctets, leftOut);
-        if (!sections.empty()) {
-            std::map<std::string, std::string> fetched;
-            if (!m_command.FetchSections(uid, sections, fetched, error)) return false;
-            if (std::optional<std::string> assembled = AssembleMessage(root, fetched)) {
-                message = std::move(*assembled);
-                return true;
-            }
-            leftOut.clear();
+        if (std::optional<std::string> assembled =
+                FetchInParts(m_command, uid, kLeftOutOctets, leftOut, error)) {
+            message = std::move(*assembled);
+            return true;
         }
+        // A connection that broke over the structure is opened again for the whole message.
+        if (!m_command.IsOpen() && !SelectForMessage(folder, uidValidity, error)) return false;
     }
     return m_command.FetchMessage(uid, message, error);
 }
@@ -497,7 +492,7 @@ int CImapSync::OpenMessage(const std::string& folder, std::uint32_t uidValidity,
         std::lock_guard command(m_commandLock);
         const CPipeSignalGuard quiet;
         if (!SelectForMessage(folder, uidValidity, error)) return -1;
-        if (!FetchForOpening(uid, size, leftOut, message, error)) return -1;
+        if (!FetchForOpening(folder, uidValidity, uid, size, leftOut, message, error)) return -1;
     }
     const int fd = Keep(path, LeftOutLine(leftOut) + "\n" + message, error);
     if (fd >= 0 && !SkipLeftOutLine(fd, leftOut)) {

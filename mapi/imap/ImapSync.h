@@ -96,7 +96,8 @@ private:
     bool SelectFolder(const std::string& folder, std::uint32_t& uidValidity, std::string& error);
     // Selects the message's folder on the command connection, as long as it is still the one of the UIDs.
     bool SelectForMessage(const std::string& folder, std::uint32_t uidValidity, std::string& error);
-    bool FetchForOpening(std::uint32_t uid, std::uint64_t size, std::map<std::string, std::uint64_t>& leftOut,
+    bool FetchForOpening(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid,
+                         std::uint64_t size, std::map<std::string, std::uint64_t>& leftOut,
                          std::string& message, std::string& error);
     // Writes the bytes into the cache and opens them there (with no room, in an unnamed file of their own).
     int Keep(const std::string& path, std::string_view bytes, std::string& error);

@@ -195,6 +195,10 @@ const std::vector<BYTE>* CMimeAttach::Decoded() const {
 
 std::vector<CPropValue> CMimeAttach::Properties() const {
     const CAttachmentContent& attachment = m_content->attachments[m_index];
+    {
+        std::lock_guard lock(m_decodedLock);
+        if (m_decoded) return AttachmentProperties(attachment, m_decoded->size());
+    }
     // A body still on the server is not fetched for its size alone.
     const bool decodes = !attachment.size && !attachment.unpacked && !attachment.leftOut &&
                          attachment.method == ATTACH_BY_VALUE;
