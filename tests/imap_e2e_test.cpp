@@ -122,11 +122,11 @@ TEST_F(ImapService, EveryMessageCommandServesTheServersMailBesideMaildir) {
 }
 
 // Bytes that do not repeat, so that a part put together wrongly cannot pass for the original.
-std::string Noise(size_t size, unsigned seed) {
+std::string Noise(size_t size, unsigned state) {
     std::string bytes(size, '\0');
     for (char& byte : bytes) {
-        seed = seed * 1103515245u + 12345u;
-        byte = static_cast<char>(seed >> 16);
+        state = state * 1103515245u + 12345u;
+        byte = static_cast<char>(state >> 16);
     }
     return bytes;
 }

@@ -81,20 +81,21 @@ CImapPart PartOf(const mailimap_body& structure, std::string body, std::string h
 // How FETCH names a section in its answer, as the requests here spell it.
 std::string SectionName(const mailimap_section* section) {
     if (!section || !section->sec_spec) return {};
-    const mailimap_section_spec& spec = *section->sec_spec;
-    if (spec.sec_type == MAILIMAP_SECTION_SPEC_SECTION_MSGTEXT)
-        return spec.sec_data.sec_msgtext &&
-                       spec.sec_data.sec_msgtext->sec_type == MAILIMAP_SECTION_MSGTEXT_HEADER
+    const mailimap_section_spec& specifier = *section->sec_spec;
+    if (specifier.sec_type == MAILIMAP_SECTION_SPEC_SECTION_MSGTEXT)
+        return specifier.sec_data.sec_msgtext &&
+                       specifier.sec_data.sec_msgtext->sec_type == MAILIMAP_SECTION_MSGTEXT_HEADER
                    ? "HEADER"
                    : "?";
     std::string name;
-    if (spec.sec_data.sec_part && spec.sec_data.sec_part->sec_id) {
-        for (clistiter* it = clist_begin(spec.sec_data.sec_part->sec_id); it; it = clist_next(it)) {
+    if (specifier.sec_data.sec_part && specifier.sec_data.sec_part->sec_id) {
+        for (clistiter* it = clist_begin(specifier.sec_data.sec_part->sec_id); it; it = clist_next(it)) {
             if (!name.empty()) name += '.';
             name += std::to_string(*static_cast<const std::uint32_t*>(clist_content(it)));
         }
     }
-    if (spec.sec_text) name += spec.sec_text->sec_type == MAILIMAP_SECTION_TEXT_MIME ? ".MIME" : ".?";
+    if (specifier.sec_text)
+        name += specifier.sec_text->sec_type == MAILIMAP_SECTION_TEXT_MIME ? ".MIME" : ".?";
     return name;
 }
 
