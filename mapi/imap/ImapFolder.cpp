@@ -1,7 +1,5 @@
 #include "mapi/imap/ImapFolder.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <iterator>
 

@@ -4,7 +4,6 @@
 
 #include <charconv>
 #include <cstdlib>
-#include <cstring>
 
 #include "mapi/imap/ImapConnection.h"
 #include "mapi/imap/ImapLibetpan.h"
