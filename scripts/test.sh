@@ -32,9 +32,14 @@ run_ctest() {
     return "$status"
 }
 
+# The time since the script started, so that a slow step shows in the log.
+elapsed() {
+    printf '%dm%02ds' $((SECONDS / 60)) $((SECONDS % 60))
+}
+
 build_and_test() {
     local preset=$1
-    echo "==== $preset: configure and build"
+    echo "==== $preset: configure and build (at $(elapsed))"
     if ! cmake --preset "$preset" >/dev/null || ! cmake --build --preset "$preset"; then
         failed_steps+=("$preset build")
         return
@@ -45,13 +50,13 @@ build_and_test() {
         WINEPREFIX="$PWD/build/windows/wineprefix" "$wine" wineboot --init >/dev/null 2>&1
         WINEPREFIX="$PWD/build/windows/wineprefix" "$(dirname "$wine")/wineserver" -w 2>/dev/null || true
     fi
-    echo "==== $preset: tests"
+    echo "==== $preset: tests (at $(elapsed))"
     run_ctest "$preset" || failed_steps+=("$preset tests")
 }
 
 # The program as the run command builds it: the release preset (no tests of its own), then a smoke test of
 # the run command itself.
-echo "==== release: configure and build"
+echo "==== release: configure and build (at $(elapsed))"
 if cmake --preset release >/dev/null && cmake --build --preset release; then
     echo "==== release: smoke test of the run command"
     if bash scripts/smoke-run.sh; then
@@ -69,7 +74,7 @@ for preset in linux linux-asan linux-tsan linux-fuzz windows; do
 done
 
 echo
-echo "==== summary"
+echo "==== summary (after $(elapsed))"
 if [ ${#failed_steps[@]} -gt 0 ]; then
     echo "failed: ${failed_steps[*]}"
 fi

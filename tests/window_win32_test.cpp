@@ -9,6 +9,7 @@
 #include <atomic>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 #include "app/WindowTexts.h"
@@ -41,6 +42,15 @@ void Screenshot(const std::string& name) {
         CloseHandle(process.hProcess);
         CloseHandle(process.hThread);
     }
+}
+
+// A message to the real program's window that gives up after 20 s, so that a box the program opened
+// fails the test instead of hanging it.
+std::optional<LRESULT> SendToProgram(HWND window, UINT message, WPARAM wParam = 0, LPARAM lParam = 0) {
+    DWORD_PTR result = 0;
+    if (!SendMessageTimeoutW(window, message, wParam, lParam, SMTO_NORMAL, 20000, &result))
+        return std::nullopt;
+    return static_cast<LRESULT>(result);
 }
 
 std::wstring WindowText(HWND window) {
@@ -393,9 +403,11 @@ TEST(WindowProgram, RealProgramInTheTrayServesAndClosesByRequest) {
     velmar::test::CServiceProcess program(VELMAR_SERVICE_PROGRAM, {}, "NUL");
     ASSERT_TRUE(program.Started());
     HWND window = nullptr;
+    // Hidden alone is also the moment before the dialog first shows; minimised and hidden means its icon is
+    // in the tray.
     ASSERT_TRUE(WaitFor([&] {
         window = FindWindowW(L"#32770", L"VelmarTaskScheduler");
-        return window && !IsWindowVisible(window);
+        return window && IsIconic(window) && !IsWindowVisible(window);
     })) << "no window in the tray";
     std::unique_ptr<velmar::tools::IClientChannel> channel;
     ASSERT_TRUE(WaitFor([&] {
@@ -406,10 +418,11 @@ TEST(WindowProgram, RealProgramInTheTrayServesAndClosesByRequest) {
     ASSERT_TRUE(channel->Send(R"({"command-target":"MAPI","command":"IsMAPIDllInitialized"})"));
     ASSERT_TRUE(channel->Receive(reply, 20000));
 
-    SendMessageW(window, CVelmarTaskSchedulerDlg::kTrayNotify, 1, WM_LBUTTONDOWN);
+    ASSERT_TRUE(SendToProgram(window, CVelmarTaskSchedulerDlg::kTrayNotify, 1, WM_LBUTTONDOWN))
+        << "the program did not answer the click on its icon";
     ASSERT_TRUE(WaitFor([&] { return IsWindowVisible(window) != FALSE; }));
     HWND list = GetDlgItem(window, IDC_ACTIVITY_LIST);
-    ASSERT_TRUE(WaitFor([&] { return SendMessageW(list, LVM_GETITEMCOUNT, 0, 0) >= 6; }));
+    ASSERT_TRUE(WaitFor([&] { return SendToProgram(list, LVM_GETITEMCOUNT).value_or(0) >= 6; }));
 
     // The first line, read across processes: the item and its buffer live in the program's memory.
     DWORD processId = 0;
@@ -422,14 +435,14 @@ TEST(WindowProgram, RealProgramInTheTrayServesAndClosesByRequest) {
     item.pszText = reinterpret_cast<wchar_t*>(remote + 512);
     item.cchTextMax = 1024;
     WriteProcessMemory(process, remote, &item, sizeof item, nullptr);
-    SendMessageW(list, LVM_GETITEMTEXTW, 0, reinterpret_cast<LPARAM>(remote));
+    SendToProgram(list, LVM_GETITEMTEXTW, 0, reinterpret_cast<LPARAM>(remote));
     wchar_t first[1024] = L"";
     ReadProcessMemory(process, remote + 512, first, sizeof first - sizeof(wchar_t), nullptr);
     VirtualFreeEx(process, remote, 0, MEM_RELEASE);
     CloseHandle(process);
     EXPECT_EQ(std::wstring(first), L"VelmarTaskScheduler MEM_LIMIT=0 VELMAR_SYNC=1");
 
-    SendMessageW(GetDlgItem(window, IDC_COPY_LIST), BM_CLICK, 0, 0);
+    ASSERT_TRUE(SendToProgram(GetDlgItem(window, IDC_COPY_LIST), BM_CLICK));
     const auto copied = ClipboardText();
     ASSERT_TRUE(copied);
     EXPECT_NE(copied->first.find("\r\nHandlePipeRequest\r\n"), std::string::npos) << copied->first;
@@ -469,7 +482,7 @@ TEST(WindowProgram, PrintStartsHandTheirJobToTheWindowWhereItFailsCleanly) {
     std::string list;
     EXPECT_TRUE(WaitFor(
         [&] {
-            SendMessageW(GetDlgItem(window, IDC_COPY_LIST), BM_CLICK, 0, 0);
+            SendToProgram(GetDlgItem(window, IDC_COPY_LIST), BM_CLICK);
             const auto copied = ClipboardText();
             list = copied ? copied->first : std::string();
             return list.find(failed) != std::string::npos;
