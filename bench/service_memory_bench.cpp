@@ -1,7 +1,11 @@
-// The service's resident memory over many requests whose replies carry 1 MB each (GetMessageData of a
-// message with a 1 MB body, which the activity list also shows whole): printed after a warm-up and at
-// checkpoints, with the growth per request; it stays flat.
-//   service_memory_bench [requests=2000] (100000 for the long run)
+// The service's resident memory under two loads, each printed after a warm-up and at checkpoints, with the
+// growth per request:
+//   - requests whose replies carry 1 MB each (GetMessageData of a message with a 1 MB body, which the
+//     activity list also shows whole): it stays flat;
+//   - requests of 20 KB each (IsMAPIDllInitialized with a 20 KB member; the activity list shows every
+//     request whole), 30,000 of them: the growth against the 64 MB the process may take for its activity
+//     list of 32 MB and what goes with it.
+//   service_memory_bench [requests=2000] [small requests=30000]
 #include <unistd.h>
 
 #include <chrono>
@@ -28,10 +32,54 @@ bool Ask(velmar::CFramedSocket& socket, const std::string& request) {
            reply.find("\"status\": \"OK\"") != std::string::npos;
 }
 
+double Megabytes(long long kilobytes) {
+    return kilobytes / 1024.0;
+}
+
+// A fresh headless service asked `requests` times after 50 requests of warm-up; false when a request failed.
+bool MeasureLoad(const char* title, const std::string& socketPath, const std::string& request, int requests,
+                 double boundMegabytes) {
+    std::printf("%s\n", title);
+    velmar::test::CServiceProcess service(VELMAR_SERVICE_PROGRAM, {"--headless"}, "/dev/null");
+    int fd = -1;
+    for (int attempt = 0; attempt < 200 && fd < 0; ++attempt) {
+        fd = velmar::bench::Connect(socketPath);
+        if (fd < 0) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    velmar::CFramedSocket socket(fd);
+    bool ok = fd >= 0 &&
+              Ask(socket, R"({"command-target":"MAPI","command":"Logon","data_string":"Bench"})") &&
+              Ask(socket, R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})");
+    const long long start = velmar::test::ProcessStatusKilobytes(service.Id(), "VmRSS");
+    for (int i = 0; i < 50 && ok; ++i) ok = Ask(socket, request);
+    const long long warm = velmar::test::ProcessStatusKilobytes(service.Id(), "VmRSS");
+    std::printf("  after logon:                %7.1f MB resident\n", Megabytes(start));
+    std::printf("  after 50 requests (warm):   %7.1f MB resident\n", Megabytes(warm));
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 1; i <= requests && ok; ++i) {
+        ok = Ask(socket, request);
+        if (i % (requests / 4 > 0 ? requests / 4 : 1) == 0)
+            std::printf("  after %6d more requests: %7.1f MB resident\n", i,
+                        Megabytes(velmar::test::ProcessStatusKilobytes(service.Id(), "VmRSS")));
+    }
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    const long long last = velmar::test::ProcessStatusKilobytes(service.Id(), "VmRSS");
+    std::printf("  growth over %d requests:    %+.1f MB, %+.1f bytes per request (%.2f ms a request)\n",
+                requests, Megabytes(last - warm), (last - warm) * 1024.0 / requests,
+                seconds * 1e3 / requests);
+    if (boundMegabytes > 0)
+        std::printf("  growth since logon:         %+.1f MB of the %.0f MB allowed (%.2f)\n",
+                    Megabytes(last - start), boundMegabytes, Megabytes(last - start) / boundMegabytes);
+    Ask(socket, R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})");
+    service.WaitForExit(10000);
+    return ok;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     const int requests = argc > 1 ? std::atoi(argv[1]) : 2000;
+    const int smallRequests = argc > 2 ? std::atoi(argv[2]) : 30000;
     const fs::path root = fs::temp_directory_path() / ("velmar-memory-bench-" + std::to_string(getpid()));
     for (const char* sub : {"cur", "new", "tmp"}) fs::create_directories(root / "inbox" / sub);
     std::string body;
@@ -45,39 +93,13 @@ int main(int argc, char** argv) {
     const std::string socketPath = (root / "service.sock").string();
     setenv("VELMAR_PIPE", socketPath.c_str(), 1);
 
-    const std::string request =
+    const std::string large =
         R"({"command-target":"MAPI","command":"GetMessageData","messageId":"<mega@bench>","profileName":"Bench",)"
         R"("storeIndex":0})";
-    bool ok = true;
-    {
-        velmar::test::CServiceProcess service(VELMAR_SERVICE_PROGRAM, {"--headless"}, "/dev/null");
-        int fd = -1;
-        for (int attempt = 0; attempt < 200 && fd < 0; ++attempt) {
-            fd = velmar::bench::Connect(socketPath);
-            if (fd < 0) std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        velmar::CFramedSocket socket(fd);
-        ok = fd >= 0 && Ask(socket, R"({"command-target":"MAPI","command":"Logon","data_string":"Bench"})") &&
-             Ask(socket, R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})");
-        for (int i = 0; i < 50 && ok; ++i) ok = Ask(socket, request);
-        const long long warm = velmar::test::ProcessStatusKilobytes(service.Id(), "VmRSS");
-        std::printf("after 50 requests (warm):   %7.1f MB resident\n", warm / 1024.0);
-        const auto start = std::chrono::steady_clock::now();
-        for (int i = 1; i <= requests && ok; ++i) {
-            ok = Ask(socket, request);
-            if (i % (requests / 4 > 0 ? requests / 4 : 1) == 0)
-                std::printf("after %6d more requests: %7.1f MB resident\n", i,
-                            velmar::test::ProcessStatusKilobytes(service.Id(), "VmRSS") / 1024.0);
-        }
-        const double seconds =
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        const long long last = velmar::test::ProcessStatusKilobytes(service.Id(), "VmRSS");
-        std::printf("growth over %d requests:    %+.1f MB, %+.1f bytes per request (%.1f ms a request)\n",
-                    requests, (last - warm) / 1024.0, (last - warm) * 1024.0 / requests,
-                    seconds * 1e3 / requests);
-        Ask(socket, R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})");
-        service.WaitForExit(10000);
-    }
+    const std::string small = R"({"command-target":"MAPI","command":"IsMAPIDllInitialized","padding":")" +
+                              std::string(20 * 1024, 'x') + R"("})";
+    const bool ok = MeasureLoad("GetMessageData with a 1 MB reply:", socketPath, large, requests, 0) &&
+                    MeasureLoad("Requests of 20 KB:", socketPath, small, smallRequests, 64);
     fs::remove_all(root);
     if (!ok) {
         std::fprintf(stderr, "a request failed\n");
