@@ -18,6 +18,30 @@ constexpr auto kFinalWait = std::chrono::milliseconds(500);
 // How long a woken writer lets lines gather: one wake-up and one write for the lines of many requests.
 constexpr auto kGatherTime = std::chrono::milliseconds(5);
 
+// What a terminal acts on instead of showing it becomes visible text ("\x1b"): the C0 controls but tab, DEL
+// and the C1 controls (some terminals start an escape sequence at U+009B). A mail's subject must not set the
+// title of whoever watches or clear the screen. A line break inside a line (CR LF or LF, as in a reply's
+// JSON) stays a line break, so such a line reads as the list shows it; a lone CR would write over the text
+// before it and is escaped.
+std::wstring TerminalSafe(const std::wstring& line) {
+    static constexpr wchar_t kHex[] = L"0123456789abcdef";
+    std::wstring safe;
+    safe.reserve(line.size());
+    for (size_t i = 0; i < line.size(); ++i) {
+        const wchar_t c = line[i];
+        const bool lineBreak = c == L'\n' || (c == L'\r' && i + 1 < line.size() && line[i + 1] == L'\n');
+        const bool control = (c < 0x20 && c != L'\t') || (c >= 0x7F && c <= 0x9F);
+        if (!control || lineBreak) {
+            safe += c;
+            continue;
+        }
+        safe += L"\\x";
+        safe += kHex[(c >> 4) & 0xF];
+        safe += kHex[c & 0xF];
+    }
+    return safe;
+}
+
 }  // namespace
 
 struct CLineEcho::CState {
@@ -87,7 +111,7 @@ void CLineEcho::WriterLoop(const std::shared_ptr<CState>& state) {
         lock.unlock();
         std::string batch;
         for (const std::wstring& line : lines) {
-            batch += WideToAnsi(line);
+            batch += WideToAnsi(TerminalSafe(line));
             batch += '\n';
         }
         if (dropped > 0) batch += "... " + std::to_string(dropped) + " Zeilen ausgelassen\n";

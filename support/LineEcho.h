@@ -1,7 +1,8 @@
 // Echoes lines of text to standard output (of a headless program) from a thread of its own, so that whoever
 // adds a line never waits for the reader. Lines wait in a queue of bounded size; when the reader does not
 // keep up, further lines are dropped and counted, and the count is written after the lines that came
-// before them.
+// before them. Control characters that a terminal would act on are written as text ("\x1b"); the lines
+// themselves (the activity list, the clipboard) keep them.
 #pragma once
 
 #include <cstddef>

@@ -314,6 +314,26 @@ TEST_F(ImapService, AWrongPasswordFindsNothingAndSaysWhy) {
         << Activity();
 }
 
+// A tunnel command in a profile file that others may change is never run: the store says why.
+TEST_F(ImapService, ATunnelOfAProfileOthersMayChangeIsNeverRun) {
+    const fs::path ran = m_dir / "ran";
+    WriteFile(m_dir / "profiles.ini",
+              "[Velmar]\nstore1.name = Eins\nstore1.path = one\nstore1.address = one@x\n"
+              "store2.name = Firma\nstore2.imaptunnel = touch '" +
+                  ran.string() + "'; " + m_server->Tunnel("anna") + "\nstore2.address = anna@example.org\n");
+    fs::permissions(m_dir / "profiles.ini", fs::perms::all);
+    Start();
+    CSendRequest request;
+    request.to = {"one@x"};
+    request.forceSend = true;
+    Send(request);
+    EXPECT_NE(Activity().find("Firma: imaptunnel is ignored: the profile file " +
+                              (m_dir / "profiles.ini").string() + " may be changed by others"),
+              std::string::npos)
+        << Activity();
+    EXPECT_FALSE(fs::exists(ran)) << "the tunnel never ran";
+}
+
 // The replies to GetMessageData of every corpus message are the same from the server as from Maildir, the
 // delivery date aside (a file's time against the server's internal date) and the line ends (IMAP hands out
 // every message with CR LF, whatever the file on the server's disk has).

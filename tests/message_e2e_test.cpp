@@ -99,6 +99,27 @@ TEST_F(MessageCommands, StoreOwnersFollowTheSessionNotAMessageRequest) {
     EXPECT_STREQ(byMailbox->StringOf("status"), "OK");
 }
 
+// Whoever watches the headless service's output sees a mail's control characters as text: a subject that
+// would set the terminal's title and clear its screen reaches it escaped (the forward traces the subject, a
+// request may carry raw control bytes too).
+TEST_F(MessageCommands, ControlCharactersOfAMailReachTheTerminalAsText) {
+    Deliver("one", "1.M1.h",
+            Message("<titel@x>",
+                    "Rechnung\x1b]0;PWNED\x07\x1b[2J\xc2\x9b"
+                    "31m"));
+    Start();
+    Ask(R"({"command-target":"MAPI","command":"ForwardEmail","messageId":"<titel@x>","recipientsTo":["a@x"]})");
+    // Not for the service: never answered, but its text is in the list before the next request's.
+    ASSERT_TRUE(m_channel->Send("{\"command-target\":\"none\",\"x\":\"\x1b[2J\r\x08\"}"));
+    Ask(R"({"command-target":"MAPI","command":"IsMAPIDllInitialized"})");
+    const std::string output = Activity();
+    EXPECT_EQ(output.find_first_of("\x1b\x07\x08"), std::string::npos) << "no raw control character";
+    EXPECT_NE(output.find("GetSubject: Rechnung\\x1b]0;PWNED\\x07\\x1b[2J\\x9b31m"), std::string::npos)
+        << output;
+    EXPECT_NE(output.find("\"x\":\"\\x1b[2J\\x0d\\x08\"}"), std::string::npos) << output;
+    EXPECT_NE(output.find("Write Back Json\n{\r\n"), std::string::npos) << "line breaks of a line stay";
+}
+
 TEST_F(MessageCommands, MemoryStaysBoundedOverManyLargeReplies) {
     // Each reply carries a body of 1 MB, and the activity list shows each reply whole.
     std::string body;

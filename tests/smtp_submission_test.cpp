@@ -148,16 +148,16 @@ TEST_F(SmtpPassword, TheCommandsFirstLineIsThePassword) {
 TEST_F(SmtpPassword, ACommandThatFailsIsAnErrorAndItsOutputIsNotRepeated) {
     CSmtpSettings settings;
     settings.passwordEval = "echo geheim; exit 3";
-    EXPECT_EQ(ResolveSmtpPassword(settings, "", m_error), std::nullopt);
+    EXPECT_EQ(ResolveSmtpPassword(settings, Profile(0600), m_error), std::nullopt);
     EXPECT_NE(m_error.find("exit status 3"), std::string::npos) << m_error;
     EXPECT_EQ(m_error.find("geheim"), std::string::npos) << "the output may be the password";
 
     settings.passwordEval = "kill -9 $$";
-    EXPECT_EQ(ResolveSmtpPassword(settings, "", m_error), std::nullopt);
+    EXPECT_EQ(ResolveSmtpPassword(settings, Profile(0600), m_error), std::nullopt);
     EXPECT_NE(m_error.find("signal 9"), std::string::npos) << m_error;
 
     settings.passwordEval = "/nonexistent/password-program 2>/dev/null";
-    EXPECT_EQ(ResolveSmtpPassword(settings, "", m_error), std::nullopt);
+    EXPECT_EQ(ResolveSmtpPassword(settings, Profile(0600), m_error), std::nullopt);
     EXPECT_FALSE(m_error.empty());
     EXPECT_TRUE(NoZombies()) << "every command is reaped";
 }
@@ -168,7 +168,7 @@ TEST_F(SmtpPassword, ACommandThatLeavesAProcessBehindIsNotWaitedFor) {
     const fs::path pidFile = m_dir / "behind.pid";
     CSmtpSettings settings;
     settings.passwordEval = "sleep 60 2>/dev/null & echo $! > '" + pidFile.string() + "'; echo geheim";
-    EXPECT_EQ(ResolveSmtpPassword(settings, "", m_error), "geheim") << m_error;
+    EXPECT_EQ(ResolveSmtpPassword(settings, Profile(0600), m_error), "geheim") << m_error;
     const int behind = std::atoi(ReadFile(pidFile).c_str());
     ASSERT_GT(behind, 0);
     kill(behind, SIGKILL);
@@ -195,6 +195,31 @@ TEST_F(SmtpPassword, APasswordInTheFileCountsOnlyWhenOthersCannotReadIt) {
     m_error.clear();
     EXPECT_EQ(ResolveSmtpPassword(settings, Profile(0644), m_error), "") << "no password configured";
     EXPECT_TRUE(m_error.empty()) << m_error;
+}
+
+// A command is run only from a file nobody else can change; others may read it, as it holds no secret.
+TEST_F(SmtpPassword, ACommandRunsOnlyFromAFileNobodyElseMayChange) {
+    const fs::path ran = m_dir / "ran";
+    CSmtpSettings settings;
+    settings.passwordEval = "touch '" + ran.string() + "'; echo geheim";
+    EXPECT_EQ(ResolveSmtpPassword(settings, Profile(0644), m_error), "geheim") << m_error;
+    fs::remove(ran);
+    for (const mode_t open : {0620, 0602, 0666, 0660}) {
+        m_error.clear();
+        EXPECT_EQ(ResolveSmtpPassword(settings, Profile(open), m_error), std::nullopt) << std::oct << open;
+        EXPECT_NE(m_error.find("smtp.passwordeval is ignored"), std::string::npos) << m_error;
+        EXPECT_NE(m_error.find("changed by others"), std::string::npos) << m_error;
+    }
+    EXPECT_FALSE(fs::exists(ran)) << "the command never ran";
+    if (geteuid() != 0) return;  // only root can give the file away
+    const std::string profile = Profile(0600);
+    ASSERT_EQ(chown(profile.c_str(), 65534, 65534), 0);
+    EXPECT_EQ(ResolveSmtpPassword(settings, profile, m_error), std::nullopt);
+    EXPECT_NE(m_error.find("belongs to another user"), std::string::npos) << m_error;
+    settings.passwordEval.clear();
+    settings.password = "geheim";
+    EXPECT_EQ(ResolveSmtpPassword(settings, profile, m_error), std::nullopt) << "nor a password";
+    EXPECT_FALSE(fs::exists(ran));
 }
 
 // ------------------------------------------------------------------------------------------ submission
@@ -342,14 +367,15 @@ TEST_F(SmtpSubmission, NoTlsToBeHadIsTemporaryAndNothingIsSent) {
     EXPECT_TRUE(unknown.Messages().empty());
 }
 
-TEST_F(SmtpSubmission, AuthenticationRefusedIsPermanent) {
+// A wrong or expired password is the account's matter, never the message's: it waits for a right one.
+TEST_F(SmtpSubmission, ALogOnRefusedOrWantedIsTemporary) {
     CSmtpTestServer server(m_dir / "smtp", {"--auth", "anna:geheim"});
     ASSERT_TRUE(server.Running()) << server.StartError();
     CSmtpSettings settings = SettingsFor(server);
     settings.user = "anna";
     CSmtpResult result =
         SubmitBySmtp(settings, "falsch", "one@x.example", {"anna@remote.example"}, Message("A"));
-    EXPECT_EQ(result.outcome, SmtpOutcome::Permanent) << Described(result);
+    EXPECT_EQ(result.outcome, SmtpOutcome::Temporary) << Described(result);
     EXPECT_EQ(result.code, 535);
     EXPECT_NE(result.text.find("5.7.8"), std::string::npos) << "the server's words: " << result.text;
     EXPECT_EQ(result.recipients[0].code, 0);
@@ -357,9 +383,13 @@ TEST_F(SmtpSubmission, AuthenticationRefusedIsPermanent) {
     // No user: the server wants one before MAIL FROM.
     settings.user.clear();
     result = SubmitBySmtp(settings, "", "one@x.example", {"anna@remote.example"}, Message("B"));
-    EXPECT_EQ(result.outcome, SmtpOutcome::Permanent) << Described(result);
+    EXPECT_EQ(result.outcome, SmtpOutcome::Temporary) << Described(result);
     EXPECT_EQ(result.code, 530);
     EXPECT_TRUE(server.Messages().empty());
+
+    settings.user = "anna";
+    result = SubmitBySmtp(settings, "geheim", "one@x.example", {"anna@remote.example"}, Message("C"));
+    EXPECT_EQ(result.outcome, SmtpOutcome::Accepted) << Described(result);
 }
 
 TEST_F(SmtpSubmission, AFiveMegabyteMessageArrivesByteExact) {
@@ -448,7 +478,12 @@ TEST_F(SmtpSubmission, RepliesToMailFromAndToTheDataDecide) {
          "4.3.1 Insufficient storage"},
         {R"({"data": "554 5.6.0 Message refused"})", SmtpOutcome::Permanent, 554, "5.6.0 Message refused"},
         {R"({"mail": "421 4.3.2 Not now"})", SmtpOutcome::Temporary, 421, "4.3.2 Not now"},
-        {R"({"mail": "553 5.7.1 Sender refused"})", SmtpOutcome::Permanent, 553, "5.7.1 Sender refused"},
+        {R"({"mail": "553 5.7.1 Sender refused"})", SmtpOutcome::Temporary, 553, "5.7.1 Sender refused"},
+        {R"({"mail": "552 5.3.4 Message too big"})", SmtpOutcome::Permanent, 552, "5.3.4 Message too big"},
+        {R"({"data": "535 5.7.8 Authentication credentials invalid"})", SmtpOutcome::Temporary, 535,
+         "5.7.8 Authentication credentials invalid"},
+        {R"({"rcpt": {"anna@remote.example": "530 5.7.0 Authentication required"}})", SmtpOutcome::Temporary,
+         530, "5.7.0 Authentication required"},
     };
     for (const CCase& fault : cases) {
         server.SetControl(fault.control);

@@ -190,16 +190,18 @@ std::wstring CImapSync::Problem() const {
 
 bool CImapSync::Connect(CImapConnection& connection, std::string& error) {
     const CImapAccount& account = *m_store.imap;
+    // The problem is shown after the store's name: the key's own name says the rest.
     std::optional<std::string> password = std::string();
-    if (account.tunnel.empty()) {
-        if (!account.passwordEval.empty())
-            password = PasswordFromCommand(account.passwordEval, error);
-        else if (!account.password.empty())
-            password = PasswordFromProfile(account.password,
-                                           "the password of the store " + WideToUtf8(m_store.displayName),
-                                           ProfilesFilePath(), error);
-        if (!password) return false;
+    if (!account.tunnel.empty()) {
+        if (!ProfileFileTrusted(ProfilesFilePath(), "imaptunnel", EProfileTrust::Command, error))
+            return false;
+    } else if (!account.passwordEval.empty()) {
+        password =
+            PasswordFromProfileCommand(account.passwordEval, "passwordeval", ProfilesFilePath(), error);
+    } else if (!account.password.empty()) {
+        password = PasswordFromProfile(account.password, "password", ProfilesFilePath(), error);
     }
+    if (!password) return false;
     return connection.Open(account, *password, error);
 }
 

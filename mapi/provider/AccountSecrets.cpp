@@ -198,20 +198,41 @@ std::optional<std::string> PasswordFromCommand(const std::string& command, std::
     return line;
 }
 
-std::optional<std::string> PasswordFromProfile(const std::string& password, const std::string& key,
-                                               const std::string& profileFile, std::string& error) {
+bool ProfileFileTrusted(const std::string& profileFile, const std::string& key, EProfileTrust trust,
+                        std::string& error) {
     struct stat info {};
     if (stat(profileFile.c_str(), &info) != 0) {
         error = key + " is ignored: the profile file " + profileFile +
                 " cannot be looked at: " + std::strerror(errno);
-        return std::nullopt;
+        return false;
     }
-    if (info.st_mode & (S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH)) {
+    if (info.st_uid != geteuid()) {
+        error = key + " is ignored: the profile file " + profileFile + " belongs to another user";
+        return false;
+    }
+    if (info.st_mode & (S_IWGRP | S_IWOTH)) {
+        error =
+            key + " is ignored: the profile file " + profileFile + " may be changed by others (chmod 600 it)";
+        return false;
+    }
+    if (trust == EProfileTrust::Secret && (info.st_mode & (S_IRGRP | S_IROTH))) {
         error = key + " is ignored: the profile file " + profileFile +
-                " may be read or changed by others (chmod 600 it, or use a passwordeval command)";
-        return std::nullopt;
+                " may be read by others (chmod 600 it, or use a passwordeval command)";
+        return false;
     }
+    return true;
+}
+
+std::optional<std::string> PasswordFromProfile(const std::string& password, const std::string& key,
+                                               const std::string& profileFile, std::string& error) {
+    if (!ProfileFileTrusted(profileFile, key, EProfileTrust::Secret, error)) return std::nullopt;
     return password;
+}
+
+std::optional<std::string> PasswordFromProfileCommand(const std::string& command, const std::string& key,
+                                                      const std::string& profileFile, std::string& error) {
+    if (!ProfileFileTrusted(profileFile, key, EProfileTrust::Command, error)) return std::nullopt;
+    return PasswordFromCommand(command, error);
 }
 
 }  // namespace velmar::mapi

@@ -12,10 +12,25 @@ namespace velmar::mapi {
 // with error set to a sentence saying why; the output is never put in error, as it may be the password.
 std::optional<std::string> PasswordFromCommand(const std::string& command, std::string& error);
 
-// A password written in the profile file under key: honoured only when profileFile (stat'ed) is neither
-// readable nor writable by group or others; else nullopt and error says why.
+// What a key of the profile file hands the service: a command it runs (passwordeval, imaptunnel) or a secret
+// (password).
+enum class EProfileTrust { Command, Secret };
+
+// One rule for every key that is run or secret: the profile file (stat'ed) belongs to the user the service
+// runs as and nobody else may write it; for a secret, nobody else may read it either. False, with error a
+// sentence saying that key is ignored and why, when the file is not so.
+bool ProfileFileTrusted(const std::string& profileFile, const std::string& key, EProfileTrust trust,
+                        std::string& error);
+
+// A password written in the profile file under key: honoured only when the file is trusted with secrets
+// (ProfileFileTrusted); else nullopt and error says why.
 std::optional<std::string> PasswordFromProfile(const std::string& password, const std::string& key,
                                                const std::string& profileFile, std::string& error);
+
+// The password that command prints, for the key of the profile file that names the command: nullopt with
+// error set when the file is not trusted with commands or the command fails (PasswordFromCommand).
+std::optional<std::string> PasswordFromProfileCommand(const std::string& command, const std::string& key,
+                                                      const std::string& profileFile, std::string& error);
 
 // The host of "scheme://[user@]host[:port][/...]", without the brackets around an IPv6 address.
 std::string HostOfUrl(const std::string& url);

@@ -101,7 +101,7 @@ CRemoteResult SendRemote(const CProfile& profile, const std::string& from,
                 const auto own =
                     std::find_if(sent.recipients.begin(), sent.recipients.end(),
                                  [&](const CRecipientReply& r) { return r.address == recipient; });
-                const bool ownWords = own != sent.recipients.end() && own->code >= 500;
+                const bool ownWords = own != sent.recipients.end() && IsPermanentRefusal(own->code);
                 result.refused.push_back(
                     {recipient,
                      ownWords ? std::to_string(own->code) + " " + own->text
@@ -110,7 +110,7 @@ CRemoteResult SendRemote(const CProfile& profile, const std::string& from,
             return result;
         }
         for (const CRecipientReply& reply : sent.recipients) {
-            if (reply.code >= 500)
+            if (IsPermanentRefusal(reply.code))
                 result.refused.push_back({reply.address, std::to_string(reply.code) + " " + reply.text});
             else if (reply.code >= 200 && reply.code < 300 && sent.outcome == SmtpOutcome::Accepted)
                 result.accepted.push_back(reply.address);

@@ -58,7 +58,8 @@ StartTlsPolicy EffectiveStartTls(const CSmtpSettings& settings) {
 
 std::optional<std::string> ResolveSmtpPassword(const CSmtpSettings& settings, const std::string& profileFile,
                                                std::string& error) {
-    if (!settings.passwordEval.empty()) return PasswordFromCommand(settings.passwordEval, error);
+    if (!settings.passwordEval.empty())
+        return PasswordFromProfileCommand(settings.passwordEval, "smtp.passwordeval", profileFile, error);
     if (settings.password.empty()) return std::string();
     return PasswordFromProfile(settings.password, "smtp.password", profileFile, error);
 }

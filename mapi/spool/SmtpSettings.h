@@ -34,9 +34,10 @@ bool ApplySmtpSetting(CSmtpSettings& settings, std::string_view key, std::string
 StartTlsPolicy EffectiveStartTls(const CSmtpSettings& settings);
 
 // The password to log on with. From passwordEval when set: its first output line without the line end, run
-// by /bin/sh -c; a command that fails, is killed or runs longer than 30 s is an error. Else from password,
-// honoured only when profileFile (stat'ed) is neither readable nor writable by group or others. Returns
-// the password (empty when none is configured), or nullopt with error set to a sentence saying why.
+// by /bin/sh -c, and only when profileFile is trusted with commands (ProfileFileTrusted); a command that
+// fails, is killed or runs longer than 30 s is an error. Else from password, honoured only when profileFile
+// is trusted with secrets. Returns the password (empty when none is configured), or nullopt with error set
+// to a sentence saying why.
 std::optional<std::string> ResolveSmtpPassword(const CSmtpSettings& settings, const std::string& profileFile,
                                                std::string& error);
 

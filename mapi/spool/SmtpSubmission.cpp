@@ -200,32 +200,35 @@ int OnProgress(void* cancel, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
     return flag && flag->load() ? 1 : 0;
 }
 
-SmtpOutcome OutcomeOf(int code) {
-    return code >= 500 ? SmtpOutcome::Permanent : SmtpOutcome::Temporary;
-}
-
 // Decides the outcome from what the server said and, where it said nothing that decides, from how the
-// transfer ended.
+// transfer ended. Only the message itself (5xx to DATA or to the data, a size at MAIL FROM the server never
+// takes) and every recipient's own refusal are for good: whatever concerns our account (a log-on refused or
+// wanted, a sender address refused) or the connection waits for the profile or the server to be right.
 void Classify(const CSmtpTranscript& talk, CURLcode transfer, const char* curlError, CSmtpResult& result) {
     const auto decide = [&](SmtpOutcome outcome, const CReply& reply) {
         result.outcome = outcome;
         result.code = reply.code;
         result.text = reply.text;
     };
-    if (talk.Auth().code >= 400) return decide(OutcomeOf(talk.Auth().code), talk.Auth());
-    if (talk.Mail().code >= 400) return decide(OutcomeOf(talk.Mail().code), talk.Mail());
+    if (talk.Auth().code >= 400) return decide(SmtpOutcome::Temporary, talk.Auth());
+    if (talk.Mail().code >= 400)
+        return decide(talk.Mail().code == 552 ? SmtpOutcome::Permanent : SmtpOutcome::Temporary, talk.Mail());
     if (talk.Data().code >= 200 && talk.Data().code < 300) return decide(SmtpOutcome::Accepted, talk.Data());
-    if (talk.Data().code >= 400) return decide(OutcomeOf(talk.Data().code), talk.Data());
+    if (talk.Data().code >= 400)
+        return decide(IsPermanentRefusal(talk.Data().code) ? SmtpOutcome::Permanent : SmtpOutcome::Temporary,
+                      talk.Data());
 
     const std::vector<CRecipientReply>& recipients = talk.Recipients();
     const bool noneAccepted = std::all_of(recipients.begin(), recipients.end(),
                                           [](const CRecipientReply& r) { return r.code >= 400; });
     if (noneAccepted && !recipients.empty()) {
         // One refused for now is reason enough to try again; the report waits for the final word.
-        const auto temporary = std::find_if(recipients.begin(), recipients.end(),
-                                            [](const CRecipientReply& r) { return r.code < 500; });
+        const auto temporary =
+            std::find_if(recipients.begin(), recipients.end(),
+                         [](const CRecipientReply& r) { return !IsPermanentRefusal(r.code); });
         const CRecipientReply& deciding = temporary != recipients.end() ? *temporary : recipients.front();
-        return decide(OutcomeOf(deciding.code), CReply{deciding.code, deciding.text});
+        return decide(temporary != recipients.end() ? SmtpOutcome::Temporary : SmtpOutcome::Permanent,
+                      CReply{deciding.code, deciding.text});
     }
 
     result.outcome = SmtpOutcome::Temporary;
@@ -261,6 +264,14 @@ CSmtpResult Refused(const std::vector<std::string>& recipients, std::string text
 }
 
 }  // namespace
+
+bool ConcernsAccount(int code) {
+    return code == 530 || code == 534 || code == 535 || code == 538;
+}
+
+bool IsPermanentRefusal(int code) {
+    return code >= 500 && !ConcernsAccount(code);
+}
 
 CSmtpResult SubmitBySmtp(const CSmtpSettings& settings, const std::string& password, const std::string& from,
                          const std::vector<std::string>& recipients, std::string_view mime,

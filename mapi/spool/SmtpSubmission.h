@@ -27,18 +27,27 @@ struct CSmtpResult {
     std::vector<CRecipientReply> recipients;  // one per recipient, in the caller's order
 };
 
+// A reply about our account rather than the message or a recipient: a log-on wanted (530), too weak (534)
+// or refused (535), or one the server wants encrypted (538). Whatever command it answers, it is temporary:
+// the message waits until the profile is right.
+bool ConcernsAccount(int code);
+// A refusal for good of what the reply answers (a recipient, the message): 5xx, but none about our account.
+bool IsPermanentRefusal(int code);
+
 // Sends mime (the whole message, CR LF line ends; read in place, not copied) from `from` to the recipients
 // (bare addresses) through the server of settings, logging on with settings.user and password when a user
 // is set. Nothing is written anywhere, the password least of all. The outcome:
 //   Accepted: the server took the data for every recipient whose RCPT TO got a 2xx reply; those refused
-//     are listed with their replies, for the caller to report (5xx) or try again (4xx).
+//     are listed with their replies, for the caller to report (IsPermanentRefusal) or try again.
 //   Temporary: nothing was taken, and a later try may work: no connection, a lost or stalled one, TLS that
-//     cannot be had as the settings demand, a 4xx to the log-on, to MAIL FROM, to DATA or to the data, 4xx
-//     among recipients none of whom was accepted, or a connection lost after the data was sent (the server
-//     may have the message then: a retry may deliver it twice, which is safer than losing it). A set cancel
-//     flag ends the transfer early, also Temporary.
-//   Permanent: a 5xx to the log-on (535: wrong user or password), to MAIL FROM, to DATA or to the data, or to
-//     every recipient; no recipients, or an address with a line break.
+//     cannot be had as the settings demand, any refusal of the log-on (535: wrong user or password), a
+//     refusal of MAIL FROM (the sender, an account's matter) but for a size the server never takes, a reply
+//     about the account to any command (ConcernsAccount), a 4xx to DATA or to the data, recipients none of
+//     whom was accepted and one of whom may be later, or a connection lost after the data was sent (the
+//     server may have the message then: a retry may deliver it twice, which is safer than losing it). A set
+//     cancel flag ends the transfer early, also Temporary.
+//   Permanent: a 5xx to DATA or to the data (the message itself), 552 to MAIL FROM (its size), or every
+//     recipient refused for good; no recipients, or an address with a line break.
 CSmtpResult SubmitBySmtp(const CSmtpSettings& settings, const std::string& password, const std::string& from,
                          const std::vector<std::string>& recipients, std::string_view mime,
                          const std::atomic<bool>* cancel = nullptr);

@@ -136,6 +136,11 @@ Clock::time_point CSpooler::Pass(bool force) {
         std::lock_guard lock(m_lock);
         for (const auto& [name, profile] : m_profiles) profiles.push_back(profile);
     }
+    // The profile file as it is now: a password put right or a server changed counts from the next pass on,
+    // without a new logon.
+    for (const CProfile& now : LoadProfiles())
+        for (CProfile& profile : profiles)
+            if (profile.name == now.name) profile = now;
     Clock::time_point next = Clock::time_point::max();
     std::wstring status;
     size_t waiting = 0;
