@@ -137,21 +137,25 @@ TEST_F(MapiWrite, ADraftIsSavedInItsFolderAndReadsBackAsTheSameMessage) {
         Write(attach.get(), PR_ATTACH_DATA_BIN, data.data(), data.size());
         ASSERT_EQ(attach->SaveChanges(0), S_OK);
     }
+    const auto drafts = [&] {
+        std::vector<fs::path> files;
+        for (const auto& entry : fs::directory_iterator(m_mainPath / "cur")) files.push_back(entry.path());
+        return files;
+    };
     ASSERT_EQ(message->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
     SetText(message.get(), PR_SUBJECT_W, L"Entwurf, zweite Fassung");
     ASSERT_EQ(message->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
+    EXPECT_TRUE(drafts().empty()) << "saves kept open are written once the file is wanted";
 
-    // One draft file, the second version, flagged D.
-    std::vector<fs::path> drafts;
-    for (const auto& entry : fs::directory_iterator(m_mainPath / "cur")) drafts.push_back(entry.path());
-    ASSERT_EQ(drafts.size(), 1u) << "a draft saved again replaces its file";
-    EXPECT_NE(drafts[0].filename().string().find(":2,D"), std::string::npos);
-    const std::string file = ReadFile(drafts[0]);
-    EXPECT_NE(file.find("multipart/related"), std::string::npos) << "the image the HTML names";
-    EXPECT_NE(file.find("multipart/alternative"), std::string::npos);
-
+    // Asked for its entry id, the message is written: one draft file, the second version, flagged D.
     LPSPropValue entryId = nullptr;
     ASSERT_EQ(HrGetOneProp(message.get(), PR_ENTRYID, &entryId), S_OK);
+    ASSERT_EQ(drafts().size(), 1u);
+    EXPECT_NE(drafts()[0].filename().string().find(":2,D"), std::string::npos);
+    const std::string file = ReadFile(drafts()[0]);
+    EXPECT_NE(file.find("multipart/related"), std::string::npos) << "the image the HTML names";
+    EXPECT_NE(file.find("multipart/alternative"), std::string::npos);
+    EXPECT_NE(file.find("zweite Fassung"), std::string::npos);
     CComPtr<IMessage> reread =
         OpenById(store.get(),
                  std::vector<BYTE>(entryId->Value.bin.lpb, entryId->Value.bin.lpb + entryId->Value.bin.cb));
@@ -178,6 +182,24 @@ TEST_F(MapiWrite, ADraftIsSavedInItsFolderAndReadsBackAsTheSameMessage) {
                         RowText(rows.rows->aRow[r], PR_ATTACH_CONTENT_ID_W));
     std::sort(names.begin(), names.end());
     EXPECT_EQ(names, (std::vector<std::wstring>{L"Bericht.pdf|<error>", L"bild.png|bild1"}));
+
+    // Saved again and released: the new version replaces the file. A last save (not kept open) writes at
+    // once; a message never saved leaves nothing.
+    SetText(message.get(), PR_SUBJECT_W, L"Entwurf, dritte Fassung");
+    ASSERT_EQ(message->SaveChanges(KEEP_OPEN_READONLY), S_OK);
+    message.Reset();
+    ASSERT_EQ(drafts().size(), 1u) << "a draft saved again replaces its file";
+    EXPECT_NE(ReadFile(drafts()[0]).find("dritte Fassung"), std::string::npos);
+    CComPtr<IMessage> closing;
+    ASSERT_EQ(inbox->CreateMessage(nullptr, 0, closing.Put()), S_OK);
+    SetText(closing.get(), PR_SUBJECT_W, L"Zuletzt");
+    ASSERT_EQ(closing->SaveChanges(0), S_OK);
+    EXPECT_EQ(drafts().size(), 2u);
+    CComPtr<IMessage> unsaved;
+    ASSERT_EQ(inbox->CreateMessage(nullptr, 0, unsaved.Put()), S_OK);
+    SetText(unsaved.get(), PR_SUBJECT_W, L"Verworfen");
+    unsaved.Reset();
+    EXPECT_EQ(drafts().size(), 2u);
 }
 
 TEST_F(MapiWrite, CopyPropsTakesBodiesFromAMessageReadFromItsFile) {

@@ -63,7 +63,15 @@ HRESULT Guarded(Action&& action) {
 
 }  // namespace
 
-CDraftMessage::~CDraftMessage() = default;
+// The last reference is gone: a save not written yet becomes its draft file now. Nobody is left to hear of
+// a failure.
+CDraftMessage::~CDraftMessage() {
+    try {
+        std::lock_guard lock(m_lock);
+        static_cast<void>(WritePendingSave());
+    } catch (const std::bad_alloc&) {
+    }
+}
 
 std::vector<CPropValue> CDraftMessage::Properties() const {
     std::lock_guard lock(m_lock);
@@ -82,6 +90,23 @@ std::vector<CPropValue> CDraftMessage::Properties() const {
     SetValue(props, {PR_PARENT_ENTRYID, EncodeEntryId({EntryKind::Folder, m_store.id, m_folderName, {}})});
     SetValue(props, {PR_STORE_ENTRYID, EncodeEntryId({EntryKind::Store, m_store.id, {}, {}})});
     return props;
+}
+
+// Whoever asks for the entry id may open the message by it: a save not written yet is written first.
+HRESULT CDraftMessage::GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFlags, ULONG* lpcValues,
+                                LPSPropValue* lppPropArray) {
+    bool wantsEntryId = !lpPropTagArray;
+    for (ULONG i = 0; lpPropTagArray && i < lpPropTagArray->cValues; ++i)
+        wantsEntryId |= PROP_ID(lpPropTagArray->aulPropTag[i]) == PROP_ID(PR_ENTRYID) ||
+                        PROP_ID(lpPropTagArray->aulPropTag[i]) == PROP_ID(PR_RECORD_KEY);
+    if (wantsEntryId) {
+        const HRESULT written = Guarded([&] {
+            std::lock_guard lock(m_lock);
+            return WritePendingSave();
+        });
+        if (FAILED(written)) return written;
+    }
+    return CMapiProp<IMessage>::GetProps(lpPropTagArray, ulFlags, lpcValues, lppPropArray);
 }
 
 HRESULT CDraftMessage::SetProps(ULONG cValues, LPSPropValue lpPropArray, LPSPropProblemArray* lppProblems) {
@@ -135,12 +160,22 @@ HRESULT CDraftMessage::WriteFile(bool submit) {
     return S_OK;
 }
 
-HRESULT CDraftMessage::SaveChanges(ULONG) {
+HRESULT CDraftMessage::WritePendingSave() {
+    if (!m_savePending || m_submitted) return S_OK;
+    const HRESULT written = WriteFile(false);
+    if (SUCCEEDED(written)) m_savePending = false;
+    return written;
+}
+
+HRESULT CDraftMessage::SaveChanges(ULONG ulFlags) {
     return Guarded([&] {
         std::lock_guard lock(m_lock);
         // A submitted message belongs to the spooler now.
         if (m_submitted) return S_OK;
-        return WriteFile(false);
+        m_savePending = true;
+        // Kept open: written when the file is wanted. Closed: this is the last save, written now.
+        if (ulFlags & (KEEP_OPEN_READONLY | KEEP_OPEN_READWRITE)) return S_OK;
+        return WritePendingSave();
     });
 }
 
@@ -151,6 +186,7 @@ HRESULT CDraftMessage::SubmitMessage(ULONG) {
         const HRESULT written = WriteFile(true);
         if (SUCCEEDED(written)) {
             m_submitted = true;
+            m_savePending = false;
             m_flags |= MSGFLAG_SUBMIT;
         }
         return written;

@@ -1,6 +1,12 @@
 // A message being written, as IMAPIFolder::CreateMessage hands it out: properties, recipients, attachments
 // and body streams are kept in memory; SaveChanges keeps the message as a draft file in its folder, and
 // SubmitMessage queues it in the store's Outbox for the spooler.
+//
+// A client that saves after every change (a recipient at a time, say) must not pay a whole rendering and a
+// synced file each time: SaveChanges with KEEP_OPEN_* only notes that the message is saved, and the draft
+// file is written once it is wanted: when the message is released, saved without KEEP_OPEN_*, or asked for
+// its entry id (by which it can then be opened). A submit writes the queued file instead, synced before it
+// returns. Changes made after the last save go into the draft with it.
 #pragma once
 
 #include <memory>
@@ -18,6 +24,8 @@ public:
         : m_store(std::move(store)), m_folderName(std::move(folderName)) {}
     ~CDraftMessage() override;
 
+    HRESULT GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFlags, ULONG* lpcValues,
+                     LPSPropValue* lppPropArray) override;
     HRESULT SetProps(ULONG cValues, LPSPropValue lpPropArray, LPSPropProblemArray* lppProblems) override;
     HRESULT DeleteProps(LPSPropTagArray lpPropTagArray, LPSPropProblemArray* lppProblems) override;
     HRESULT OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG ulInterfaceOptions, ULONG ulFlags,
@@ -48,6 +56,8 @@ private:
     // Writes the content as a new file (a draft in its folder, or a queued message in the Outbox) and
     // removes the draft file written before, if any. Called with m_lock held.
     HRESULT WriteFile(bool submit);
+    // Writes the draft of a save not written yet. Called with m_lock held.
+    HRESULT WritePendingSave();
 
     const CStoreConfig m_store;
     const std::string m_folderName;
@@ -61,6 +71,7 @@ private:
     std::string m_draftPath;  // the draft file last saved; empty when none
     std::string m_draftKey;
     bool m_submitted = false;
+    bool m_savePending = false;  // saved, its draft file not written yet
 };
 
 class CDraftAttach : public CMapiProp<IAttach> {
