@@ -1,5 +1,7 @@
 // OpenStreamOnFile: IStream over a file. A file the stream creates is never reached through a symbolic
-// link in its last path element, so nobody can redirect a write to a file of their choosing.
+// link in its last path element, so nobody can redirect a write to a file of their choosing. Only regular
+// files are streams: whatever else a path names (a FIFO with no writer, a device, a terminal) is opened
+// without waiting and refused, so that a caller never hangs on it.
 #include <fcntl.h>
 #include <unistd.h>
 #include <sys/stat.h>
@@ -133,11 +135,11 @@ HRESULT OpenFileStream(ULONG ulFlags, const std::string& path, const std::string
         errno = error;
     } else {
         const int access = (mode & (STGM_WRITE | STGM_READWRITE)) ? O_RDWR : O_RDONLY;
-        fd = open(path.c_str(), access | O_CLOEXEC);
+        fd = open(path.c_str(), access | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     }
     if (fd < 0) return ErrnoToStorageError(errno);
     struct stat info {};
-    if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+    if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || fcntl(fd, F_SETFL, 0) != 0) {
         close(fd);
         return STG_E_ACCESSDENIED;
     }
