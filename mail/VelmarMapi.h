@@ -15,6 +15,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "mail/ClientMapiHolders.h"
@@ -82,6 +83,20 @@ public:
         friend class CVelmarMapi;
         CVelmarMapi& m_mapi;
         std::unique_lock<std::mutex> m_lock;
+    };
+
+    // While it lives, the session lock this thread holds (if any) is given up, and taken again when it
+    // goes: for work that needs nothing of the session's shared state (a send once its outbox is open, the
+    // spooler's pass, which may wait on a server for minutes), so that other requests go on meanwhile.
+    class CSessionLockGap {
+    public:
+        explicit CSessionLockGap(CVelmarMapi& mapi);
+        ~CSessionLockGap();
+        CSessionLockGap(const CSessionLockGap&) = delete;
+        CSessionLockGap& operator=(const CSessionLockGap&) = delete;
+
+    private:
+        CSessionLock* m_pGivenUp = nullptr;
     };
 
     // Session and profiles.
@@ -172,7 +187,8 @@ public:
     void CreateNewMSG(const std::wstring& strPath);
     void MyStgCreateStorageEx(const std::wstring& strPath);
 
-    // Composing and submitting. The outbox (and its store) is opened for one send and closed after it.
+    // Composing and submitting. The outbox (and its store) is opened for one send and closed after it; each
+    // thread has an outbox of its own, so a send runs without the session lock once its outbox is open.
     void OpenOutbox();
     void CloseOutbox();
     bool AddRecipient(LPMESSAGE lpMessage, const std::wstring& strRecipient, ULONG ulRecipientType);
@@ -210,8 +226,6 @@ private:
     // Read without the session lock by the commands that only ask whether MAPI is there.
     std::atomic<bool> m_bMAPIInitialized{false};
     velmar::CComPtr<IMAPISession> m_lpMAPISession;
-    velmar::CComPtr<IMsgStore> m_lpOutboxStore;
-    velmar::CComPtr<IMAPIFolder> m_lpOutboxFolder;
     velmar::CComPtr<IAddrBook> m_lpAddrBook;
     velmar::CComPtr<IProfAdmin> m_lpProfAdmin;
     std::vector<std::wstring> m_ProfileNames;
@@ -226,6 +240,20 @@ private:
     std::wstring m_strSessionProfileName;  // the profile the open session logged on to
     std::mutex m_formHostLock;
     std::shared_ptr<velmar::mail::IFormHost> m_pFormHost;
+
+    // The outbox of a send, from OpenOutbox to CloseOutbox, with the session it was opened on: all a send
+    // works on once it has given up the session lock.
+    struct COutbox {
+        velmar::CComPtr<IMAPISession> lpSession;
+        velmar::CComPtr<IMsgStore> lpStore;
+        velmar::CComPtr<IMAPIFolder> lpFolder;
+    };
+    // This thread's outbox; null when none is open. Only its own thread makes, uses or removes its entry.
+    COutbox* ThreadOutbox();
+    // The session of this thread's send: its outbox's once open, else the session.
+    IMAPISession* SendSession();
+    std::mutex m_outboxLock;
+    std::map<std::thread::id, COutbox> m_outboxes;
 
     // Sets the sent-representing identity from the store's owner; failures are traced and ignored.
     void SetRepresenting(LPMESSAGE lpMessage);

@@ -50,33 +50,51 @@ HRESULT WriteBytes(IStream* stream, const std::string& bytes) {
 
 }  // namespace
 
+CVelmarMapi::COutbox* CVelmarMapi::ThreadOutbox() {
+    std::lock_guard lock(m_outboxLock);
+    const auto found = m_outboxes.find(std::this_thread::get_id());
+    return found == m_outboxes.end() ? nullptr : &found->second;
+}
+
+IMAPISession* CVelmarMapi::SendSession() {
+    const COutbox* outbox = ThreadOutbox();
+    return outbox && outbox->lpSession ? outbox->lpSession.get() : m_lpMAPISession.get();
+}
+
+// The outbox is this thread's until CloseOutbox, which every caller reaches.
 void CVelmarMapi::OpenOutbox() {
     const CTraceScope trace(*this, L"CVelmarMapi::OpenOutbox");
-    if (!m_lpMAPISession || m_lpOutboxStore || m_nStoreIndex < 0 ||
+    const COutbox* open = ThreadOutbox();
+    if (!m_lpMAPISession || (open && open->lpStore) || m_nStoreIndex < 0 ||
         static_cast<size_t>(m_nStoreIndex) >= m_MsgStores.size())
         return;
+    COutbox& outbox = [&]() -> COutbox& {
+        std::lock_guard lock(m_outboxLock);
+        return m_outboxes[std::this_thread::get_id()];
+    }();
     const MsgStoreEntry* entry = m_MsgStores[static_cast<size_t>(m_nStoreIndex)].get();
     if (!entry || !entry->lpEntryID) return;
     trace.Step(L"OpenMsgStore start " + entry->strDisplayName);
     if (FAILED(m_lpMAPISession->OpenMsgStore(0, entry->lpEntryID->cb,
                                              reinterpret_cast<LPENTRYID>(entry->lpEntryID->lpb), nullptr,
-                                             MAPI_BEST_ACCESS, m_lpOutboxStore.Put())) ||
-        !m_lpOutboxStore) {
-        m_lpOutboxStore.Reset();
+                                             MAPI_BEST_ACCESS, outbox.lpStore.Put())) ||
+        !outbox.lpStore) {
+        outbox.lpStore.Reset();
         return;
     }
+    outbox.lpSession = velmar::CComPtr<IMAPISession>::AddRefed(m_lpMAPISession.get());
     trace.Step(L"OpenMsgStore end");
     SizedSPropTagArray(1, tags) = {1, {PR_IPM_OUTBOX_ENTRYID}};
     ULONG count = 0;
     MapiBufferPtr<SPropValue> values;
     const HRESULT hrProps =
-        m_lpOutboxStore->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), 0, &count, OutPtr(values));
+        outbox.lpStore->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), 0, &count, OutPtr(values));
     if (SUCCEEDED(hrProps) && values) {
-        if (const SPropValue* outbox = FindProp(values.get(), count, PR_IPM_OUTBOX_ENTRYID)) {
+        if (const SPropValue* folder = FindProp(values.get(), count, PR_IPM_OUTBOX_ENTRYID)) {
             trace.Step(L"OpenEntry start");
-            const HRESULT hr = OpenEntryAs(m_lpOutboxStore.get(), outbox->Value.bin.cb,
-                                           reinterpret_cast<LPENTRYID>(outbox->Value.bin.lpb), MAPI_MODIFY,
-                                           m_lpOutboxFolder);
+            const HRESULT hr =
+                OpenEntryAs(outbox.lpStore.get(), folder->Value.bin.cb,
+                            reinterpret_cast<LPENTRYID>(folder->Value.bin.lpb), MAPI_MODIFY, outbox.lpFolder);
             trace.Step(L"OpenEntry end");
             if (FAILED(hr)) {
                 wchar_t text[96] = {};
@@ -93,8 +111,17 @@ void CVelmarMapi::OpenOutbox() {
 
 void CVelmarMapi::CloseOutbox() {
     const CTraceScope trace(*this, L"CVelmarMapi::CloseOutbox");
-    m_lpOutboxFolder.Reset();
-    m_lpOutboxStore.Reset();
+    COutbox closed;
+    {
+        std::lock_guard lock(m_outboxLock);
+        const auto found = m_outboxes.find(std::this_thread::get_id());
+        if (found == m_outboxes.end()) return;
+        closed = std::move(found->second);
+        m_outboxes.erase(found);
+    }
+    // Released in the order they were opened in reverse, outside the lock.
+    closed.lpFolder.Reset();
+    closed.lpStore.Reset();
 }
 
 HRESULT CVelmarMapi::HrAllocAdrList(ULONG ulNumProps, LPADRLIST* lppAdrList) {
@@ -125,11 +152,12 @@ HRESULT CVelmarMapi::HrAllocAdrList(ULONG ulNumProps, LPADRLIST* lppAdrList) {
 
 bool CVelmarMapi::AddRecipient(LPMESSAGE lpMessage, const std::wstring& strRecipient, ULONG ulRecipientType) {
     const CTraceScope trace(*this, L"CVelmarMapi::AddRecipient");
-    if (!m_lpMAPISession || !lpMessage) return false;
+    IMAPISession* session = SendSession();
+    if (!session || !lpMessage) return false;
     trace.Step(L"OpenAddressBook start");
     CComPtr<IAddrBook> addressBook;
     // Not checked: without an address book the recipient is added unresolved.
-    m_lpMAPISession->OpenAddressBook(0, nullptr, 0, addressBook.Put());
+    session->OpenAddressBook(0, nullptr, 0, addressBook.Put());
     trace.Step(L"HrAllocAdrList start");
     LPADRLIST rawList = nullptr;
     HrAllocAdrList(2, &rawList);
@@ -247,7 +275,9 @@ void CVelmarMapi::SetBody(LPMESSAGE lpMessage, const std::wstring& strHtmlBody, 
 void CVelmarMapi::SetRepresenting(LPMESSAGE lpMessage) {
     AddTrace(L"CVelmarMapi::SendMail HrGetOnePropSent PR_MAILBOX_OWNER_ENTRYID");
     MapiBufferPtr<SPropValue> owner;
-    if (FAILED(GetOneProp(m_lpOutboxStore.get(), PR_MAILBOX_OWNER_ENTRYID, owner)) || !owner) return;
+    const COutbox* outbox = ThreadOutbox();
+    if (!outbox || FAILED(GetOneProp(outbox->lpStore.get(), PR_MAILBOX_OWNER_ENTRYID, owner)) || !owner)
+        return;
     AddTrace(L"CVelmarMapi::SendMail SetProps Representing");
     SPropValue values[2] = {};
     values[0] = TextValue(PR_SENT_REPRESENTING_ADDRTYPE_W, L"SMTP");
@@ -280,23 +310,28 @@ HRESULT CVelmarMapi::SendMail(const std::wstring& strSubject, const std::wstring
         bOutlookForceSend ? L"start bOutlookForceSend = true" : L"start bOutlookForceSend = false");
     HRESULT result = S_OK;
     [&] {
-        if (!m_lpOutboxFolder) {
+        const COutbox* outbox = ThreadOutbox();
+        if (!outbox || !outbox->lpFolder) {
             trace.Step(L"OpenOutbox");
             OpenOutbox();
-            if (!m_lpOutboxFolder) {
+            outbox = ThreadOutbox();
+            if (!outbox || !outbox->lpFolder) {
                 result = MAPI_E_NOT_FOUND;
                 return;
             }
         }
+        // From here on the send works on its outbox and its message alone: other requests go on meanwhile,
+        // however many recipients, large files or a slow server it has.
+        const CSessionLockGap gap(*this);
         trace.Step(L"CreateMessage");
         CComPtr<IMessage> message;
-        if (FAILED(result = m_lpOutboxFolder->CreateMessage(nullptr, 0, message.Put())) || !message) {
+        if (FAILED(result = outbox->lpFolder->CreateMessage(nullptr, 0, message.Put())) || !message) {
             if (SUCCEEDED(result)) result = E_FAIL;
             return;
         }
         trace.Step(L"HrGetOnePropSent");
         MapiBufferPtr<SPropValue> sentItems;
-        if (FAILED(result = GetOneProp(m_lpOutboxStore.get(), PR_IPM_SENTMAIL_ENTRYID, sentItems)) ||
+        if (FAILED(result = GetOneProp(outbox->lpStore.get(), PR_IPM_SENTMAIL_ENTRYID, sentItems)) ||
             !sentItems) {
             if (SUCCEEDED(result)) result = MAPI_E_NOT_FOUND;
             return;

@@ -32,13 +32,18 @@ ULONG CVelmarMapi::ForwardMail(const std::wstring& strMessageId, const std::wstr
     MapiBufferPtr<SPropValue> sentItems;
     CComPtr<IMessage> message;
     [&] {
-        if (!m_lpOutboxFolder) {
+        const COutbox* outbox = ThreadOutbox();
+        if (!outbox || !outbox->lpFolder) {
             trace.Step(L"OpenOutbox");
             OpenOutbox();
-            if (!m_lpOutboxFolder) return;
+            outbox = ThreadOutbox();
+            if (!outbox || !outbox->lpFolder) return;
         }
+        // From here on the forward works on its source, its outbox and its message alone: other requests go
+        // on meanwhile.
+        const CSessionLockGap gap(*this);
         trace.Step(L"CreateMessage");
-        if (FAILED(m_lpOutboxFolder->CreateMessage(nullptr, 0, message.Put())) || !message) return;
+        if (FAILED(outbox->lpFolder->CreateMessage(nullptr, 0, message.Put())) || !message) return;
         // The branding subject stands for the whole subject, and only when none is given.
         std::wstring subject = strSubject.empty() ? strBrandingSubject : strSubject;
 
@@ -87,7 +92,7 @@ ULONG CVelmarMapi::ForwardMail(const std::wstring& strMessageId, const std::wstr
         trace.Step(L"HrGetOneProp");
         const auto getOne = BoundMapiFunction<PFN_HrGetOneProp>(MapiSlot::HrGetOneProp);
         if (!getOne) return;
-        const HRESULT hrSent = getOne(m_lpOutboxStore.get(), PR_IPM_SENTMAIL_ENTRYID, OutPtr(sentItems));
+        const HRESULT hrSent = getOne(outbox->lpStore.get(), PR_IPM_SENTMAIL_ENTRYID, OutPtr(sentItems));
         if (FAILED(hrSent) || !sentItems) return;
         trace.Step(L"SetProps");
         SPropValue sentFolder{};

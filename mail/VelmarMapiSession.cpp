@@ -143,6 +143,17 @@ CVelmarMapi::CSessionLock::~CSessionLock() {
     if (t_pHeldSessionLock == this) t_pHeldSessionLock = nullptr;
 }
 
+CVelmarMapi::CSessionLockGap::CSessionLockGap(CVelmarMapi& mapi) {
+    CSessionLock* held = t_pHeldSessionLock;
+    if (!held || &held->m_mapi != &mapi || !held->m_lock.owns_lock()) return;
+    m_pGivenUp = held;
+    held->m_lock.unlock();
+}
+
+CVelmarMapi::CSessionLockGap::~CSessionLockGap() {
+    if (m_pGivenUp) m_pGivenUp->m_lock.lock();
+}
+
 void CVelmarMapi::ReleaseSessionLock() {
     if (t_pHeldSessionLock && &t_pHeldSessionLock->m_mapi == this && t_pHeldSessionLock->m_lock.owns_lock())
         t_pHeldSessionLock->m_lock.unlock();

@@ -36,4 +36,33 @@ inline bool IsFreeLoopbackPort(int port) {
     return free;
 }
 
+// A server on 127.0.0.1 that takes connections and never says a word: it listens but never accepts, so a
+// client's connection is made and then waits. Stop (or the end of the object) resets every such connection.
+class CSilentLoopbackServer {
+public:
+    CSilentLoopbackServer() {
+        m_fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        if (m_fd >= 0 && bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+            listen(m_fd, 64) == 0 && getsockname(m_fd, reinterpret_cast<sockaddr*>(&address), &size) == 0)
+            m_port = ntohs(address.sin_port);
+    }
+    ~CSilentLoopbackServer() { Stop(); }
+    CSilentLoopbackServer(const CSilentLoopbackServer&) = delete;
+    CSilentLoopbackServer& operator=(const CSilentLoopbackServer&) = delete;
+
+    int Port() const { return m_port; }
+    void Stop() {
+        if (m_fd >= 0) close(m_fd);
+        m_fd = -1;
+    }
+
+private:
+    int m_fd = -1;
+    int m_port = 0;
+};
+
 }  // namespace velmar::test

@@ -5,9 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -126,6 +128,53 @@ protected:
             at = end + 1;
         }
         return {};
+    }
+
+    // What another client saw while action ran: it asked GetMessageData of messageId (in store Eins) over
+    // and over on a connection of its own, from before the action began until it had ended.
+    struct CAnotherClient {
+        double longestMilliseconds = 0;
+        int answered = 0;
+        bool allAnswered = true;  // each request got its reply, with "status" "OK"
+    };
+    CAnotherClient AnotherClientReadsWhile(const std::string& messageId,
+                                           const std::function<void()>& action) {
+        CkJsonObject request;
+        request.AppendString("command-target", "MAPI");
+        request.AppendString("command", "GetMessageData");
+        request.AppendString("messageId", messageId.c_str());
+        request.AppendString("profileName", "Velmar");
+        request.AddIntAt(-1, "storeIndex", 0);
+        const std::string text = request.Emit();
+        std::atomic<bool> done{false}, failed{false};
+        std::atomic<int> answered{0};
+        CAnotherClient seen;
+        std::thread reader([&] {
+            std::string error;
+            const std::unique_ptr<velmar::tools::IClientChannel> channel =
+                velmar::tools::ConnectToService(error);
+            while (!done) {
+                const auto start = std::chrono::steady_clock::now();
+                std::string reply;
+                if (!channel || !channel->Send(text) || !channel->Receive(reply, 120000) ||
+                    reply.find("\"status\": \"OK\"") == std::string::npos) {
+                    failed = true;
+                    return;
+                }
+                seen.longestMilliseconds = std::max(
+                    seen.longestMilliseconds,
+                    std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+                        .count());
+                ++answered;
+            }
+        });
+        while (answered < 3 && !failed) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        action();
+        done = true;
+        reader.join();
+        seen.answered = answered;
+        seen.allAnswered = !failed;
+        return seen;
     }
 
     // The trace lines of the mail layer from the first line equal to first up to the next equal to last.

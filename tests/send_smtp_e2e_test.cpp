@@ -7,12 +7,15 @@
 #include <unistd.h>
 #include <sys/stat.h>
 
+#include <atomic>
+
 #include <cstdlib>
 
 #include <algorithm>
 #include <map>
 #include <set>
 
+#include "tests/FreePort.h"
 #include "tests/SendServiceFixture.h"
 #include "tests/SmtpTestServer.h"
 
@@ -171,6 +174,85 @@ TEST_F(SmtpSending, ACommandOfAProfileOthersMayChangeIsNeverRun) {
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
     EXPECT_EQ(server.WaitForMessages(2).size(), 2u) << Activity();
     EXPECT_TRUE(fs::exists(ran));
+}
+
+// Another client's message commands are never held up by a send: not by a server that takes the connection
+// and never answers (the forced send waits for its pass), not by 2,000 recipients (each saved as it is
+// added), not by a FIFO named as an attachment. Each GetMessageData answers within half a second.
+class SmtpSendingBeside : public SmtpSending {
+protected:
+    void SetUp() override {
+        SmtpSending::SetUp();
+        Deliver("one", "1.M1.h", velmar::test::Message("<lesen@x>", "Lesen"));
+    }
+    static void ExpectNotHeldUp(const CAnotherClient& seen) {
+        EXPECT_TRUE(seen.allAnswered);
+        EXPECT_GE(seen.answered, 3);
+        EXPECT_LT(seen.longestMilliseconds, 500);
+    }
+};
+
+TEST_F(SmtpSendingBeside, AServerThatNeverAnswers) {
+    velmar::test::CSilentLoopbackServer silent;
+    ASSERT_GT(silent.Port(), 0);
+    WriteProfile("smtp.url = smtp://127.0.0.1:" + std::to_string(silent.Port()) + "\n");
+    Start();
+    CSendRequest request;
+    request.subject = "Haengt";
+    request.to = {"x@remote.example"};
+    request.forceSend = true;
+    std::atomic<bool> replied{false};
+    std::string status;
+    std::thread sender([&] {
+        status = Send(request)->StringOf("status");
+        replied = true;
+    });
+    const CAnotherClient seen =
+        AnotherClientReadsWhile("<lesen@x>", [] { std::this_thread::sleep_for(std::chrono::seconds(3)); });
+    EXPECT_FALSE(replied) << "the forced send still waits for the server";
+    silent.Stop();
+    sender.join();
+    EXPECT_EQ(status, "OK");
+    ExpectNotHeldUp(seen);
+    EXPECT_EQ(MessageFiles("one", ".Outbox").size(), 1u) << "queued for another try";
+}
+
+TEST_F(SmtpSendingBeside, TwoThousandRecipients) {
+    CSmtpTestServer server(m_dir / "smtp");
+    UseServer(server);
+    Start();
+    CSendRequest request;
+    request.subject = "Rundschreiben";
+    for (int i = 0; i < 2000; ++i) request.to.push_back("empfaenger" + std::to_string(i) + "@remote.example");
+    const CAnotherClient seen =
+        AnotherClientReadsWhile("<lesen@x>", [&] { EXPECT_STREQ(Send(request)->StringOf("status"), "OK"); });
+    EXPECT_GE(MessageFiles("one", ".Outbox").size() + MessageFiles("one", ".Sent").size(), 1u)
+        << "queued before the reply";
+    ExpectNotHeldUp(seen);
+    const std::vector<CReceivedMail> mails = server.WaitForMessages(1, std::chrono::seconds(60));
+    ASSERT_EQ(mails.size(), 1u) << Activity();
+    EXPECT_EQ(Sorted(mails[0].recipients), Sorted(request.to));
+    EXPECT_TRUE(WaitForEmpty("one", ".Outbox")) << "sent, and no draft left behind";
+}
+
+TEST_F(SmtpSendingBeside, AFifoNamedAsAnAttachment) {
+    CSmtpTestServer server(m_dir / "smtp");
+    UseServer(server);
+    ASSERT_EQ(mkfifo((m_dir / "pipe").c_str(), 0600), 0);
+    WriteFile(m_dir / "echt.txt", "Inhalt");
+    Start();
+    CSendRequest request;
+    request.subject = "Anlagen";
+    request.to = {"x@remote.example"};
+    request.files = {(m_dir / "pipe").string(), (m_dir / "echt.txt").string()};
+    const CAnotherClient seen =
+        AnotherClientReadsWhile("<lesen@x>", [&] { EXPECT_STREQ(Send(request)->StringOf("status"), "OK"); });
+    ExpectNotHeldUp(seen);
+    const std::vector<CReceivedMail> mails = server.WaitForMessages(1);
+    ASSERT_EQ(mails.size(), 1u) << Activity();
+    // The FIFO is an attachment without data, as a missing file is; the real file comes whole.
+    EXPECT_NE(mails[0].data.find("filename=pipe"), std::string::npos) << mails[0].data;
+    EXPECT_NE(mails[0].data.find("SW5oYWx0"), std::string::npos) << "Inhalt in base64";
 }
 
 TEST_F(SmtpSending, AServerThatIsDownAndComesBackGetsEveryMessageOnce) {

@@ -8,10 +8,11 @@ using namespace velmar::mail;
 
 void CVelmarMapi::OutlookForceSend() {
     const CTraceScope trace(*this, L"CVelmarMapi::OutlookForceSend");
-    if (!m_lpMAPISession) return;
+    IMAPISession* session = SendSession();
+    if (!session) return;
     trace.Step(L"GetStatusTable");
     CComPtr<IMAPITable> table;
-    if (FAILED(m_lpMAPISession->GetStatusTable(0, table.Put())) || !table) return;
+    if (FAILED(session->GetStatusTable(0, table.Put())) || !table) return;
     SizedSPropTagArray(2, columns) = {2, {PR_RESOURCE_TYPE, PR_ENTRYID}};
     RowSetPtr rows;
     if (const auto queryAll = BoundMapiFunction<PFN_HrQueryAllRows>(MapiSlot::HrQueryAllRows))
@@ -23,15 +24,19 @@ void CVelmarMapi::OutlookForceSend() {
         trace.Step(L"OpenEntry");
         CComPtr<IUnknown> opened;
         ULONG objectType = 0;
-        if (FAILED(m_lpMAPISession->OpenEntry(entryId->Value.bin.cb,
-                                              reinterpret_cast<LPENTRYID>(entryId->Value.bin.lpb),
-                                              &IID_IMAPIStatus, 0, &objectType, opened.Put())) ||
+        if (FAILED(session->OpenEntry(entryId->Value.bin.cb,
+                                      reinterpret_cast<LPENTRYID>(entryId->Value.bin.lpb), &IID_IMAPIStatus,
+                                      0, &objectType, opened.Put())) ||
             !opened)
             return;
         // OpenEntry hands out the interface asked for.
         auto* status = static_cast<IMAPIStatus*>(opened.get());
         trace.Step(L"FlushQueues start");
-        status->FlushQueues(0, 0, nullptr, FLUSH_UPLOAD | FLUSH_DOWNLOAD);
+        {
+            // The pass may wait on a server for minutes; nothing of the session is needed meanwhile.
+            const CSessionLockGap gap(*this);
+            status->FlushQueues(0, 0, nullptr, FLUSH_UPLOAD | FLUSH_DOWNLOAD);
+        }
         trace.Step(L"FlushQueues end");
         // What still waits in the queue, and why: the mail client would show it in its status bar.
         SizedSPropTagArray(1, tags) = {1, {PR_STATUS_STRING_W}};
