@@ -27,6 +27,22 @@ bool MakeFolder(const std::wstring& path);
 // made on first use. Empty only when not even that can be had.
 std::wstring PrivateExportFolder();
 
+// A folder of one request's own, for files that request writes and removes itself (a forward's copies of
+// its source's attachments): made new beside the export folder's files, private on POSIX, so that no other
+// request writes a file into it or finds one there to replace. Removed with whatever is left in it when the
+// object goes. Path() ends in a separator; empty when no folder could be made.
+class CRequestFolder {
+public:
+    CRequestFolder();
+    ~CRequestFolder();
+    CRequestFolder(const CRequestFolder&) = delete;
+    CRequestFolder& operator=(const CRequestFolder&) = delete;
+    const std::wstring& Path() const { return m_path; }
+
+private:
+    std::wstring m_path;
+};
+
 // The name, cut at its end (on a character boundary) to the longest one file name the file system takes.
 std::wstring FitFileName(const std::wstring& name);
 // A new name in the folder of path, for writing a file that replaces path once it is whole.

@@ -177,8 +177,11 @@ public:
     // Attachment export.
     std::wstring OpenAttachment2(const std::wstring& strMessageId, const std::wstring& strMailbox,
                                  ULONG ulAttachmentNum);
-    std::wstring OpenAttachment1(LPMESSAGE lpMessage, ULONG ulAttachmentNum);
-    std::wstring WriteAttachmentToFile(LPATTACH lpAttach);
+    // strFolder: where the file goes instead of the export folder (a request's own, ending in a separator);
+    // empty for the export folder.
+    std::wstring OpenAttachment1(LPMESSAGE lpMessage, ULONG ulAttachmentNum,
+                                 const std::wstring& strFolder = {});
+    std::wstring WriteAttachmentToFile(LPATTACH lpAttach, const std::wstring& strFolder = {});
     std::wstring SanitizeFileName(const std::wstring& strFileName);
     HRESULT WriteAttachStreamToFile(LPATTACH lpAttach, const std::wstring& strPath);
     HRESULT WriteEmbeddedMSGToFile(LPATTACH lpAttach, const std::wstring& strPath);
@@ -213,9 +216,11 @@ public:
                       const std::wstring& strToEmailAddress, const std::vector<std::wstring>& to,
                       const std::vector<std::wstring>& cc, const std::vector<std::wstring>& bcc,
                       const std::vector<std::wstring>& attachmentFiles, bool bOutlookForceSend);
-    void CopyAttachments(LPMESSAGE lpSource, LPMESSAGE lpTarget, std::vector<AttachmentFileEntry>& copied);
+    // The copies are written into strFolder, a folder of the forward's own (see OpenAttachment1).
+    void CopyAttachments(LPMESSAGE lpSource, LPMESSAGE lpTarget, std::vector<AttachmentFileEntry>& copied,
+                         const std::wstring& strFolder);
     void AddAttachements(LPMESSAGE lpTarget, const EMailData& source, LPMESSAGE lpSource,
-                         std::vector<AttachmentFileEntry>& copied);
+                         std::vector<AttachmentFileEntry>& copied, const std::wstring& strFolder);
 
 private:
     // The found message is all a request works on from here: the session lock of this thread, if it

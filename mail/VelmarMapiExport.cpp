@@ -25,7 +25,8 @@ std::wstring CVelmarMapi::OpenAttachment2(const std::wstring& strMessageId, cons
 }
 
 // Deliberate: this operation writes no end line, on any way out.
-std::wstring CVelmarMapi::OpenAttachment1(LPMESSAGE lpMessage, ULONG ulAttachmentNum) {
+std::wstring CVelmarMapi::OpenAttachment1(LPMESSAGE lpMessage, ULONG ulAttachmentNum,
+                                          const std::wstring& strFolder) {
     AddTrace(L"CVelmarMapi::OpenAttachment1 start");
     if (!lpMessage) return {};
     AddTrace(L"CVelmarMapi::OpenAttachment1 OpenAttach");
@@ -35,12 +36,12 @@ std::wstring CVelmarMapi::OpenAttachment1(LPMESSAGE lpMessage, ULONG ulAttachmen
         return {};
     }
     AddTrace(L"CVelmarMapi::OpenAttachment1 WriteAttachmentToFile");
-    std::wstring result = WriteAttachmentToFile(attach.get());
+    std::wstring result = WriteAttachmentToFile(attach.get(), strFolder);
     AddTrace(L"CVelmarMapi::OpenAttachment1 Release");
     return result;
 }
 
-std::wstring CVelmarMapi::WriteAttachmentToFile(LPATTACH lpAttach) {
+std::wstring CVelmarMapi::WriteAttachmentToFile(LPATTACH lpAttach, const std::wstring& strFolder) {
     const CTraceScope trace(*this, L"CVelmarMapi::WriteAttachmentToFile");
     if (!lpAttach) return {};
     trace.Step(L"GetProps");
@@ -62,7 +63,7 @@ std::wstring CVelmarMapi::WriteAttachmentToFile(LPATTACH lpAttach) {
     }
     trace.Step(L"SanitizeFileName");
     name = SanitizeFileName(name);
-    std::wstring folder = AppendExportFolderName(TemporaryFolder());
+    std::wstring folder = strFolder.empty() ? AppendExportFolderName(TemporaryFolder()) : strFolder;
     if (!IsFolder(folder)) MakeFolder(folder);
     trace.Step(L"GetStatus");
     // Deliberate: checked a second time; a folder that cannot be made is traced. Then the export goes on,

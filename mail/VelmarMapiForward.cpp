@@ -1,5 +1,6 @@
 // CVelmarMapi: a message found by its message id forwarded as a new message from the outbox, with its
 // subject, sender name, bodies and attachments taken over, a send note on top and new recipients.
+#include "mail/ExportFolder.h"
 #include "mail/MailText.h"
 #include "mail/MapiHelpers.h"
 #include "mail/VelmarMapi.h"
@@ -103,8 +104,11 @@ ULONG CVelmarMapi::ForwardMail(const std::wstring& strMessageId, const std::wstr
         trace.Step(L"AddRecipients");
         AddRecipients(message.get(), to, cc, bcc);
         trace.Step(L"CopyAttachments");
+        // The copies go to a folder of this forward's own, gone with whatever is left in it at the end: a
+        // file of the same name that another request exports meanwhile is neither sent nor removed here.
+        const CRequestFolder copies;
         std::vector<AttachmentFileEntry> copied;
-        CopyAttachments(source.message.get(), message.get(), copied);
+        CopyAttachments(source.message.get(), message.get(), copied, copies.Path());
         if (!attachmentFiles.empty()) {
             // The request's own files go with the forward too; they are the caller's and stay.
             std::vector<AttachmentFileEntry> files;
@@ -139,22 +143,22 @@ ULONG CVelmarMapi::ForwardMail(const std::wstring& strMessageId, const std::wstr
 }
 
 void CVelmarMapi::CopyAttachments(LPMESSAGE lpSource, LPMESSAGE lpTarget,
-                                  std::vector<AttachmentFileEntry>& copied) {
+                                  std::vector<AttachmentFileEntry>& copied, const std::wstring& strFolder) {
     const CTraceScope trace(*this, L"CVelmarMapi::CopyAttachments");
     trace.Step(L"FetchAttachments start");
     EMailData data;
     FetchAttachments(lpSource, &data);
     trace.Step(L"FetchAttachments end");
-    AddAttachements(lpTarget, data, lpSource, copied);
+    AddAttachements(lpTarget, data, lpSource, copied, strFolder);
 }
 
 void CVelmarMapi::AddAttachements(LPMESSAGE lpTarget, const EMailData& source, LPMESSAGE lpSource,
-                                  std::vector<AttachmentFileEntry>& copied) {
+                                  std::vector<AttachmentFileEntry>& copied, const std::wstring& strFolder) {
     const CTraceScope trace(*this, L"CVelmarMapi::AddAttachements");
     trace.Step(L"searchAttachementIndex");
     for (const EMailAttachment& attachment : source.attachments) {
         const ULONG number = static_cast<ULONG>(attachment.attachmentIndex);
-        const std::wstring path = OpenAttachment1(lpSource, number);
+        const std::wstring path = OpenAttachment1(lpSource, number, strFolder);
         if (!path.empty()) copied.push_back({path, number, attachment.contentId});
     }
     trace.Step(L"addAttachments");

@@ -7,10 +7,12 @@
 #include <sys/mount.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 
 #include "tests/SendServiceFixture.h"
+#include "tools/ClientChannel.h"
 
 namespace {
 
@@ -199,8 +201,7 @@ TEST_F(SendCommands, ForwardKeepsBodiesAndAttachmentsWithTheNoteOnTop) {
     ASSERT_TRUE(attachments);
     ASSERT_EQ(attachments->Count(), 1);
     EXPECT_STREQ(attachments->ObjectAt(0)->StringOf("fileName"), "daten.bin");
-    EXPECT_FALSE(fs::exists(m_dir / "tmp" / "Velmar" / "daten.bin"))
-        << "the copy's temporary file is removed";
+    EXPECT_TRUE(fs::is_empty(m_dir / "tmp" / "Velmar")) << "the copy and its folder are removed";
 
     EXPECT_NE(Activity().find("-> OpenAttachment"), std::string::npos);
     // The forward's own steps and those of its attachment copy, in order (the building blocks it calls
@@ -252,6 +253,58 @@ TEST_F(SendCommands, ForwardKeepsBodiesAndAttachmentsWithTheNoteOnTop) {
         "CVelmarMapi::ForwardMail end",
     };
     EXPECT_EQ(steps, expected);
+}
+
+// A forward copies its source's attachments through files of its own: another client exporting a file of the
+// same name at the same moment never has its bytes sent in the forward, nor its file removed by it.
+TEST_F(SendCommands, AForwardSendsItsOwnAttachmentWhateverAnotherClientExports) {
+    WriteProfile("");
+    const std::string ours(512 * 1024, 'Q');
+    const std::string theirs(512 * 1024, 'T');
+    Deliver("one", "1.M1.h",
+            velmar::test::WithAttachment("<quelle@x>", "Vertrag.pdf", velmar::test::Base64(ours)));
+    Deliver("one", "2.M2.h",
+            velmar::test::WithAttachment("<andere@x>", "Vertrag.pdf", velmar::test::Base64(theirs)));
+    Start();
+    std::atomic<bool> done{false};
+    std::atomic<int> exported{0}, lost{0}, changed{0};
+    std::thread other([&] {
+        std::string error;
+        const auto channel = velmar::tools::ConnectToService(error);
+        const std::string request =
+            R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<andere@x>","attachmentIndex":0})";
+        while (!done && channel) {
+            std::string reply;
+            CkJsonObject json;
+            if (!channel->Send(request) || !channel->Receive(reply, 60000) || !json.LoadText(reply)) break;
+            const std::string path = json.StringOf("fileName") ? json.StringOf("fileName") : "";
+            // What the reply names is the other client's file, with its bytes, until it exports again.
+            if (!fs::exists(path))
+                ++lost;
+            else if (ReadFile(path) != theirs)
+                ++changed;
+            ++exported;
+        }
+    });
+    CSendRequest request;
+    request.command = "ForwardEmail";
+    request.messageId = "<quelle@x>";
+    request.toEmailAddress = "one@x";
+    request.to = {"two@x"};
+    constexpr int kForwards = 10;
+    for (int i = 0; i < kForwards; ++i) EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
+    done = true;
+    other.join();
+    EXPECT_GT(exported, kForwards) << "the exports ran beside the forwards";
+    EXPECT_EQ(lost, 0) << "no file of the other client was removed";
+    EXPECT_EQ(changed, 0);
+    const auto delivered = WaitForMessages("two", "", kForwards);
+    ASSERT_EQ(delivered.size(), static_cast<size_t>(kForwards)) << Activity();
+    for (const fs::path& file : delivered)
+        EXPECT_NE(ReadFile(file).find(velmar::test::Base64(ours).substr(0, 76)), std::string::npos)
+            << "each forward carries its source's bytes: " << file;
+    for (const fs::path& file : delivered)
+        EXPECT_EQ(ReadFile(file).find(velmar::test::Base64(theirs).substr(0, 76)), std::string::npos) << file;
 }
 
 TEST_F(SendCommands, ForwardSubjectRules) {

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <mutex>
 
 #include "mail/ExportFolder.h"
@@ -66,6 +67,20 @@ std::wstring PrivateExportFolder() {
         }
     }
     return folder.empty() ? std::wstring() : Utf8ToWide(folder + "/");
+}
+
+CRequestFolder::CRequestFolder() {
+    const std::wstring exports = AppendExportFolderName(TemporaryFolder());
+    const std::wstring base = IsFolder(exports) || MakeFolder(exports) ? exports : PrivateExportFolder();
+    if (base.empty()) return;
+    std::string pattern = WideToUtf8(base) + "request-XXXXXX";
+    if (mkdtemp(pattern.data())) m_path = Utf8ToWide(pattern + "/");
+}
+
+CRequestFolder::~CRequestFolder() {
+    if (m_path.empty()) return;
+    std::error_code ignored;
+    std::filesystem::remove_all(WideToUtf8(m_path), ignored);
 }
 
 std::wstring FitFileName(const std::wstring& name) {

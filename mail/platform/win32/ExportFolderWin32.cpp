@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cwchar>
+#include <filesystem>
 #include <mutex>
 
 #include "mail/ExportFolder.h"
@@ -56,6 +57,24 @@ std::wstring PrivateExportFolder() {
         }
     }
     return folder;
+}
+
+CRequestFolder::CRequestFolder() {
+    static std::atomic<unsigned> counter{0};
+    const std::wstring exports = AppendExportFolderName(TemporaryFolder());
+    const std::wstring base = IsRealFolder(exports) || MakeFolder(exports) ? exports : PrivateExportFolder();
+    if (base.empty()) return;
+    for (unsigned attempt = 0; attempt < 100 && m_path.empty(); ++attempt) {
+        const std::wstring candidate = base + L"request-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+                                       std::to_wstring(counter++) + L"\\";
+        if (CreateDirectoryW(candidate.c_str(), nullptr)) m_path = candidate;
+    }
+}
+
+CRequestFolder::~CRequestFolder() {
+    if (m_path.empty()) return;
+    std::error_code ignored;
+    std::filesystem::remove_all(std::filesystem::path(m_path), ignored);
 }
 
 std::wstring FitFileName(const std::wstring& name) {
