@@ -12,6 +12,7 @@
 #include "support/Utf8.h"
 #include "tests/MapiTestSupport.h"
 #include "tests/TestFiles.h"
+#include "tests/TnefStream.h"
 
 namespace {
 
@@ -155,47 +156,7 @@ TEST(Tnef, AttachmentsOfTheCorpusAsOutlookPackedThem) {
 }
 
 using namespace velmar::mapi::tnef;
-
-// A TNEF stream made by hand, for what the corpus lacks.
-class CTnefStream {
-public:
-    CTnefStream() {
-        Put(kSignature, 4);
-        Put(0, 2);
-    }
-    CTnefStream& Attribute(std::uint8_t level, std::uint32_t id, const std::string& data) {
-        m_bytes += static_cast<char>(level);
-        Put(id, 4);
-        Put(data.size(), 4);
-        m_bytes += data;
-        Put(0, 2);  // the checksum, which readers do not check
-        return *this;
-    }
-    std::vector<std::uint8_t> Bytes() const { return {m_bytes.begin(), m_bytes.end()}; }
-
-    // A property list of single values: PT_LONG values as four bytes, the rest as variable-size values.
-    static std::string Properties(const std::vector<std::pair<ULONG, std::string>>& values) {
-        CTnefStream list;
-        list.m_bytes.clear();
-        list.Put(values.size(), 4);
-        for (const auto& [tag, value] : values) {
-            list.Put(tag, 4);
-            if (PROP_TYPE(tag) != PT_LONG) {
-                list.Put(1, 4);
-                list.Put(value.size(), 4);
-            }
-            list.m_bytes += value;
-            list.m_bytes.append((4 - value.size() % 4) % 4, '\0');
-        }
-        return list.m_bytes;
-    }
-
-private:
-    void Put(std::uint64_t value, int size) {
-        for (int i = 0; i < size; ++i) m_bytes += static_cast<char>((value >> (8 * i)) & 0xFF);
-    }
-    std::string m_bytes;
-};
+using velmar::test::CTnefStream;
 
 TEST(Tnef, TextInEveryCodePageArrivesWhole) {
     const std::string cp1252 = std::string("\xE4\x04\0\0\0\0\0\0", 8);

@@ -345,6 +345,46 @@ TEST_F(NoteFormTest, ReadFormShowsTheMessageSafelyForwardsItsAttachmentAndDelete
     EXPECT_EQ(context, nullptr);
 }
 
+// A received attachment whose name holds line breaks is forwarded from the form under that name, and the
+// forward as our MAPI writes it has the attachment's fields only: no line of the name becomes a field.
+TEST_F(NoteFormTest, AForwardedAttachmentsNameStaysInsideItsField) {
+    Deliver(m_mainPath, "1700000000.M1P1.host",
+            "From: x@example.org\nMessage-ID: <crlf@example.org>\nSubject: Anlage\nMIME-Version: 1.0\n"
+            "Content-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: text/plain\n\nText\n--b\n"
+            "Content-Type: application/pdf\nContent-Disposition: attachment; "
+            "filename*=utf-8''b.pdf%0D%0ABcc%3A%20evil%40attacker.example%0D%0AX-Inj%3A%202.pdf\n"
+            "Content-Transfer-Encoding: base64\n\nJVBERi0xLjQK\n--b--\n");
+    CComPtr<IMessage> message = FindMessage(m_store.get(), m_inbox.get(), "<crlf@example.org>");
+    ASSERT_TRUE(message);
+    CComPtr<IMAPIForm> form = LoadedForm(message.get(), MSGFLAG_READ);
+    ASSERT_EQ(form->DoVerb(EXCHIVERB_OPEN, nullptr, 0, nullptr), S_OK);
+    QWidget* window = Window("Anlage");
+    ASSERT_TRUE(window);
+    Button(window, "&Weiterleiten")->click();
+    QWidget* forward = nullptr;
+    ASSERT_TRUE(ProcessUntil([&] { return (forward = Window("WG: Anlage")); }));
+    m_log.newSites.at(0)->SaveMessage();
+    IMessage* draft = m_log.newMessages.at(0).get();
+    LPSPropValue entryId = nullptr;  // asked for, the saved draft is written
+    ASSERT_EQ(HrGetOneProp(draft, PR_ENTRYID, &entryId), S_OK);
+    MAPIFreeBuffer(entryId);
+    std::vector<fs::path> files;
+    for (const auto& entry : fs::directory_iterator(m_mainPath / ".Outbox" / "cur"))
+        files.push_back(entry.path());
+    ASSERT_EQ(files.size(), 1u);
+    const std::string written = ReadFile(files[0]);
+    for (const char* injected : {"\nBcc:", "\nX-Inj", "\r\nBcc:", "\r\nX-Inj"})
+        EXPECT_EQ(written.find(injected), std::string::npos) << injected << "\n" << written;
+    const std::vector<CAttachmentInfo> carried = Attachments(draft);
+    ASSERT_EQ(carried.size(), 1u);
+    EXPECT_EQ(carried[0].name, L"b.pdf\r\nBcc: evil@attacker.example\r\nX-Inj: 2.pdf")
+        << "the name as it came";
+    EXPECT_EQ(carried[0].bytes, "%PDF-1.4\n");
+    Button(forward, QString::fromUtf8("S&chließen"))->click();
+    Button(window, QString::fromUtf8("S&chließen"))->click();
+    EXPECT_TRUE(ProcessUntil([&] { return !Window("WG: Anlage") && !Window("Anlage"); }));
+}
+
 TEST_F(NoteFormTest, ReadFormShowsNoPictureOrStyleFromOutsideTheMessage) {
     // A picture and a style sheet on this disk, and a picture of the message's own.
     QImage red(4, 4, QImage::Format_RGB32);

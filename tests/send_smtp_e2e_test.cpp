@@ -18,6 +18,7 @@
 #include "tests/FreePort.h"
 #include "tests/SendServiceFixture.h"
 #include "tests/SmtpTestServer.h"
+#include "tests/TnefStream.h"
 
 namespace {
 
@@ -253,6 +254,72 @@ TEST_F(SmtpSendingBeside, AFifoNamedAsAnAttachment) {
     // The FIFO is an attachment without data, as a missing file is; the real file comes whole.
     EXPECT_NE(mails[0].data.find("filename=pipe"), std::string::npos) << mails[0].data;
     EXPECT_NE(mails[0].data.find("SW5oYWx0"), std::string::npos) << "Inhalt in base64";
+}
+
+// A line break in a file name or a content id stays inside its field: in a file SendEmail attaches, in a
+// received attachment's name a forward takes over, in a content id inside a winmail.dat. None of it becomes
+// a field of the sent part, a part of its own, or a recipient of the envelope.
+TEST_F(SmtpSending, LineBreaksInNamesAndContentIdsStayInsideTheirFields) {
+    CSmtpTestServer server(m_dir / "smtp");
+    UseServer(server);
+    const std::string injected = "\r\nBcc: evil@attacker.example\r\nX-Inj: 1";
+    const fs::path file = m_dir / "files" / ("a.txt" + injected + ".txt");
+    WriteFile(file, "Inhalt");
+    Deliver("one", "1.M1.h",
+            "From: x@example.org\nMessage-ID: <name@x>\nSubject: Name\nMIME-Version: 1.0\n"
+            "Content-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: text/plain\n\nText\n--b\n"
+            "Content-Type: application/pdf\nContent-Disposition: attachment; "
+            "filename*=utf-8''b.pdf%0D%0ABcc%3A%20evil%40attacker.example%0D%0AX-Inj%3A%202.pdf\n"
+            "Content-Transfer-Encoding: base64\n\nJVBERi0xLjQK\n--b--\n");
+    const auto utf16 = [](const std::string& ascii) {
+        std::string wide;
+        for (const char c : ascii + '\0') wide += std::string{c, '\0'};
+        return wide;
+    };
+    using namespace velmar::mapi::tnef;
+    const velmar::test::CTnefStream winmail =
+        velmar::test::CTnefStream()
+            .Attribute(kLevelAttachment, kAttAttachRenddata, std::string(14, '\0'))
+            .Attribute(kLevelAttachment, kAttAttachData, "Bild")
+            .Attribute(kLevelAttachment, kAttAttachment,
+                       velmar::test::CTnefStream::Properties(
+                           {{0x3707001F /* PR_ATTACH_LONG_FILENAME_W */, utf16("c.png")},
+                            {0x3712001F /* PR_ATTACH_CONTENT_ID_W */, utf16("bild" + injected)}}));
+    Deliver("one", "2.M2.h",
+            "From: x@example.org\nMessage-ID: <tnef@x>\nSubject: Winmail\nMIME-Version: 1.0\n"
+            "Content-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: text/plain\n\nText\n--b\n"
+            "Content-Type: application/ms-tnef; name=winmail.dat\nContent-Transfer-Encoding: base64\n\n" +
+                velmar::test::Base64(winmail.Text()) + "\n--b--\n");
+    Start();
+    CSendRequest send;
+    send.subject = "Datei";
+    send.to = {"x@remote.example"};
+    send.files = {file.string()};
+    EXPECT_STREQ(Send(send)->StringOf("status"), "OK");
+    for (const char* id : {"<name@x>", "<tnef@x>"}) {
+        CSendRequest forward;
+        forward.command = "ForwardEmail";
+        forward.messageId = id;
+        forward.toEmailAddress = "one@x";
+        forward.to = {"x@remote.example"};
+        EXPECT_STREQ(Send(forward)->StringOf("status"), "OK");
+    }
+    const std::vector<CReceivedMail> mails = server.WaitForMessages(3);
+    ASSERT_EQ(mails.size(), 3u) << Activity();
+    for (const CReceivedMail& mail : mails) {
+        EXPECT_EQ(mail.recipients, std::vector<std::string>{"x@remote.example"});
+        size_t parts = 0;
+        for (size_t at = 0; at < mail.data.size();) {
+            const size_t end = std::min(mail.data.find("\r\n", at), mail.data.size());
+            std::string line = mail.data.substr(at, end - at);
+            std::transform(line.begin(), line.end(), line.begin(), [](char c) { return std::tolower(c); });
+            EXPECT_NE(line.rfind("bcc:", 0), 0u) << mail.data;
+            EXPECT_NE(line.rfind("x-inj", 0), 0u) << mail.data;
+            if (line.rfind("content-disposition:", 0) == 0) ++parts;
+            at = end + 2;
+        }
+        EXPECT_EQ(parts, 1u) << "one attachment, no part of its own:\n" << mail.data;
+    }
 }
 
 TEST_F(SmtpSending, AServerThatIsDownAndComesBackGetsEveryMessageOnce) {

@@ -25,17 +25,98 @@ std::string Utf8(const std::wstring& text) {
     return WideToUtf8(text);
 }
 
+// GMime writes a header value as it is given: a line break in a file name, a content id or a message id
+// would end the field there and start one of the sender's choosing (a Bcc, a part of its own). Every value
+// this file puts into a header goes through one of these first.
+
+bool IsControl(wchar_t c) {
+    return c < 0x20 || (c >= 0x7F && c <= 0x9F);
+}
+
+// Text of a header (a subject, a name, a file name): each control character (C0, DEL, C1) becomes a blank.
+std::string HeaderText(std::wstring text) {
+    for (wchar_t& c : text)
+        if (IsControl(c)) c = L' ';
+    return Utf8(text);
+}
+
+// An identifier between angle brackets (a message id, a content id): what such an id cannot hold is left
+// out: control characters, blanks, the brackets and quotes that would end it, and what is not ASCII.
+std::string HeaderIdentifier(const std::wstring& text) {
+    std::string id;
+    for (const wchar_t c : text)
+        if (c > 0x20 && c < 0x7F && std::wstring_view(L"<>\"\\()[],;:").find(c) == std::wstring_view::npos)
+            id += static_cast<char>(c);
+    return id;
+}
+
+// An address as a header and an envelope take it: a local part and a domain (a name, or a literal in
+// brackets), and nothing that would end or split it there. Any other is no address to write.
+bool IsWritableAddress(const std::string& address) {
+    const std::wstring wide = Utf8ToWide(address);
+    const size_t at = wide.rfind(L'@');
+    if (at == std::wstring::npos || at == 0 || at + 1 == wide.size()) return false;
+    std::wstring domain = wide.substr(at + 1);
+    if (domain.size() > 2 && domain.front() == L'[' && domain.back() == L']')
+        domain = domain.substr(1, domain.size() - 2);
+    const auto writable = [](std::wstring_view part) {
+        return std::none_of(part.begin(), part.end(), [](wchar_t c) {
+            return c == L' ' || IsControl(c) ||
+                   std::wstring_view(L"<>\"\\(),;:[]").find(c) != std::wstring_view::npos;
+        });
+    };
+    const std::wstring_view local = std::wstring_view(wide).substr(0, at);
+    return local.find(L'@') == std::wstring_view::npos && writable(local) && writable(domain);
+}
+
+// The subject, as text of a header (HeaderText). GMime's encoder leaves ASCII that looks like the start of
+// an encoded word ("=?") as it stands, and folds a long encoded word in the middle of an escape: a subject
+// that is not plain words of ASCII is written here as encoded words of our own (RFC 2047, UTF-8, base64),
+// none split inside a character, each on a line of its own.
+void SetSubject(GMimeMessage* message, const std::string& subject) {
+    constexpr size_t kLongestPlainWord = 60;
+    constexpr size_t kWordBytes = 45;  // 60 characters of base64: a word within 75
+    bool plain = subject.find("=?") == std::string::npos;
+    size_t word = 0;
+    for (const char c : subject) {
+        plain = plain && c >= 0x20 && c < 0x7F;
+        word = c == ' ' ? 0 : word + 1;
+        plain = plain && word <= kLongestPlainWord;
+    }
+    if (plain) return g_mime_message_set_subject(message, subject.c_str(), "utf-8");
+    g_mime_message_set_subject(message, "", "utf-8");
+    std::string raw;
+    for (size_t at = 0; at < subject.size();) {
+        size_t end = std::min(subject.size(), at + kWordBytes);
+        while (end < subject.size() && (static_cast<unsigned char>(subject[end]) & 0xC0) == 0x80) --end;
+        const std::string encoded =
+            TakeGString(g_base64_encode(reinterpret_cast<const guchar*>(subject.data() + at), end - at));
+        raw += (raw.empty() ? " " : "\n ") + ("=?UTF-8?B?" + encoded + "?=");
+        at = end;
+    }
+    GMimeHeader* header =
+        g_mime_header_list_get_header(g_mime_object_get_header_list(GMIME_OBJECT(message)), "Subject");
+    if (header) g_mime_header_set_raw_value(header, (raw + "\n").c_str());
+}
+
 // The SMTP address of a recipient row: the resolved address, else the display name when it is one
 // ("a@b.example", "Name <a@b.example>"); nullopt for a name the address book could not resolve.
+// An address that cannot be written is none.
 std::optional<CAddress> RecipientAddress(const std::vector<CPropValue>& row) {
-    const std::string name = Utf8(TextOf(FindValue(row, PR_DISPLAY_NAME_W)));
+    const std::wstring name = TextOf(FindValue(row, PR_DISPLAY_NAME_W));
     std::string address = Utf8(TextOf(FindValue(row, PR_SMTP_ADDRESS_W)));
     if (address.empty() && TextOf(FindValue(row, PR_ADDRTYPE_W)) == L"SMTP")
         address = Utf8(TextOf(FindValue(row, PR_EMAIL_ADDRESS_W)));
-    if (!address.empty()) return CAddress{name == address ? std::string() : name, address};
-    const std::vector<CMailboxText> parsed = ParseAddressList(name, "utf-8");
-    if (parsed.size() != 1 || parsed.front().address.find('@') == std::string::npos) return std::nullopt;
-    return CAddress{parsed.front().name, parsed.front().address};
+    CAddress mailbox;
+    if (!address.empty()) {
+        mailbox = {Utf8(name) == address ? std::string() : HeaderText(name), address};
+    } else {
+        const std::vector<CMailboxText> parsed = ParseAddressList(HeaderText(name), "utf-8");
+        if (parsed.size() != 1 || parsed.front().address.find('@') == std::string::npos) return std::nullopt;
+        mailbox = {HeaderText(Utf8ToWide(parsed.front().name)), parsed.front().address};
+    }
+    if (!IsWritableAddress(mailbox.address)) return std::nullopt;
+    return mailbox;
 }
 
 // The sender: the one-off entry of PR_SENT_REPRESENTING_ENTRYID, else the store's owner.
@@ -45,9 +126,9 @@ CAddress SenderAddress(const CDraftContent& content, const CStoreConfig& store) 
         entry && !entry->address.empty()) {
         const std::wstring name =
             entry->displayName == entry->address ? OwnerName(store) : entry->displayName;
-        return {Utf8(name), Utf8(entry->address)};
+        return {HeaderText(name), Utf8(entry->address)};
     }
-    return {Utf8(OwnerName(store)), Utf8(store.ownerAddress)};
+    return {HeaderText(OwnerName(store)), Utf8(store.ownerAddress)};
 }
 
 std::string DomainOf(const std::string& address) {
@@ -92,8 +173,15 @@ GObjectPtr<GMimeObject> TextPart(const char* subtype, const std::string& utf8) {
 
 // The media type of an attachment: its own when it has one, else by the extension of its name.
 std::string MediaTypeOf(const CDraftAttachment& attachment, const std::wstring& fileName) {
+    // Type and subtype are tokens (RFC 2045) with one "/" between them; anything else is no type to write.
     const std::string given = Utf8(TextOf(FindValue(attachment.props, PR_ATTACH_MIME_TAG_W)));
-    if (given.find('/') != std::string::npos) return given;
+    const size_t slash = given.find('/');
+    const bool tokens = std::all_of(given.begin(), given.end(), [](char c) {
+        return c > 0x20 && c < 0x7F && std::string_view("()<>@,;:\\\"[]?=").find(c) == std::string_view::npos;
+    });
+    if (tokens && slash != std::string::npos && slash > 0 && slash + 1 < given.size() &&
+        given.find('/', slash + 1) == std::string::npos)
+        return given;
     static constexpr std::pair<const char*, const char*> kTypes[] = {
         {".pdf", "application/pdf"},
         {".txt", "text/plain"},
@@ -140,11 +228,12 @@ GObjectPtr<GMimeObject> AttachmentPart(const CDraftAttachment& attachment, bool 
         g_mime_part_new_with_type(mediaType.substr(0, slash).c_str(), mediaType.substr(slash + 1).c_str());
     GObjectPtr<GMimeObject> object(GMIME_OBJECT(part));
     g_mime_object_set_disposition(object.get(), inlined ? "inline" : "attachment");
-    g_mime_part_set_filename(part, Utf8(name).c_str());
+    g_mime_part_set_filename(part, HeaderText(name).c_str());
     UseUtf8(g_mime_content_disposition_get_parameters(g_mime_object_get_content_disposition(object.get())),
             "filename");
     UseUtf8(g_mime_content_type_get_parameters(g_mime_object_get_content_type(object.get())), "name");
-    const std::string contentId = Utf8(TextOf(FindValue(attachment.props, PR_ATTACH_CONTENT_ID_W)));
+    const std::string contentId =
+        HeaderIdentifier(TextOf(FindValue(attachment.props, PR_ATTACH_CONTENT_ID_W)));
     if (!contentId.empty()) g_mime_object_set_content_id(object.get(), contentId.c_str());
     const std::vector<BYTE> none;
     const std::vector<BYTE>& bytes = attachment.data ? *attachment.data : none;
@@ -271,7 +360,7 @@ std::string RenderMime(CDraftContent& content, const CStoreConfig& store, const 
     EnsureGMime();
     GObjectPtr<GMimeMessage> message(g_mime_message_new(TRUE));
     const CAddress sender = SenderAddress(content, store);
-    if (!sender.address.empty()) AddMailbox(g_mime_message_get_from(message.get()), sender);
+    if (IsWritableAddress(sender.address)) AddMailbox(g_mime_message_get_from(message.get()), sender);
     static constexpr std::pair<LONG, GMimeAddressType> kKinds[] = {{MAPI_TO, GMIME_ADDRESS_TYPE_TO},
                                                                    {MAPI_CC, GMIME_ADDRESS_TYPE_CC},
                                                                    {MAPI_BCC, GMIME_ADDRESS_TYPE_BCC}};
@@ -284,8 +373,7 @@ std::string RenderMime(CDraftContent& content, const CStoreConfig& store, const 
                 AddMailbox(g_mime_message_get_addresses(message.get(), field), *address);
         }
     }
-    g_mime_message_set_subject(message.get(), Utf8(TextOf(FindValue(content.props, PR_SUBJECT_W))).c_str(),
-                               "utf-8");
+    SetSubject(message.get(), HeaderText(TextOf(FindValue(content.props, PR_SUBJECT_W))));
     if (!options.draft) {
         GDateTime* now = g_date_time_new_now_local();
         g_mime_message_set_date(message.get(), now);
@@ -293,15 +381,12 @@ std::string RenderMime(CDraftContent& content, const CStoreConfig& store, const 
     }
     // The message id is made once and kept: a draft saved again, and a message sent again after a crash,
     // keep theirs.
-    std::string messageId = Utf8(TextOf(FindValue(content.props, PR_INTERNET_MESSAGE_ID_W)));
-    if (messageId.size() > 2 && messageId.front() == '<' && messageId.back() == '>')
-        messageId = messageId.substr(1, messageId.size() - 2);
-    if (messageId.empty()) {
+    std::string messageId = HeaderIdentifier(TextOf(FindValue(content.props, PR_INTERNET_MESSAGE_ID_W)));
+    if (messageId.empty())
         messageId = TakeGString(g_mime_utils_generate_message_id(DomainOf(sender.address).c_str()));
-        SetValue(content.props, {PR_INTERNET_MESSAGE_ID_W, Utf8ToWide("<" + messageId + ">")});
-    }
+    SetValue(content.props, {PR_INTERNET_MESSAGE_ID_W, Utf8ToWide("<" + messageId + ">")});
     g_mime_message_set_message_id(message.get(), messageId.c_str());
-    if (!options.sentFolder.empty())
+    if (!options.sentFolder.empty() && HeaderText(Utf8ToWide(options.sentFolder)) == options.sentFolder)
         g_mime_object_set_header(GMIME_OBJECT(message.get()), kSentFolderField, options.sentFolder.c_str(),
                                  nullptr);
 
@@ -318,7 +403,8 @@ std::string RenderMime(CDraftContent& content, const CStoreConfig& store, const 
     related.push_back(Multipart("alternative", std::move(alternatives)));
     std::vector<GObjectPtr<GMimeObject>> mixed;
     for (const CDraftAttachment& attachment : content.attachments) {
-        const std::string contentId = Utf8(TextOf(FindValue(attachment.props, PR_ATTACH_CONTENT_ID_W)));
+        const std::string contentId =
+            HeaderIdentifier(TextOf(FindValue(attachment.props, PR_ATTACH_CONTENT_ID_W)));
         const bool referenced =
             !contentId.empty() && !html.empty() && ContainsNoCase(html, "cid:" + contentId);
         (referenced ? related : mixed).push_back(AttachmentPart(attachment, referenced));
