@@ -173,14 +173,17 @@ GObjectPtr<GMimeObject> TextPart(const char* subtype, const std::string& utf8) {
 
 // The media type of an attachment: its own when it has one, else by the extension of its name.
 std::string MediaTypeOf(const CDraftAttachment& attachment, const std::wstring& fileName) {
-    // Type and subtype are tokens (RFC 2045) with one "/" between them; anything else is no type to write.
-    const std::string given = Utf8(TextOf(FindValue(attachment.props, PR_ATTACH_MIME_TAG_W)));
+    // Type and subtype are tokens (RFC 2045) with one "/" between them, and an attachment is one part of
+    // base64 bytes: a composite type (multipart, message) would make a reader look for parts inside it.
+    std::string given = Utf8(TextOf(FindValue(attachment.props, PR_ATTACH_MIME_TAG_W)));
+    for (char& c : given) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     const size_t slash = given.find('/');
     const bool tokens = std::all_of(given.begin(), given.end(), [](char c) {
         return c > 0x20 && c < 0x7F && std::string_view("()<>@,;:\\\"[]?=").find(c) == std::string_view::npos;
     });
     if (tokens && slash != std::string::npos && slash > 0 && slash + 1 < given.size() &&
-        given.find('/', slash + 1) == std::string::npos)
+        given.find('/', slash + 1) == std::string::npos && !given.starts_with("multipart/") &&
+        !given.starts_with("message/"))
         return given;
     static constexpr std::pair<const char*, const char*> kTypes[] = {
         {".pdf", "application/pdf"},

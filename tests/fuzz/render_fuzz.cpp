@@ -125,7 +125,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         if (EndsInEml(name)) name += L'_';
         attachment.props.push_back({PR_ATTACH_LONG_FILENAME_W, name});
         attachment.props.push_back({PR_ATTACH_CONTENT_ID_W, Text(input, 30)});
-        if (input.ConsumeBool()) attachment.props.push_back({PR_ATTACH_MIME_TAG_W, Text(input, 30)});
+        // A type of its own: made up, or one that names parts inside the attachment's bytes.
+        if (input.ConsumeBool())
+            attachment.props.push_back(
+                {PR_ATTACH_MIME_TAG_W, input.ConsumeBool() ? Text(input, 30)
+                                                           : std::wstring(input.PickValueInArray(
+                                                                 {L"multipart/mixed", L"Message/RFC822",
+                                                                  L"text/plain", L"image/png"}))});
         const std::string bytes = input.ConsumeRandomLengthString(64);
         attachment.data = std::make_shared<std::vector<BYTE>>(bytes.begin(), bytes.end());
         content.attachments.push_back(std::move(attachment));
