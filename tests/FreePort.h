@@ -1,6 +1,7 @@
 // Loopback ports for the servers the tests start.
 #pragma once
 
+#include <fcntl.h>
 #include <unistd.h>
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -38,6 +39,7 @@ inline bool IsFreeLoopbackPort(int port) {
 
 // A server on 127.0.0.1 that takes connections and never says a word: it listens but never accepts, so a
 // client's connection is made and then waits. Stop (or the end of the object) resets every such connection.
+// Whether any client came is seen by taking one connection from the waiting ones.
 class CSilentLoopbackServer {
 public:
     CSilentLoopbackServer() {
@@ -47,7 +49,8 @@ public:
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof address;
         if (m_fd >= 0 && bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-            listen(m_fd, 64) == 0 && getsockname(m_fd, reinterpret_cast<sockaddr*>(&address), &size) == 0)
+            listen(m_fd, 64) == 0 && fcntl(m_fd, F_SETFL, O_NONBLOCK) == 0 &&
+            getsockname(m_fd, reinterpret_cast<sockaddr*>(&address), &size) == 0)
             m_port = ntohs(address.sin_port);
     }
     ~CSilentLoopbackServer() { Stop(); }
@@ -55,6 +58,13 @@ public:
     CSilentLoopbackServer& operator=(const CSilentLoopbackServer&) = delete;
 
     int Port() const { return m_port; }
+    bool SomebodyConnected() {
+        if (m_fd < 0) return false;
+        const int client = accept4(m_fd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (client < 0) return false;
+        close(client);
+        return true;
+    }
     void Stop() {
         if (m_fd >= 0) close(m_fd);
         m_fd = -1;

