@@ -3,8 +3,9 @@
 //   - requests whose replies carry 1 MB each (GetMessageData of a message with a 1 MB body, which the
 //     activity list also shows whole): it stays flat;
 //   - requests of 20 KB each (IsMAPIDllInitialized with a 20 KB member; the activity list shows every
-//     request whole), 30,000 of them: the growth against the 64 MB the process may take for its activity
-//     list of 32 MB and what goes with it.
+//     request whole), 30,000 of them, each on a connection of its own as the command-line client makes them:
+//     the growth against the 64 MB the process may take for its activity list of 32 MB and what goes with
+//     it.
 //   service_memory_bench [requests=2000] [small requests=30000]
 #include <unistd.h>
 
@@ -36,9 +37,10 @@ double Megabytes(long long kilobytes) {
     return kilobytes / 1024.0;
 }
 
-// A fresh headless service asked `requests` times after 50 requests of warm-up; false when a request failed.
+// A fresh headless service asked `requests` times after 50 requests of warm-up, each on a connection of its
+// own when connectionEach (as the command-line client asks), else all on one; false when a request failed.
 bool MeasureLoad(const char* title, const std::string& socketPath, const std::string& request, int requests,
-                 double boundMegabytes) {
+                 bool connectionEach, double boundMegabytes) {
     std::printf("%s\n", title);
     velmar::test::CServiceProcess service(VELMAR_SERVICE_PROGRAM, {"--headless"}, "/dev/null");
     int fd = -1;
@@ -51,13 +53,18 @@ bool MeasureLoad(const char* title, const std::string& socketPath, const std::st
               Ask(socket, R"({"command-target":"MAPI","command":"Logon","data_string":"Bench"})") &&
               Ask(socket, R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})");
     const long long start = velmar::test::ProcessStatusKilobytes(service.Id(), "VmRSS");
-    for (int i = 0; i < 50 && ok; ++i) ok = Ask(socket, request);
+    const auto ask = [&] {
+        if (!connectionEach) return Ask(socket, request);
+        velmar::CFramedSocket own(velmar::bench::Connect(socketPath));
+        return Ask(own, request);
+    };
+    for (int i = 0; i < 50 && ok; ++i) ok = ask();
     const long long warm = velmar::test::ProcessStatusKilobytes(service.Id(), "VmRSS");
     std::printf("  after logon:                %7.1f MB resident\n", Megabytes(start));
     std::printf("  after 50 requests (warm):   %7.1f MB resident\n", Megabytes(warm));
     const auto begin = std::chrono::steady_clock::now();
     for (int i = 1; i <= requests && ok; ++i) {
-        ok = Ask(socket, request);
+        ok = ask();
         if (i % (requests / 4 > 0 ? requests / 4 : 1) == 0)
             std::printf("  after %6d more requests: %7.1f MB resident\n", i,
                         Megabytes(velmar::test::ProcessStatusKilobytes(service.Id(), "VmRSS")));
@@ -98,8 +105,9 @@ int main(int argc, char** argv) {
         R"("storeIndex":0})";
     const std::string small = R"({"command-target":"MAPI","command":"IsMAPIDllInitialized","padding":")" +
                               std::string(20 * 1024, 'x') + R"("})";
-    const bool ok = MeasureLoad("GetMessageData with a 1 MB reply:", socketPath, large, requests, 0) &&
-                    MeasureLoad("Requests of 20 KB:", socketPath, small, smallRequests, 64);
+    const bool ok = MeasureLoad("GetMessageData with a 1 MB reply:", socketPath, large, requests, false, 0) &&
+                    MeasureLoad("Requests of 20 KB, each on a connection of its own:", socketPath, small,
+                                smallRequests, true, 64);
     fs::remove_all(root);
     if (!ok) {
         std::fprintf(stderr, "a request failed\n");

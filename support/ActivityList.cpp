@@ -1,5 +1,6 @@
 #include "support/ActivityList.h"
 
+#include "support/HeldBytes.h"
 #include "support/LineEcho.h"
 
 #include <algorithm>
@@ -17,8 +18,10 @@ CActivityList::CActivityList(bool echoToStandardOutput) {
 
 CActivityList::~CActivityList() = default;
 
-// The copy for the echo is made before the lock is taken: many request threads add lines at once.
+// The copy for the echo is made before the lock is taken: many request threads add lines at once. A line
+// is kept in no more memory than its characters need.
 void CActivityList::AddLine(std::wstring line) {
+    line.shrink_to_fit();
     std::wstring echoed = m_echo ? line : std::wstring();
     {
         std::lock_guard lock(m_lock);
@@ -28,6 +31,7 @@ void CActivityList::AddLine(std::wstring line) {
 }
 
 void CActivityList::AddTraceLine(std::wstring line) {
+    line.shrink_to_fit();
     std::wstring echoed = m_echo ? line : std::wstring();
     {
         std::lock_guard lock(m_lock);
@@ -39,13 +43,13 @@ void CActivityList::AddTraceLine(std::wstring line) {
 
 void CActivityList::Append(std::wstring line, std::wstring echoed) {
     if (m_echo) m_echo->Push(std::move(echoed));
-    m_textBytes += line.size() * sizeof(wchar_t);
+    m_textBytes += velmar::HeldBytes(line);
     m_lines.push_back(std::move(line));
     while (m_lines.size() > 1 && (m_lines.size() > kMaxLines || m_textBytes > kMaxTextBytes)) DropOldest();
 }
 
 void CActivityList::DropOldest() {
-    m_textBytes -= m_lines.front().size() * sizeof(wchar_t);
+    m_textBytes -= velmar::HeldBytes(m_lines.front());
     m_lines.pop_front();
     ++m_firstSequence;
 }
@@ -85,7 +89,9 @@ std::wstring CActivityList::LineAt(uint64_t sequence) const {
     return m_lines[static_cast<size_t>(sequence - m_firstSequence)];
 }
 
-void CActivityList::SetChangeNotifier(std::function<void()> notifier) { m_notifier = std::move(notifier); }
+void CActivityList::SetChangeNotifier(std::function<void()> notifier) {
+    m_notifier = std::move(notifier);
+}
 
 std::vector<std::wstring> CActivityList::Lines() const {
     std::lock_guard lock(m_lock);

@@ -22,7 +22,8 @@ public:
     // The mail layer's trace keeps the list at most this long before it adds a line.
     static constexpr size_t kMaxTraceLines = 3000;
     // A resident service runs for months: whatever kind of line is added, the list keeps only the newest
-    // lines within these bounds (the newest line always stays, however long).
+    // lines within these bounds (the newest line always stays, however long). The bytes are those the lines
+    // really take (HeldBytes.h).
     static constexpr size_t kMaxLines = 100000;
     static constexpr size_t kMaxTextBytes = 32u * 1024 * 1024;
 
@@ -65,7 +66,7 @@ private:
 
     mutable std::mutex m_lock;
     std::deque<std::wstring> m_lines;  // the oldest lines leave from the front at constant cost
-    size_t m_textBytes = 0;            // of the lines' text
+    size_t m_textBytes = 0;            // the lines take in memory
     uint64_t m_firstSequence = 0;      // of m_lines.front()
     std::function<void()> m_notifier;  // set before lines arrive from other threads
     std::unique_ptr<velmar::CLineEcho> m_echo;

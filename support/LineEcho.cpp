@@ -9,6 +9,7 @@
 
 #include "support/CodePage.h"
 #include "support/FileBytes.h"
+#include "support/HeldBytes.h"
 
 namespace velmar {
 namespace {
@@ -70,8 +71,8 @@ CLineEcho::~CLineEcho() {
 }
 
 void CLineEcho::Push(std::wstring line) {
-    // A line is counted as the characters it has and its line break.
-    const size_t bytes = line.size() + 1;
+    // A line is counted as the memory it takes while it waits.
+    const size_t bytes = HeldBytes(line);
     bool wake = false;
     {
         std::lock_guard lock(m_state->lock);

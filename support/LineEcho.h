@@ -13,7 +13,7 @@ namespace velmar {
 
 class CLineEcho {
 public:
-    // maxQueuedBytes bounds what waits for the reader.
+    // maxQueuedBytes bounds the memory of what waits for the reader (HeldBytes.h).
     explicit CLineEcho(size_t maxQueuedBytes);
     // Lets the writer finish what is queued while the reader takes it, for a short while at most: a reader
     // that does not read never holds up the end of the program.

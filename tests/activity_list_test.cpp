@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "support/ActivityList.h"
+#include "support/HeldBytes.h"
 
 namespace {
 
@@ -30,6 +31,13 @@ TEST(ActivityList, EveryKindOfLineStaysWithinTheBounds) {
     for (int i = 0; i < 10; ++i) list.AddLine(reply);
     EXPECT_LE(list.Count(), 4u);
     EXPECT_GE(list.Count(), 3u);
+    // What the lines take in memory is bounded, not their characters: a line of 20,000 characters takes
+    // 80 KB and more as a wide string on POSIX, and a short one the string object and its block.
+    EXPECT_GE(velmar::HeldBytes(std::wstring(20000, L'q')), 20000 * sizeof(wchar_t) + sizeof(std::wstring));
+    EXPECT_GE(velmar::HeldBytes(L"service 1"), sizeof(std::wstring));
+    CActivityList requests;
+    for (int i = 0; i < 1000; ++i) requests.AddLine(std::wstring(20000, L'q'));
+    EXPECT_LE(requests.Count() * velmar::HeldBytes(std::wstring(20000, L'q')), CActivityList::kMaxTextBytes);
     // A line longer than the whole bound is kept alone: the newest line always stays.
     list.AddTraceLine(std::wstring(CActivityList::kMaxTextBytes / sizeof(wchar_t) + 1, L'x'));
     EXPECT_EQ(list.Count(), 1u);
