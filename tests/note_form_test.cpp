@@ -192,6 +192,16 @@ protected:
         return form;
     }
 
+    // The read window of an inbox message, opened through its form (held by form) as the viewer opens it;
+    // null when none came up.
+    QWidget* OpenedReadWindow(const char* messageId, const QString& title, CComPtr<IMAPIForm>& form) {
+        CComPtr<IMessage> message = FindMessage(m_store.get(), m_inbox.get(), messageId);
+        if (!message) return nullptr;
+        form = LoadedForm(message.get(), MSGFLAG_READ);
+        EXPECT_EQ(form->DoVerb(EXCHIVERB_OPEN, nullptr, 0, nullptr), S_OK);
+        return Window(title);
+    }
+
     CComPtr<IMessage> Draft(const wchar_t* subject) {
         CComPtr<IMessage> draft;
         EXPECT_EQ(m_outbox->CreateMessage(nullptr, 0, draft.Put()), S_OK);
@@ -354,11 +364,8 @@ TEST_F(NoteFormTest, AForwardedAttachmentsNameStaysInsideItsField) {
             "Content-Type: application/pdf\nContent-Disposition: attachment; "
             "filename*=utf-8''b.pdf%0D%0ABcc%3A%20evil%40attacker.example%0D%0AX-Inj%3A%202.pdf\n"
             "Content-Transfer-Encoding: base64\n\nJVBERi0xLjQK\n--b--\n");
-    CComPtr<IMessage> message = FindMessage(m_store.get(), m_inbox.get(), "<crlf@example.org>");
-    ASSERT_TRUE(message);
-    CComPtr<IMAPIForm> form = LoadedForm(message.get(), MSGFLAG_READ);
-    ASSERT_EQ(form->DoVerb(EXCHIVERB_OPEN, nullptr, 0, nullptr), S_OK);
-    QWidget* window = Window("Anlage");
+    CComPtr<IMAPIForm> form;
+    QWidget* window = OpenedReadWindow("<crlf@example.org>", "Anlage", form);
     ASSERT_TRUE(window);
     Button(window, "&Weiterleiten")->click();
     QWidget* forward = nullptr;
@@ -407,11 +414,8 @@ TEST_F(NoteFormTest, ReadFormShowsNoPictureOrStyleFromOutsideTheMessage) {
                 html +
                 "\n--r\nContent-Type: image/png\nContent-ID: <own@x>\nContent-Transfer-Encoding: base64\n\n" +
                 png.toBase64().toStdString() + "\n--r--\n");
-    CComPtr<IMessage> message = FindMessage(m_store.get(), m_inbox.get(), "<bilder@example.org>");
-    ASSERT_TRUE(message);
-    CComPtr<IMAPIForm> form = LoadedForm(message.get(), MSGFLAG_READ);
-    ASSERT_EQ(form->DoVerb(EXCHIVERB_OPEN, nullptr, 0, nullptr), S_OK);
-    QWidget* window = Window("Bilder");
+    CComPtr<IMAPIForm> form;
+    QWidget* window = OpenedReadWindow("<bilder@example.org>", "Bilder", form);
     ASSERT_TRUE(window);
     auto* body = window->findChild<QTextBrowser*>();
     ASSERT_TRUE(body);
