@@ -140,6 +140,31 @@ TEST_F(FormTest, OpenEmailShowsTheMessageAndItsReplyGoesOutThroughTheSpooler) {
     EXPECT_TRUE(WaitUntilGone("Angebot 42"));
 }
 
+// A reply closed with "keep the changes" is kept as a draft: once its form is gone, the draft is a file of
+// the outbox (flag D), with what was typed, and nothing is sent.
+TEST_F(FormTest, AReplyClosedWithItsChangesKeptIsADraft) {
+    StartWithWindow();
+    EXPECT_STREQ(OpenEmail("<angebot@example.org>")->StringOf("status"), "OK");
+    const std::string form = WaitForWindow("Angebot 42");
+    ASSERT_FALSE(form.empty()) << "no form came up";
+    Keys(form, "alt+a");
+    const std::string reply = WaitForWindow("AW: Angebot 42");
+    ASSERT_FALSE(reply.empty()) << "no reply form came up";
+    Type(reply, "Nur ein Entwurf.");
+    Keys(reply, "alt+c");
+    const std::string question = WaitForQuestion();
+    ASSERT_FALSE(question.empty()) << "no question";
+    Keys(question, "Return");  // "Yes", keep the changes, is the default button
+    EXPECT_TRUE(WaitUntilGone("AW: Angebot 42"));
+    const std::vector<fs::path> drafts = WaitForMessages("one", ".Outbox", 1);
+    ASSERT_EQ(drafts.size(), 1u) << "the draft is written once its form lets it go";
+    EXPECT_NE(drafts[0].filename().string().find(":2,D"), std::string::npos) << drafts[0];
+    EXPECT_NE(ReadFile(drafts[0]).find("Nur ein Entwurf."), std::string::npos);
+    EXPECT_TRUE(m_server->Messages().empty()) << "a draft is not sent";
+    Keys(form, "alt+c");
+    EXPECT_TRUE(WaitUntilGone("Angebot 42"));
+}
+
 TEST_F(FormTest, LoeschenMovesTheMessageToTheTrash) {
     StartWithWindow();
     ASSERT_TRUE(Ask(R"({"command-target":"MAPI","command":"Logon","data_string":"Velmar"})"));
