@@ -254,7 +254,7 @@ TEST_F(MapiProvider, EmbeddedMessagesAndHtmlOnlyBodies) {
 
     CComPtr<IMessage> htmlOnly = FindMessage(store.get(), inbox.get(), "<html-only@example.org>");
     ASSERT_TRUE(htmlOnly);
-    EXPECT_EQ(WideProp(htmlOnly.get(), PR_BODY_W), L"Erste\u00a0Zeile\nZweite & letzte \u20ac\n");
+    EXPECT_EQ(WideProp(htmlOnly.get(), PR_BODY_W), L"Erste\u00a0Zeile\r\nZweite & letzte \u20ac\r\n");
 }
 
 TEST_F(MapiProvider, ReadFlagRenamesTheFileAndKeepsTheEntryId) {

@@ -120,7 +120,7 @@ TEST_F(MapiWrite, ADraftIsSavedInItsFolderAndReadsBackAsTheSameMessage) {
                                                                     L"bcc@example.org|3|bcc@example.org"}));
 
     // Bodies through streams, the RTF one compressed by its wrapper.
-    const std::wstring body = L"Text mit \u00e4\n";
+    const std::wstring body = L"Text mit \u00e4\r\n";
     Write(message.get(), PR_BODY_W, body.data(), body.size() * sizeof(wchar_t));
     const std::string html = "<html><body><p>HTML \xc3\xa4</p><img src=\"cid:bild1\"></body></html>";
     Write(message.get(), PR_HTML, html.data(), html.size());

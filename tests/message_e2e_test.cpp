@@ -35,8 +35,8 @@ TEST_F(MessageCommands, FoundAndNotFound) {
     EXPECT_STREQ(found->StringOf("from"), "Absender");
     EXPECT_STREQ(found->StringOf("fromAddress"), "from@example.org");
     EXPECT_STREQ(found->StringOf("to"), "A; B; C");
-    EXPECT_STREQ(found->StringOf("body"), "Hallo\n");
-    EXPECT_STREQ(found->StringOf("htmlBody"), "Hallo\n") << "without HTML the plain body stands in";
+    EXPECT_STREQ(found->StringOf("body"), "Hallo\r\n");
+    EXPECT_STREQ(found->StringOf("htmlBody"), "Hallo\r\n") << "without HTML the plain body stands in";
 
     auto missing = MessageData("<unknown@x>", "", 0, false);
     ASSERT_TRUE(missing);

@@ -105,18 +105,18 @@ TEST_F(MimeReading, BodiesWhoseCharsetDoesNotFitLoseNoByte) {
     Deliver("one", "4.M1.h",
             "From: a@b\nMessage-ID: <meta@x>\nSubject: s\nContent-Type: text/html\n\n"
             "<html><head><meta charset=\"iso-8859-1\"></head><body>Gr\xFC\xDF"
-            "e</body></html>\n");
+            "e</body></html>\r\n");
     Deliver("one", "5.M1.h",
             "From: a@b\nMessage-ID: <us-utf8@x>\nSubject: s\nContent-Type: text/plain; charset=US-ASCII\n\n"
             "caf\xC3\xA9\n");
     Start();
-    EXPECT_STREQ(Data("<ascii@x>")->StringOf("body"), "Envoy\xC3\xA9 par Mobilit\xC3\xA9\n");
+    EXPECT_STREQ(Data("<ascii@x>")->StringOf("body"), "Envoy\xC3\xA9 par Mobilit\xC3\xA9\r\n");
     EXPECT_STREQ(Data("<utf8@x>")->StringOf("body"),
                  "Fr\xC3\xB6sche und Gr\xC3\xBC\xC3\x9F"
-                 "e\n")
+                 "e\r\n")
         << "well-formed UTF-8 stays as it is beside the byte that is not";
     auto none = Data("<none@x>");
-    EXPECT_STREQ(none->StringOf("body"), "Fr\xC3\xB6sche\n");
+    EXPECT_STREQ(none->StringOf("body"), "Fr\xC3\xB6sche\r\n");
     EXPECT_STREQ(none->StringOf("subject"), "Fr\xC3\xB6sche");
     EXPECT_STREQ(none->StringOf("from"), "J\xC3\xBCrgen");
     const std::string html = Text(Data("<meta@x>"), "htmlBody");
@@ -124,7 +124,7 @@ TEST_F(MimeReading, BodiesWhoseCharsetDoesNotFitLoseNoByte) {
                         "e"),
               std::string::npos)
         << "without a charset parameter, the document's own declaration counts: " << html;
-    EXPECT_STREQ(Data("<us-utf8@x>")->StringOf("body"), "caf\xC3\xA9\n") << "UTF-8 comes first";
+    EXPECT_STREQ(Data("<us-utf8@x>")->StringOf("body"), "caf\xC3\xA9\r\n") << "UTF-8 comes first";
 }
 
 // A raw 8-bit byte inside an encoded word is the byte it is, read once in the word's charset.
@@ -224,16 +224,17 @@ TEST_F(MimeReading, CharsetDeclarationGoesInsideTheHead) {
     Deliver("one", "4.M1.h", html("<bare@x>", "<!doctype html><p>\xE4</p>"));
     Start();
     const std::string meta = "<meta http-equiv=\"Content-Type\" content=\"text/html; charset=utf-8\">";
-    EXPECT_EQ(Text(Data("<doctype@x>"), "htmlBody"), "<!DOCTYPE html>\n<html><head>" + meta +
+    EXPECT_EQ(Text(Data("<doctype@x>"), "htmlBody"), "<!DOCTYPE html>\r\n<html><head>" + meta +
                                                          "</head><body>Gr\xC3\xBC\xC3\x9F"
-                                                         "e</body></html>\n");
+                                                         "e</body></html>\r\n");
     EXPECT_EQ(Text(Data("<head@x>"), "htmlBody"), "<!DOCTYPE html><html lang=\"de\"><head>" + meta +
-                                                      "<title>T</title></head><body>x</body></html>\n");
-    EXPECT_EQ(Text(Data("<meta@x>"), "htmlBody"),
-              "<!DOCTYPE html><html><head>" + meta + "<header></header></head><body>\xC3\xA4</body></html>\n")
+                                                      "<title>T</title></head><body>x</body></html>\r\n");
+    EXPECT_EQ(
+        Text(Data("<meta@x>"), "htmlBody"),
+        "<!DOCTYPE html><html><head>" + meta + "<header></header></head><body>\xC3\xA4</body></html>\r\n")
         << "an existing declaration is rewritten in place";
     EXPECT_EQ(Text(Data("<bare@x>"), "htmlBody"),
-              "<!doctype html><head>" + meta + "</head><p>\xC3\xA4</p>\n");
+              "<!doctype html><head>" + meta + "</head><p>\xC3\xA4</p>\r\n");
 }
 
 // What can be kept of an address without angle brackets is kept, and so is the white space a name or a

@@ -88,8 +88,11 @@ TEST_F(SendCommands, MailToAStoreOwnerArrivesInItsInboxAndIsFiledAsSent) {
     auto data = MessageData(messageId, "two@x", 1, false);
     EXPECT_STREQ(data->StringOf("status"), "OK");
     EXPECT_STREQ(data->StringOf("subject"), request.subject.c_str());
-    // A text body is lines: the last one ends with its line break, as SMTP would end it anyway.
-    EXPECT_EQ(std::string(data->StringOf("body")), request.body + "\n") << message;
+    // A text body is lines: the last one ends with its line break, as SMTP would end it anyway; read back,
+    // its lines end in CR LF, as MAPI bodies do.
+    EXPECT_EQ(std::string(data->StringOf("body")),
+              "Erste Zeile\r\nZweite Zeile: \xC3\xA4\xC3\xB6\xC3\xBC\r\n")
+        << message;
     EXPECT_STREQ(data->StringOf("from"), "Erika Eins");
     EXPECT_STREQ(data->StringOf("fromAddress"), "one@x");
     EXPECT_STREQ(data->StringOf("to"), "two@x");
@@ -334,7 +337,7 @@ TEST_F(SendCommands, ForwardSubjectRules) {
     for (const fs::path& file : MessageFiles("two")) {
         auto data = MessageData(Field(ReadFile(file), "Message-ID"), "two@x", 1, false);
         subjects.push_back(data->StringOf("subject"));
-        EXPECT_EQ(std::string(data->StringOf("body")), "Nur Text\n") << "a plain source stays plain";
+        EXPECT_EQ(std::string(data->StringOf("body")), "Nur Text\r\n") << "a plain source stays plain";
     }
     std::sort(subjects.begin(), subjects.end());
     // The source subject is kept behind one blank; readers drop blanks after a field's colon, so on the
@@ -369,7 +372,7 @@ TEST_F(SendCommands, ForwardOfAnRtfOnlySource) {
     ASSERT_EQ(delivered.size(), 1u) << Activity();
     auto data = MessageData(Field(ReadFile(delivered[0]), "Message-ID"), "two@x", 1, false);
     EXPECT_STREQ(data->StringOf("subject"), "Weiter");
-    EXPECT_EQ(std::string(data->StringOf("body")), "Bitte lesen<br>" + sourceBody + "\n");
+    EXPECT_EQ(std::string(data->StringOf("body")), "Bitte lesen<br>" + sourceBody + "\r\n");
     EXPECT_EQ(ReadFile(delivered[0]).find("text/html"), std::string::npos) << "no HTML made up";
 }
 

@@ -265,6 +265,14 @@ void BodiesOf(const CDraftContent& content, std::string& text, std::string& html
     (native == RtfNativeBody::Html ? html : text) = SanitizeUtf8(body);
 }
 
+std::string WithLf(const std::string& text) {
+    std::string lines;
+    lines.reserve(text.size());
+    for (size_t i = 0; i < text.size(); ++i)
+        if (text[i] != '\r' || i + 1 == text.size() || text[i + 1] != '\n') lines += text[i];
+    return lines;
+}
+
 bool ContainsNoCase(const std::string& text, const std::string& part) {
     return std::search(text.begin(), text.end(), part.begin(), part.end(), [](char a, char b) {
                return std::tolower(static_cast<unsigned char>(a)) ==
@@ -396,6 +404,10 @@ std::string RenderMime(CDraftContent& content, const CStoreConfig& store, const 
     std::string text;
     std::string html;
     BodiesOf(content, text, html);
+    // The file's lines end in LF, as SMTP's end in CR LF: bodies as MAPI holds them (CR LF) are written
+    // with the file's line ends.
+    text = WithLf(text);
+    html = WithLf(html);
     // A text body is lines, each with its end, as SMTP carries it anyway: the same text whichever
     // transfer encoding it gets.
     if (!text.empty() && text.back() != '\n') text += '\n';

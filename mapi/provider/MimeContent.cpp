@@ -305,8 +305,23 @@ void FillProperties(GMimeMessage* message, const std::string& hint, CMessageCont
          Utf8ToWide(HeaderBytesToUtf8(TakeGString(g_mime_object_get_headers(object, nullptr)), hint))});
 }
 
+// Text whose every line ends in CR LF, as MAPI bodies hold it: a message read from a Maildir file (LF) and
+// the same message read from a server (CR LF) give one text.
+template <class Text>
+Text WithCrLf(const Text& text) {
+    Text lines;
+    lines.reserve(text.size() + text.size() / 32);
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\n' && (i == 0 || text[i - 1] != '\r')) lines += '\r';
+        lines += text[i];
+    }
+    return lines;
+}
+
 void FinishContent(CMessageContent& content) {
     if (content.body.empty() && !content.html.empty()) content.body = HtmlToText(content.html);
+    content.body = WithCrLf(content.body);
+    content.html = WithCrLf(content.html);
     auto& props = content.properties;
     props.push_back({PR_MESSAGE_CLASS_W, std::wstring(L"IPM.Note")});
     props.push_back({PR_BODY_W, content.body});
