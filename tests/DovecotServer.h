@@ -21,11 +21,29 @@
 
 namespace velmar::test {
 
+// Dovecot configured as other makers configure their servers (see dovecot_instance.sh).
+enum class EDovecotFlavour { Standard, InboxNamespace, Trimmed, NoCreate };
+
+inline const char* FlavourName(EDovecotFlavour flavour) {
+    switch (flavour) {
+        case EDovecotFlavour::InboxNamespace:
+            return "inbox-namespace";
+        case EDovecotFlavour::Trimmed:
+            return "trimmed";
+        case EDovecotFlavour::NoCreate:
+            return "no-create";
+        case EDovecotFlavour::Standard:
+            break;
+    }
+    return "standard";
+}
+
 class CDovecotServer {
 public:
     // The users log in with the password "geheim".
-    CDovecotServer(std::filesystem::path folder, std::vector<std::string> users)
-        : m_folder(std::move(folder)), m_users(std::move(users)) {
+    CDovecotServer(std::filesystem::path folder, std::vector<std::string> users,
+                   EDovecotFlavour flavour = EDovecotFlavour::Standard)
+        : m_folder(std::move(folder)), m_users(std::move(users)), m_flavour(flavour) {
         // Two ports in a row: STARTTLS and implicit TLS.
         for (int attempt = 0; attempt < 20 && m_port == 0; ++attempt) {
             const int port = FreeLoopbackPort();
@@ -38,8 +56,9 @@ public:
     CDovecotServer& operator=(const CDovecotServer&) = delete;
 
     bool Start() {
-        std::string command =
-            "bash " VELMAR_DOVECOT_INSTANCE " start '" + m_folder.string() + "' " + std::to_string(m_port);
+        std::string command = std::string("DOVECOT_FLAVOUR=") + FlavourName(m_flavour) +
+                              " bash " VELMAR_DOVECOT_INSTANCE " start '" + m_folder.string() + "' " +
+                              std::to_string(m_port);
         for (const std::string& user : m_users) command += " " + user;
         m_running = CommandOutput(command) == "READY\n";
         return m_running;
@@ -49,6 +68,12 @@ public:
         m_running = false;
     }
     bool Ready() const { return m_running; }
+    EDovecotFlavour Flavour() const { return m_flavour; }
+    // The name the server gives a user's folder (as a client writes it after LIST).
+    std::string ServerName(const std::string& mailbox) const {
+        return m_flavour == EDovecotFlavour::InboxNamespace && mailbox != "INBOX" ? "INBOX." + mailbox
+                                                                                  : mailbox;
+    }
     int Port() const { return m_port; }
     int TlsPort() const { return m_port + 1; }
     std::filesystem::path CaFile() const { return m_folder / "ca.pem"; }
@@ -77,13 +102,11 @@ public:
                 // Left to root: the test's server then says so when it reads the folder.
             }
         };
+        // Only what is made here is given to the mail user: a folder the server was given otherwise stays so.
         const std::filesystem::path folder = MailboxPath(user, mailbox);
-        std::filesystem::create_directories(folder);
-        own(folder);
-        for (const char* sub : {"cur", "new", "tmp"}) {
-            std::filesystem::create_directories(folder / sub);
-            own(folder / sub);
-        }
+        if (std::filesystem::create_directories(folder)) own(folder);
+        for (const char* sub : {"cur", "new", "tmp"})
+            if (std::filesystem::create_directories(folder / sub)) own(folder / sub);
         const std::string name = std::to_string(time(nullptr)) + ".V" + std::to_string(getpid()) + "I" +
                                  std::to_string(++counter) + ".velmar-test";
         const std::filesystem::path temporary = folder / "tmp" / name;
@@ -135,6 +158,7 @@ private:
 
     std::filesystem::path m_folder;
     std::vector<std::string> m_users;
+    EDovecotFlavour m_flavour;
     int m_port = 0;
     bool m_running = false;
 };

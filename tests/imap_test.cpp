@@ -107,9 +107,11 @@ TEST(ImapMailboxName, ModifiedUtf7ReadsAsItsCharacters) {
 
 class ImapTest : public ::testing::Test {
 protected:
+    virtual EDovecotFlavour Flavour() const { return EDovecotFlavour::Standard; }
+
     void SetUp() override {
         if (geteuid() != 0) GTEST_SKIP() << "the private Dovecot runs as root";
-        m_server.emplace(m_dir / "dovecot", std::vector<std::string>{"anna"});
+        m_server.emplace(m_dir / "dovecot", std::vector<std::string>{"anna"}, Flavour());
         ASSERT_TRUE(m_server->Ready()) << ReadFile(m_dir / "dovecot/dovecot.log");
         SetEnvironment("XDG_CACHE_HOME", (m_dir / "cache").string());
         // A password written in the profile counts only in a file nobody else can read.
@@ -177,7 +179,7 @@ TEST_F(ImapTest, StartTlsImplicitTlsAndATunnelReadTheSameMailbox) {
         EXPECT_EQ(rows[1].flags & kImapSeen, static_cast<std::uint32_t>(kImapSeen));
         std::vector<CImapDetailsRow> details;
         ASSERT_TRUE(connection.FetchDetails(
-            rows[1].uid, [&](const CImapDetailsRow& row) { details.push_back(row); }, error));
+            rows[1].uid, 0, [&](const CImapDetailsRow& row) { details.push_back(row); }, error));
         ASSERT_EQ(details.size(), 1u);
         EXPECT_EQ(details[0].uid, rows[1].uid);
         EXPECT_EQ(details[0].internalDate, 1795514400) << "24-Nov-2026 11:00:00 +0100";
@@ -228,8 +230,9 @@ TEST_F(ImapTest, TheSyncKeepsTheIndexCurrentAndChangesTheServerOnlyWhenAsked) {
         return snapshot && snapshot->RowCount() == 2;
     })) << velmar::WideToUtf8(sync->Problem());
     // The roles' folders did not exist: they are made, and the server marks them by their special use.
-    EXPECT_EQ(sync->FolderOfRole(EImapRole::Sent), "Sent");
-    EXPECT_EQ(sync->FolderOfRole(EImapRole::Trash), "Trash");
+    EXPECT_EQ(sync->FolderOfRole(EImapRole::Sent).value_or("-"), "Sent");
+    EXPECT_EQ(sync->FolderOfRole(EImapRole::Trash).value_or("-"), "Trash");
+    EXPECT_EQ(velmar::WideToUtf8(sync->Problem()), "") << "nothing goes without on this server";
     EXPECT_TRUE(fs::exists(m_server->MailboxPath("anna", "Sent")));
     EXPECT_TRUE(fs::exists(m_server->MailboxPath("anna", "Drafts")));
     EXPECT_EQ(m_server->FlagsOf("anna", "INBOX", "<eins@example.org>"), "") << "looking changes nothing";
@@ -274,6 +277,66 @@ TEST_F(ImapTest, TheSyncKeepsTheIndexCurrentAndChangesTheServerOnlyWhenAsked) {
     EXPECT_EQ(sync->Snapshot("INBOX")->RowCount(), 2u);
     EXPECT_LT(sync->OpenMessage("INBOX", oldValidity, third.uid, 0, leftOut, error), 0);
 }
+
+// The same store on servers configured as other makers configure theirs.
+class ImapServerKinds : public ImapTest, public ::testing::WithParamInterface<EDovecotFlavour> {
+protected:
+    EDovecotFlavour Flavour() const override { return GetParam(); }
+};
+
+// The roles' folders are found by their names or made inside the personal namespace, the status says what
+// the store goes without, and a move without MOVE takes its message alone: another message the user's own
+// client marked deleted is never expunged with it.
+TEST_P(ImapServerKinds, FoldersOfTheRolesAndMovesOfOneMessage) {
+    m_server->Deliver("anna", "INBOX", Mail("<eins@example.org>", "Eins"));
+    m_server->Deliver("anna", "INBOX", Mail("<zwei@example.org>", "Zwei"));
+    // A Trash the user's other client made by a usual name, in English or German, is found, not made anew.
+    const bool german = Flavour() == EDovecotFlavour::InboxNamespace;
+    m_server->Deliver("anna", german ? "Papierkorb" : "Deleted Items", Mail("<alt@example.org>", "Alt"));
+    const std::shared_ptr<CImapSync> sync = CImapSync::ForStore(Store(StartTls()));
+    ASSERT_TRUE(Eventually([&] {
+        const auto snapshot = sync->Snapshot("INBOX");
+        return snapshot && snapshot->RowCount() == 2;
+    })) << velmar::WideToUtf8(sync->Problem());
+    const std::string trash = m_server->ServerName(german ? "Papierkorb" : "Deleted Items");
+    EXPECT_EQ(sync->FolderOfRole(EImapRole::Sent).value_or("-"), m_server->ServerName("Sent"));
+    EXPECT_EQ(sync->FolderOfRole(EImapRole::Drafts).value_or("-"), m_server->ServerName("Drafts"));
+    EXPECT_EQ(sync->FolderOfRole(EImapRole::Trash).value_or("-"), trash);
+    EXPECT_TRUE(fs::exists(m_server->MailboxPath("anna", "Sent")));
+    EXPECT_FALSE(fs::exists(m_server->MailboxPath("anna", "Trash"))) << "the user's trash was found";
+    const bool idle = Flavour() != EDovecotFlavour::Trimmed;
+    EXPECT_EQ(velmar::WideToUtf8(sync->Problem()).find("der Server kennt kein IDLE") != std::string::npos,
+              !idle);
+
+    std::string error;
+    const auto snapshot = sync->Snapshot("INBOX");
+    const std::uint32_t validity = snapshot->State().uidValidity;
+    ASSERT_TRUE(sync->Transfer("INBOX", validity, snapshot->Message(0).uid, trash, true, error)) << error;
+    EXPECT_EQ(m_server->Count("anna", "INBOX", "<eins@example.org>"), 0u);
+    EXPECT_EQ(m_server->Count("anna", german ? "Papierkorb" : "Deleted Items", "<eins@example.org>"), 1u);
+
+    // Another client has marked a message deleted and not yet expunged it.
+    m_server->Deliver("anna", "INBOX", Mail("<markiert@example.org>", "Markiert"), "ST");
+    sync->ResyncNow();
+    ASSERT_TRUE(sync->Transfer("INBOX", validity, snapshot->Message(1).uid, trash, true, error)) << error;
+    EXPECT_EQ(m_server->FlagsOf("anna", "INBOX", "<markiert@example.org>"), "ST") << "never expunged by us";
+    const bool movesAlone = Flavour() != EDovecotFlavour::Trimmed;
+    EXPECT_EQ(m_server->FlagsOf("anna", "INBOX", "<zwei@example.org>"), movesAlone ? "?" : "T")
+        << "without MOVE and UIDPLUS ours stays beside it, marked deleted";
+    ASSERT_TRUE(sync->Append(*sync->FolderOfRole(EImapRole::Sent), Mail("<gesendet@example.org>", "Gesendet"),
+                             kImapSeen, error))
+        << error;
+    EXPECT_EQ(m_server->FlagsOf("anna", "Sent", "<gesendet@example.org>"), "S");
+}
+
+INSTANTIATE_TEST_SUITE_P(Servers, ImapServerKinds,
+                         ::testing::Values(EDovecotFlavour::Standard, EDovecotFlavour::InboxNamespace,
+                                           EDovecotFlavour::Trimmed),
+                         [](const auto& info) {
+                             std::string name = FlavourName(info.param);
+                             std::erase(name, '-');
+                             return name;
+                         });
 
 TEST_F(ImapTest, ARestartAnswersFromDiskWhileTheServerIsAway) {
     for (int i = 0; i < 5; ++i)

@@ -119,6 +119,13 @@ std::optional<std::int64_t> InternalDate(std::string_view text) {
            hour * 3600 + minute * 60 + second - offset * 60;
 }
 
+// A mailbox attribute of RFC 6154, beside which a LIST may give others (\HasNoChildren, \Marked, ...).
+bool IsSpecialUse(const std::string& attribute) {
+    for (const char* use : {"All", "Archive", "Drafts", "Flagged", "Junk", "Sent", "Trash"})
+        if (strcasecmp(attribute.c_str(), use) == 0) return true;
+    return false;
+}
+
 void SetServerName(struct mailstream_ssl_context* context, void* host) {
     mailstream_ssl_set_server_name(context, static_cast<char*>(host));
 }
@@ -137,6 +144,7 @@ bool CImapConnection::IsOpen() const {
 
 void CImapConnection::Close() {
     m_selected.reset();
+    m_greetingNotes.clear();
     if (m_session) {
         // A polite LOGOUT only when the stream still stands; a broken one is just dropped.
         if (m_session->imap_stream) mailimap_logout(m_session);
@@ -263,7 +271,42 @@ bool CImapConnection::OpenTunnel(const CImapAccount& account, std::string& error
         error = "IMAP-Tunnel: kein Datenstrom";
         return false;
     }
-    return Check(mailimap_connect(m_session, stream), "IMAP-Tunnel", error);
+    return Check(mailimap_connect(m_session, stream), "IMAP-Tunnel", error) && AwaitPreauth(error);
+}
+
+bool CImapConnection::AwaitPreauth(std::string& error) {
+    if (m_session->imap_state != MAILIMAP_STATE_NON_AUTHENTICATED) return true;
+    // libetpan took the first untagged line for the greeting; its text is kept, and the lines after it are
+    // read up to the PREAUTH (each a notice of the server, "* OK [ALERT] ..." and the like).
+    if (m_session->imap_response && *m_session->imap_response)
+        m_greetingNotes.push_back(m_session->imap_response);
+    constexpr int kLongestPrelude = 50;
+    std::unique_ptr<MMAPString, void (*)(MMAPString*)> line(mmap_string_new(""), mmap_string_free);
+    for (int read = 0; line && read < kLongestPrelude; ++read) {
+        const char* text = mailstream_read_line_remove_eol(m_session->imap_stream, line.get());
+        if (!text) break;
+        const std::string_view untagged(text);
+        const auto starts = [&untagged](std::string_view head) {
+            return untagged.size() >= head.size() &&
+                   strncasecmp(untagged.data(), head.data(), head.size()) == 0;
+        };
+        if (starts("* PREAUTH")) {
+            m_session->imap_state = MAILIMAP_STATE_AUTHENTICATED;
+            return true;
+        }
+        if (starts("* BYE") || !starts("* ")) {
+            error = "IMAP-Tunnel: " + std::string(untagged.substr(0, 200));
+            Close();
+            return false;
+        }
+        std::string_view notice = untagged.substr(2);
+        if (notice.size() >= 3 && strncasecmp(notice.data(), "OK ", 3) == 0) notice.remove_prefix(3);
+        m_greetingNotes.emplace_back(notice.substr(0, 200));
+    }
+    // A tunnel's server is logged in already: one that wants a LOGIN is not what the profile says.
+    error = "IMAP-Tunnel: der Server meldet sich nicht angemeldet (kein PREAUTH)";
+    Close();
+    return false;
 }
 
 bool CImapConnection::Open(const CImapAccount& account, const std::string& password, std::string& error) {
@@ -305,7 +348,7 @@ bool CImapConnection::Open(const CImapAccount& account, const std::string& passw
             return false;
         }
     }
-    if (m_session->imap_state == MAILIMAP_STATE_NON_AUTHENTICATED &&
+    if (account.tunnel.empty() && m_session->imap_state == MAILIMAP_STATE_NON_AUTHENTICATED &&
         !Check(mailimap_login(m_session, account.user.c_str(), password.c_str()),
                ("Anmeldung von " + account.user + " an " + where).c_str(), error))
         return Close(), false;
@@ -321,7 +364,7 @@ bool CImapConnection::List(std::vector<CImapMailbox>& mailboxes, std::string& er
     if (!m_session || !Check(mailimap_list(m_session, "", "*", &list), "LIST", error)) return false;
     for (clistiter* it = clist_begin(list); it; it = clist_next(it)) {
         const auto* box = static_cast<const mailimap_mailbox_list*>(clist_content(it));
-        CImapMailbox mailbox{box->mb_name, {}, true};
+        CImapMailbox mailbox{box->mb_name, box->mb_delimiter, {}, true};
         if (const mailimap_mbx_list_flags* flags = box->mb_flag) {
             if (flags->mbf_type == MAILIMAP_MBX_LIST_FLAGS_SFLAG &&
                 flags->mbf_sflag == MAILIMAP_MBX_LIST_SFLAG_NOSELECT)
@@ -333,13 +376,40 @@ bool CImapConnection::List(std::vector<CImapMailbox>& mailboxes, std::string& er
                 if (!name.empty() && name.front() == '\\') name.erase(0, 1);
                 if (strcasecmp(name.c_str(), "Noselect") == 0 || strcasecmp(name.c_str(), "NonExistent") == 0)
                     mailbox.selectable = false;
-                else if (mailbox.specialUse.empty())
+                else if (mailbox.specialUse.empty() && IsSpecialUse(name))
                     mailbox.specialUse = name;
             }
         }
         mailboxes.push_back(std::move(mailbox));
     }
     mailimap_list_result_free(list);
+    return true;
+}
+
+bool CImapConnection::PersonalNamespace(CImapNamespace& space, std::string& error) {
+    if (!m_session) return false;
+    if (HasCapability("NAMESPACE")) {
+        mailimap_namespace_data* namespaces = nullptr;
+        if (!Check(mailimap_namespace(m_session, &namespaces), "NAMESPACE", error)) return false;
+        const mailimap_namespace_item* personal = namespaces ? namespaces->ns_personal : nullptr;
+        if (personal && personal->ns_data_list && clist_begin(personal->ns_data_list)) {
+            const auto* first = static_cast<const mailimap_namespace_info*>(
+                clist_content(clist_begin(personal->ns_data_list)));
+            space.prefix = first->ns_prefix ? first->ns_prefix : "";
+            if (first->ns_delimiter) space.delimiter = first->ns_delimiter;
+        }
+        if (namespaces) mailimap_namespace_data_free(namespaces);
+        return true;
+    }
+    // The reference "" and the name "" ask for the delimiter alone.
+    clist* list = nullptr;
+    if (!Check(mailimap_list(m_session, "", "", &list), "LIST", error)) return false;
+    if (list && clist_begin(list)) {
+        const auto* root = static_cast<const mailimap_mailbox_list*>(clist_content(clist_begin(list)));
+        if (root->mb_delimiter) space.delimiter = root->mb_delimiter;
+    }
+    mailimap_list_result_free(list);
+    space.prefix.clear();
     return true;
 }
 
@@ -385,7 +455,7 @@ bool CImapConnection::KeepSelected(const std::string& mailbox, std::uint32_t& ui
     return true;
 }
 
-bool CImapConnection::FetchStreamed(std::uint32_t fromUid, std::string_view items,
+bool CImapConnection::FetchStreamed(std::uint32_t fromUid, std::uint32_t toUid, std::string_view items,
                                     const std::function<void(const CFetchedMessage&)>& message,
                                     std::string& error) {
     if (!m_session || !m_session->imap_stream) return false;
@@ -393,7 +463,8 @@ bool CImapConnection::FetchStreamed(std::uint32_t fromUid, std::string_view item
     // GCC 12 at -O3 takes for an overlapping copy.
     std::string tag = std::to_string(++m_ownTag);
     tag.insert(tag.begin(), 'V');
-    std::string command = tag + " UID FETCH " + std::to_string(std::max<std::uint32_t>(fromUid, 1)) + ":* (";
+    std::string command = tag + " UID FETCH " + std::to_string(std::max<std::uint32_t>(fromUid, 1)) + ":" +
+                          (toUid ? std::to_string(toUid) : std::string("*")) + " (";
     command += items;
     command += ")\r\n";
     mailstream* stream = m_session->imap_stream;
@@ -424,7 +495,7 @@ bool CImapConnection::FetchStreamed(std::uint32_t fromUid, std::string_view item
 bool CImapConnection::FetchHeaders(std::uint32_t fromUid, const std::function<void(CImapHeaderRow&&)>& row,
                                    std::string& error) {
     return FetchStreamed(
-        fromUid, "UID FLAGS BODY.PEEK[HEADER.FIELDS (MESSAGE-ID SUBJECT)]",
+        fromUid, 0, "UID FLAGS BODY.PEEK[HEADER.FIELDS (MESSAGE-ID SUBJECT)]",
         [&row](const CFetchedMessage& fetched) {
             CHeaderScanner scanner({"message-id", "subject"});
             scanner.Feed(fetched.headers);
@@ -439,11 +510,11 @@ bool CImapConnection::FetchHeaders(std::uint32_t fromUid, const std::function<vo
         error);
 }
 
-bool CImapConnection::FetchDetails(std::uint32_t fromUid,
+bool CImapConnection::FetchDetails(std::uint32_t fromUid, std::uint32_t toUid,
                                    const std::function<void(const CImapDetailsRow&)>& row,
                                    std::string& error) {
     return FetchStreamed(
-        fromUid, "UID INTERNALDATE RFC822.SIZE",
+        fromUid, toUid, "UID INTERNALDATE RFC822.SIZE",
         [&row](const CFetchedMessage& fetched) {
             row({fetched.uid, InternalDate(fetched.internalDate).value_or(0), fetched.size});
         },
@@ -528,8 +599,27 @@ bool CImapConnection::Move(std::uint32_t uid, const std::string& mailbox, std::s
     const int stored = mailimap_uid_store(m_session, set.get(), store);
     mailimap_store_att_flags_free(store);
     if (!Check(stored, "UID STORE \\Deleted", error)) return false;
-    if (!HasCapability("UIDPLUS")) return true;
-    return Check(mailimap_uid_expunge(m_session, set.get()), "UID EXPUNGE", error);
+    if (HasCapability("UIDPLUS"))
+        return Check(mailimap_uid_expunge(m_session, set.get()), "UID EXPUNGE", error);
+    return ExpungeOnly(uid, error);
+}
+
+bool CImapConnection::ExpungeOnly(std::uint32_t uid, std::string& error) {
+    // EXPUNGE removes every message marked deleted: other messages so marked (by the user's own client,
+    // which has yet to decide) keep ours company, marked, rather than go with it.
+    mailimap_search_key* deleted = mailimap_search_key_new(
+        MAILIMAP_SEARCH_KEY_DELETED, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+        nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr,
+        nullptr, 0, nullptr, nullptr, nullptr);
+    clist* found = nullptr;
+    const int result = mailimap_uid_search(m_session, nullptr, deleted, &found);
+    mailimap_search_key_free(deleted);
+    if (!Check(result, "UID SEARCH DELETED", error)) return false;
+    bool onlyOurs = true;
+    for (clistiter* it = clist_begin(found); it; it = clist_next(it))
+        onlyOurs = onlyOurs && *static_cast<const std::uint32_t*>(clist_content(it)) == uid;
+    mailimap_search_result_free(found);
+    return !onlyOurs || Check(mailimap_expunge(m_session), "EXPUNGE", error);
 }
 
 bool CImapConnection::Append(const std::string& mailbox, std::string_view message, std::uint32_t flags,

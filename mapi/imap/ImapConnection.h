@@ -32,6 +32,7 @@ enum ImapFlag : std::uint32_t {
 
 struct CImapMailbox {
     std::string name;        // as the server names it (modified UTF-7)
+    char delimiter = 0;      // of its hierarchy; 0 for a flat name
     std::string specialUse;  // "Sent", "Drafts", "Trash", ... (RFC 6154, without the backslash); or empty
     bool selectable = true;
 };
@@ -45,6 +46,13 @@ struct CImapMailboxState {
 
 struct CFetchedMessage;
 struct CImapPart;
+
+// Where a user's own folders are made (RFC 2342): "INBOX." on servers that keep them under the inbox, ""
+// on others; and the character between a folder and its subfolders.
+struct CImapNamespace {
+    std::string prefix;
+    char delimiter = '/';
+};
 
 // What a lookup in the index needs of a message, as FETCH gives it.
 struct CImapHeaderRow {
@@ -73,8 +81,13 @@ public:
     bool IsOpen() const;
     void Close();
     bool HasCapability(const char* name) const;
+    // What the server said before it was ready (a tunnel's "* OK [ALERT] ..."), for the store's status.
+    const std::vector<std::string>& GreetingNotes() const { return m_greetingNotes; }
 
     bool List(std::vector<CImapMailbox>& mailboxes, std::string& error);
+    // The personal namespace as NAMESPACE gives it; without that extension, the root with the server's
+    // hierarchy delimiter (LIST "" "").
+    bool PersonalNamespace(CImapNamespace& space, std::string& error);
     bool Create(const std::string& mailbox, std::string& error);
     // Selects a mailbox read-write, with CONDSTORE where the server has it.
     bool Select(const std::string& mailbox, CImapMailboxState& state, std::string& error);
@@ -87,9 +100,9 @@ public:
     // UID FETCH fromUid:* of what a lookup needs, each message handed to row as it is read.
     bool FetchHeaders(std::uint32_t fromUid, const std::function<void(CImapHeaderRow&&)>& row,
                       std::string& error);
-    // UID FETCH fromUid:* of internal dates and sizes, the same way.
-    bool FetchDetails(std::uint32_t fromUid, const std::function<void(const CImapDetailsRow&)>& row,
-                      std::string& error);
+    // UID FETCH fromUid:toUid (toUid 0: fromUid:*) of internal dates and sizes, the same way.
+    bool FetchDetails(std::uint32_t fromUid, std::uint32_t toUid,
+                      const std::function<void(const CImapDetailsRow&)>& row, std::string& error);
     // The flags of the messages up to toUid whose flags changed since changedSince (all when 0).
     bool FetchFlags(std::uint32_t toUid, std::uint64_t changedSince,
                     const std::function<void(std::uint32_t uid, std::uint32_t flags)>& row,
@@ -107,7 +120,8 @@ public:
 
     bool StoreSeen(std::uint32_t uid, bool seen, std::string& error);
     bool Copy(std::uint32_t uid, const std::string& mailbox, std::string& error);
-    // Moves one message (MOVE, else COPY, \Deleted and UID EXPUNGE of that message only).
+    // Moves one message: MOVE; else COPY and \Deleted, then removed by UID EXPUNGE (UIDPLUS), or by EXPUNGE
+    // when no other message of the folder is marked deleted, else left marked for the user's own client.
     bool Move(std::uint32_t uid, const std::string& mailbox, std::string& error);
     bool Append(const std::string& mailbox, std::string_view message, std::uint32_t flags,
                 std::string& error);
@@ -120,9 +134,14 @@ private:
     bool Check(int result, const char* what, std::string& error);
     bool VerifyCertificate(const CImapAccount& account, std::string& error);
     bool OpenTunnel(const CImapAccount& account, std::string& error);
-    // UID FETCH fromUid:* (items), read as it arrives (see ImapFetchReader.h); messages below fromUid,
-    // which "a:*" reports when nothing is at or above a, are left out.
-    bool FetchStreamed(std::uint32_t fromUid, std::string_view items,
+    // A tunnel's server is logged in already: what came before its PREAUTH is read here, never answered
+    // with a LOGIN.
+    bool AwaitPreauth(std::string& error);
+    // Removes the message just marked deleted, and no other.
+    bool ExpungeOnly(std::uint32_t uid, std::string& error);
+    // UID FETCH fromUid:toUid (items; toUid 0 for "*"), read as it arrives (see ImapFetchReader.h);
+    // messages below fromUid, which "a:*" reports when nothing is at or above a, are left out.
+    bool FetchStreamed(std::uint32_t fromUid, std::uint32_t toUid, std::string_view items,
                        const std::function<void(const CFetchedMessage&)>& message, std::string& error);
 
     mailimap* m_session = nullptr;
@@ -130,6 +149,7 @@ private:
     std::uint32_t m_selectedValidity = 0;
     unsigned m_ownTag = 0;  // the tags of the commands sent past libetpan
     pid_t m_tunnel = -1;    // the tunnel command, while it runs
+    std::vector<std::string> m_greetingNotes;
 };
 
 }  // namespace velmar::mapi

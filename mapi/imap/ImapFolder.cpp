@@ -120,7 +120,16 @@ HRESULT OpenImapMessage(const CStoreConfig& store, const std::shared_ptr<CImapSy
     // that a lookup that only finds it (and perhaps marks it read) never waits for its bytes; with the
     // server away it cannot be had, which opening it says at once.
     if (!sync->IsCached(mailbox, uidValidity, uid) && sync->ServerAway()) return MAPI_E_NETWORK_ERROR;
-    const CImapIndexed indexed = snapshot->Message(*row);
+    CImapIndexed indexed = snapshot->Message(*row);
+    // Found before the index had its internal date (a message just come): the server is asked for it, so
+    // that the message's time is the server's, never the moment the index first saw it.
+    if (indexed.size == 0) {
+        CImapDetailsRow details;
+        if (std::string ignored; sync->DetailsOf(mailbox, uidValidity, uid, details, ignored)) {
+            indexed.internalDate = details.internalDate;
+            indexed.size = details.size;
+        }
+    }
     CComPtr<CMimeMessage> message = MakeObject<CMimeMessage>(
         [sync, mailbox, uidValidity, uid, size = indexed.size] {
             std::string error;

@@ -209,6 +209,11 @@ void CImapSnapshotBuilder::Add(CImapHeaderRow&& row) {
     // The text of a replaced entry stays behind unused until the index is built anew from the server.
     const auto at = FirstAtOrAbove(entry.uid);
     if (at != m_entries.end() && at->uid == entry.uid) {
+        // A UID names one message for good: the internal date and size it had stay (size 0: never came).
+        if (at->size != 0) {
+            entry.internalDate = at->internalDate;
+            entry.size = at->size;
+        }
         *at = entry;
     } else {
         m_entries.insert(at, entry);

@@ -23,10 +23,12 @@ protected:
                 name = kOutboxFolder;
                 break;  // this machine's
             case EStandardFolder::Sent:
-                name = ImapFolderName(m_sync->FolderOfRole(EImapRole::Sent));
+                name = ImapFolderName(
+                    m_sync->FolderOfRole(EImapRole::Sent).value_or(UsualFolderOfRole(EImapRole::Sent)));
                 break;
             case EStandardFolder::Trash:
-                name = ImapFolderName(m_sync->FolderOfRole(EImapRole::Trash));
+                name = ImapFolderName(
+                    m_sync->FolderOfRole(EImapRole::Trash).value_or(UsualFolderOfRole(EImapRole::Trash)));
                 break;
         }
         return EncodeEntryId({EntryKind::Folder, m_config.id, name, {}});

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "mapi/imap/ImapMailboxName.h"
 #include "mapi/imap/ImapMessageParts.h"
 #include "mapi/provider/AccountSecrets.h"
 #include "mapi/provider/FileDescriptor.h"
@@ -35,18 +36,55 @@ constexpr auto kLongestResync = std::chrono::seconds(60);
 constexpr std::uint64_t kCacheBytes = 256ull * 1024 * 1024;
 constexpr std::uint64_t kCacheTrimmedBytes = 192ull * 1024 * 1024;
 
-// Usual names of the roles' folders, for a server that marks none (the first is made when none exists).
+// Without IDLE the inbox is looked at this often.
+constexpr int kPollSeconds = 60;
+
+// Usual names of the roles' folders, as servers and mail clients name them in English and German, for a
+// server that marks none; the first is the one made when none exists.
 const std::vector<std::string>& UsualNames(EImapRole role) {
     static const std::vector<std::string> sent{
-        "Sent", "Sent Items", "Sent Messages", "Gesendet", "Gesendete Objekte", "INBOX.Sent", "INBOX/Sent"};
-    static const std::vector<std::string> drafts{"Drafts", "Entw&APw-rfe", "INBOX.Drafts", "INBOX/Drafts"};
-    static const std::vector<std::string> trash{"Trash",      "Deleted Items", "Deleted Messages",
-                                                "Papierkorb", "INBOX.Trash",   "INBOX/Trash"};
+        "Sent",     "Sent Items",         "Sent Messages",     "Sent Mail",
+        "Gesendet", "Gesendete Elemente", "Gesendete Objekte", "Gesendete Nachrichten"};
+    static const std::vector<std::string> drafts{"Drafts", "Entw\xC3\xBCrfe"};
+    static const std::vector<std::string> trash{"Trash",
+                                                "Deleted Items",
+                                                "Deleted Messages",
+                                                "Papierkorb",
+                                                "Gel\xC3\xB6schte Elemente",
+                                                "Gel\xC3\xB6schte Objekte"};
     return role == EImapRole::Sent ? sent : role == EImapRole::Drafts ? drafts : trash;
 }
 
 const char* SpecialUseOf(EImapRole role) {
     return role == EImapRole::Sent ? "Sent" : role == EImapRole::Drafts ? "Drafts" : "Trash";
+}
+
+// The folder of a role in the words of the store's status.
+const char* RoleFolderText(EImapRole role) {
+    return role == EImapRole::Sent     ? "Ordner für gesendete Nachrichten"
+           : role == EImapRole::Drafts ? "Ordner für Entwürfe"
+                                       : "Papierkorb";
+}
+
+bool SameTextNoCase(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+}
+
+// The name of a mailbox inside the personal namespace, as people read it: the prefix taken off (and, on a
+// server that names no namespace, an "INBOX." before it); nullopt for a mailbox outside the namespace or
+// below another folder.
+std::optional<std::string> LeafName(const CImapMailbox& mailbox, const CImapNamespace& space) {
+    std::string_view name = mailbox.name;
+    const std::string inboxPrefix = std::string(kImapInbox) + space.delimiter;
+    if (!space.prefix.empty() && SameTextNoCase(name.substr(0, space.prefix.size()), space.prefix))
+        name.remove_prefix(space.prefix.size());
+    else if (space.prefix.empty() && SameTextNoCase(name.substr(0, inboxPrefix.size()), inboxPrefix))
+        name.remove_prefix(inboxPrefix.size());
+    else if (!space.prefix.empty())
+        return std::nullopt;
+    if (name.empty() || (mailbox.delimiter && name.find(mailbox.delimiter) != std::string_view::npos))
+        return std::nullopt;
+    return WideToUtf8(DecodeMailboxName(name));
 }
 
 std::string Hex(std::string_view bytes) {
@@ -163,10 +201,19 @@ std::string CImapSync::CachePath(const std::string& folder, std::uint32_t uidVal
            std::to_string(uid);
 }
 
-std::string CImapSync::FolderOfRole(EImapRole role) const {
+std::string UsualFolderOfRole(EImapRole role) {
+    return UsualNames(role).front();
+}
+
+std::optional<std::string> CImapSync::FolderOfRole(EImapRole role) const {
     std::lock_guard lock(m_lock);
     const auto found = m_roles.find(role);
-    return found != m_roles.end() ? found->second : UsualNames(role).front();
+    return found != m_roles.end() ? std::optional(found->second) : std::nullopt;
+}
+
+void CImapSync::AwaitFirstPass() {
+    std::unique_lock lock(m_lock);
+    m_passed.wait_for(lock, kLongestResync, [&] { return m_stop || m_passesDone > 0; });
 }
 
 std::vector<std::string> CImapSync::FolderNames() const {
@@ -174,7 +221,7 @@ std::vector<std::string> CImapSync::FolderNames() const {
     if (!m_folders.empty()) return m_folders;
     std::vector<std::string> names{kImapInbox};
     for (const EImapRole role : {EImapRole::Sent, EImapRole::Drafts, EImapRole::Trash})
-        names.push_back(m_roles.count(role) ? m_roles.at(role) : UsualNames(role).front());
+        names.push_back(m_roles.count(role) ? m_roles.at(role) : UsualFolderOfRole(role));
     return names;
 }
 
@@ -185,7 +232,9 @@ void CImapSync::SetProblem(const std::string& problem) {
 
 std::wstring CImapSync::Problem() const {
     std::lock_guard lock(m_lock);
-    return m_problem.empty() ? std::wstring() : m_store.displayName + L": " + Utf8ToWide(m_problem);
+    std::string text = m_problem;
+    for (const std::string& note : m_notes) text += (text.empty() ? "" : "; ") + note;
+    return text.empty() ? std::wstring() : m_store.displayName + L": " + Utf8ToWide(text);
 }
 
 bool CImapSync::Connect(CImapConnection& connection, std::string& error) {
@@ -205,34 +254,73 @@ bool CImapSync::Connect(CImapConnection& connection, std::string& error) {
     return connection.Open(account, *password, error);
 }
 
-// Which folders play the roles: marked by the server, else found by a usual name, else made.
+// Which folders play the roles: marked by the server, else found by a usual name inside the personal
+// namespace, else made there. A role without a folder is a note of the status, never the end of the pass:
+// the inbox is read all the same. What the server said before its greeting, and how the inbox is watched,
+// are notes too.
 bool CImapSync::DiscoverFolders(CImapConnection& connection, std::string& error) {
     std::vector<CImapMailbox> mailboxes;
     if (!connection.List(mailboxes, error)) return false;
+    CImapNamespace space;
+    if (std::string ignored; !connection.PersonalNamespace(space, ignored)) space = {};
+    if (space.prefix.empty())
+        for (const CImapMailbox& mailbox : mailboxes)
+            if (SameTextNoCase(mailbox.name, kImapInbox) && mailbox.delimiter)
+                space.delimiter = mailbox.delimiter;
     std::map<EImapRole, std::string> roles;
     std::vector<std::string> names;
     for (const CImapMailbox& mailbox : mailboxes) {
         if (mailbox.selectable) names.push_back(mailbox.name);
         for (const EImapRole role : {EImapRole::Sent, EImapRole::Drafts, EImapRole::Trash})
-            if (!roles.count(role) && strcasecmp(mailbox.specialUse.c_str(), SpecialUseOf(role)) == 0)
+            if (!roles.count(role) && mailbox.selectable &&
+                strcasecmp(mailbox.specialUse.c_str(), SpecialUseOf(role)) == 0)
                 roles[role] = mailbox.name;
     }
+    std::vector<std::string> notes;
+    for (const std::string& said : connection.GreetingNotes())
+        notes.push_back("Hinweis des Servers: " + said);
+    if (!connection.HasCapability("IDLE"))
+        notes.push_back("der Server kennt kein IDLE: der Posteingang wird alle " +
+                        std::to_string(kPollSeconds) + " Sekunden abgefragt");
     for (const EImapRole role : {EImapRole::Sent, EImapRole::Drafts, EImapRole::Trash}) {
-        if (roles.count(role)) continue;
-        for (const std::string& usual : UsualNames(role))
-            if (std::find(names.begin(), names.end(), usual) != names.end()) {
-                roles[role] = usual;
-                break;
+        for (const std::string& usual : UsualNames(role)) {
+            if (roles.count(role)) break;
+            for (const CImapMailbox& mailbox : mailboxes) {
+                const std::optional<std::string> leaf = LeafName(mailbox, space);
+                if (mailbox.selectable && leaf && SameTextNoCase(*leaf, usual)) {
+                    roles[role] = mailbox.name;
+                    break;
+                }
             }
+        }
         if (roles.count(role)) continue;
-        const std::string& made = UsualNames(role).front();
-        if (!connection.Create(made, error)) return false;
-        roles[role] = made;
-        names.push_back(made);
+        // Made inside the namespace; on a server that names none, under the inbox when the root is refused.
+        std::vector<std::string> candidates{space.prefix + UsualNames(role).front()};
+        if (space.prefix.empty())
+            candidates.push_back(std::string(kImapInbox) + space.delimiter + UsualNames(role).front());
+        std::string refusal;
+        for (const std::string& candidate : candidates) {
+            if (!connection.IsOpen()) break;
+            if (std::string refused; connection.Create(candidate, refused)) {
+                roles[role] = candidate;
+                names.push_back(candidate);
+                break;
+            } else if (refusal.empty()) {
+                refusal = refused;
+            }
+        }
+        if (!roles.count(role))
+            notes.push_back(std::string(RoleFolderText(role)) +
+                            " fehlt auf dem Server und lässt sich nicht anlegen (" + refusal + ")");
+    }
+    if (!connection.IsOpen()) {
+        error = "Verbindung verloren beim Anlegen der Ordner";
+        return false;
     }
     std::lock_guard lock(m_lock);
     m_roles = std::move(roles);
     m_folders = std::move(names);
+    m_notes = std::move(notes);
     return true;
 }
 
@@ -311,7 +399,7 @@ bool CImapSync::SyncFolder(CImapConnection& connection, const std::string& folde
         Publish(folder, findable);
         CImapSnapshotBuilder detailed(findable.get(), m_store.id, ImapFolderName(folder));
         if (!connection.FetchDetails(
-                firstNew, [&detailed](const CImapDetailsRow& row) { detailed.SetDetails(row); }, error)) {
+                firstNew, 0, [&detailed](const CImapDetailsRow& row) { detailed.SetDetails(row); }, error)) {
             // Deliberate: as below, a cache not written costs only time. A restart then finds the messages
             // on disk and fetches them again from the server.
             findable->Save(IndexPath(folder));
@@ -329,13 +417,19 @@ bool CImapSync::SyncFolder(CImapConnection& connection, const std::string& folde
     return true;
 }
 
+bool CImapSync::Pass(CImapConnection& connection, std::string& error) {
+    // Each new connection looks at the server's folders again: one made or marked since is found.
+    if (!connection.IsOpen() && !(Connect(connection, error) && DiscoverFolders(connection, error)))
+        return false;
+    return SyncFolder(connection, kImapInbox, error);
+}
+
 void CImapSync::Run() {
     // A server that drops the connection while this thread writes to it is a failed call, not the process's
     // end.
     const CPipeSignalGuard quiet;
     CImapConnection connection;
     auto pause = kFirstRetry;
-    bool discovered = false;
     for (;;) {
         std::uint64_t wanted = 0;
         {
@@ -344,9 +438,11 @@ void CImapSync::Run() {
             wanted = m_passesWanted;
         }
         std::string error;
-        bool ok = connection.IsOpen() || Connect(connection, error);
-        if (ok && !discovered) ok = discovered = DiscoverFolders(connection, error);
-        if (ok) ok = SyncFolder(connection, kImapInbox, error);
+        const bool wasOpen = connection.IsOpen();
+        bool ok = Pass(connection, error);
+        // A connection that died while it waited (the server restarted, a router forgot it) is made anew at
+        // once, and what keeps the store from its server is what that says.
+        if (!ok && wasOpen && !connection.IsOpen()) ok = Pass(connection, error);
         {
             std::lock_guard lock(m_lock);
             m_passesSatisfied = std::max(m_passesSatisfied, wanted);
@@ -357,7 +453,8 @@ void CImapSync::Run() {
         bool changed = false;
         if (ok) {
             pause = kFirstRetry;
-            if (connection.Idle(m_wake, kIdleSeconds, changed, error)) {
+            const int wait = connection.HasCapability("IDLE") ? kIdleSeconds : kPollSeconds;
+            if (connection.Idle(m_wake, wait, changed, error)) {
                 std::uint64_t drained = 0;
                 if (read(m_wake, &drained, sizeof drained) < 0) {
                     // Nothing was written: the server spoke or the time ran out.
@@ -564,6 +661,22 @@ void CImapSync::TrimCache() {
         if (total <= kCacheTrimmedBytes) break;
         if (unlink(file.path.c_str()) == 0) total -= file.size;
     }
+}
+
+bool CImapSync::DetailsOf(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid,
+                          CImapDetailsRow& details, std::string& error) {
+    std::lock_guard command(m_commandLock);
+    const CPipeSignalGuard quiet;
+    bool found = false;
+    const auto take = [&](const CImapDetailsRow& row) {
+        if (row.uid != uid || row.internalDate == 0) return;
+        details = row;
+        found = true;
+    };
+    if (!SelectForMessage(folder, uidValidity, error) || !m_command.FetchDetails(uid, uid, take, error))
+        return false;
+    if (!found) error = "UID FETCH INTERNALDATE: keine Antwort zu UID " + std::to_string(uid);
+    return found;
 }
 
 bool CImapSync::SetSeen(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid, bool seen,

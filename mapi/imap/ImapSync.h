@@ -29,6 +29,9 @@ inline constexpr char kImapInbox[] = "INBOX";
 // The folders every store has, as the server marks them (RFC 6154) or as they are usually named.
 enum class EImapRole { Sent, Drafts, Trash };
 
+// The name a role's folder usually has, which names it in entry ids before the server was asked.
+std::string UsualFolderOfRole(EImapRole role);
+
 class CImapSync {
 public:
     // The process's sync of a store (made, and its thread started, on first use).
@@ -45,8 +48,12 @@ public:
     CImapSync(const CImapSync&) = delete;
     CImapSync& operator=(const CImapSync&) = delete;
 
-    // The name of the folder of a role on the server (the usual name until the server was asked).
-    std::string FolderOfRole(EImapRole role) const;
+    // The name of the folder of a role on the server; nullopt until the server was asked, and while it has
+    // none and refuses to make one.
+    std::optional<std::string> FolderOfRole(EImapRole role) const;
+    // Waits (at most a while) until the thread has been to the server once, well or not: what it found of
+    // the folders is known then.
+    void AwaitFirstPass();
     // The folders the server listed (the inbox and the roles' folders at least).
     std::vector<std::string> FolderNames() const;
 
@@ -66,6 +73,10 @@ public:
                  const std::string& section, std::string& error);
     // Whether the message's bytes are in the cache (opening it then never waits for the server).
     bool IsCached(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid) const;
+    // The internal date and size of one message, asked of the server: for a message opened before the index
+    // has them. False with error when the server cannot say.
+    bool DetailsOf(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid,
+                   CImapDetailsRow& details, std::string& error);
     bool SetSeen(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid, bool seen,
                  std::string& error);
     // Copies one message to another folder of the server, or moves it there.
@@ -75,13 +86,16 @@ public:
 
     // Brings the inbox up to date now and waits for that (at most a while): FlushQueues(FLUSH_DOWNLOAD).
     void ResyncNow();
-    // What went wrong last with the server, for the spooler's status; empty while all is well.
+    // What went wrong last with the server, and what the store does without (a folder the server will not
+    // make, IDLE), for the spooler's status; empty while all is well.
     std::wstring Problem() const;
     // Whether the server was found away (or refusing) the last time it was asked.
     bool ServerAway() const;
 
 private:
     void Run();
+    // One look at the server: connected (its folders found) when the connection is not open, then the inbox.
+    bool Pass(CImapConnection& connection, std::string& error);
     bool Connect(CImapConnection& connection, std::string& error);
     bool DiscoverFolders(CImapConnection& connection, std::string& error);
     bool SyncFolder(CImapConnection& connection, const std::string& folder, std::string& error);
@@ -111,7 +125,8 @@ private:
     std::map<std::string, std::chrono::steady_clock::time_point> m_synced;
     std::map<EImapRole, std::string> m_roles;
     std::vector<std::string> m_folders;
-    std::string m_problem;
+    std::string m_problem;                // of the last pass or call: the server away or refusing
+    std::vector<std::string> m_notes;     // what the store goes without on this server, and its notices
     std::uint64_t m_passesWanted = 0;     // ResyncNow's requests
     std::uint64_t m_passesSatisfied = 0;  // the requests a finished pass began after
     std::uint64_t m_passesDone = 0;       // passes finished, well or not

@@ -24,10 +24,19 @@ bool FileAsSent(const CStoreConfig& store, const std::string& sentFolder, std::s
                 std::string& problem) {
     if (store.imap) {
         const std::shared_ptr<CImapSync> sync = CImapSync::ForStore(store);
-        const std::string folder = sentFolder.size() > 1 && sentFolder.front() == '/'
-                                       ? sentFolder.substr(1)
-                                       : sync->FolderOfRole(EImapRole::Sent);
-        if (sync->Append(folder, message, kImapSeen, problem)) return true;
+        sync->AwaitFirstPass();
+        // The folder the message names, unless that is only the usual name its store gave before the server
+        // was asked: then the one the server has for sent messages.
+        std::optional<std::string> folder = sync->FolderOfRole(EImapRole::Sent);
+        if (sentFolder.size() > 1 && sentFolder.front() == '/' &&
+            sentFolder.substr(1) != UsualFolderOfRole(EImapRole::Sent))
+            folder = sentFolder.substr(1);
+        // The copy waits in the queue until the server has a folder for it.
+        if (!folder) {
+            problem = "the server has no folder for sent messages";
+            return false;
+        }
+        if (sync->Append(*folder, message, kImapSeen, problem)) return true;
         problem = "cannot file the sent message on the server: " + problem;
         return false;
     }

@@ -7,6 +7,11 @@
 #   dovecot_instance.sh start <folder> <port> <user>...   (as root; prints READY once it listens; a folder
 #                                                          started before keeps its mail and its CA)
 #   dovecot_instance.sh stop <folder>
+# DOVECOT_FLAVOUR makes it a server configured as other makers configure theirs:
+#   inbox-namespace  personal folders under the inbox ("INBOX." with "."), none marked, none made
+#   trimmed          only IMAP4rev1 and LITERAL+ announced (no IDLE, MOVE, UIDPLUS, CONDSTORE, SPECIAL-USE,
+#                    NAMESPACE), separator "/", no folders marked or made
+#   no-create        as the default, but no folder can be made (the mail folder is not the mail user's)
 set -euo pipefail
 command=$1 folder=$(realpath -m "$2")
 conf=$folder/conf
@@ -26,6 +31,35 @@ fi
 
 port=$3
 shift 3
+flavour=${DOVECOT_FLAVOUR:-standard}
+location="maildir:$folder/mail/%u"
+namespace='  separator = /
+  mailbox Sent {
+    special_use = \Sent
+  }
+  mailbox Drafts {
+    special_use = \Drafts
+  }
+  mailbox Trash {
+    special_use = \Trash
+  }'
+capability=
+case $flavour in
+standard) ;;
+inbox-namespace) namespace='  prefix = INBOX.
+  separator = .' ;;
+trimmed)
+    namespace='  separator = /'
+    capability='imap_capability = IMAP4rev1 LITERAL+' ;;
+no-create)
+    # The server's own files live elsewhere, so that the mail folder itself can be closed to new folders.
+    location="$location:INDEX=$folder/index/%u:CONTROL=$folder/control/%u"
+    mkdir -p "$folder/index" "$folder/control"
+    chown nobody:nogroup "$folder/index" "$folder/control" ;;
+*)
+    echo "unknown DOVECOT_FLAVOUR $flavour" >&2
+    exit 2 ;;
+esac
 mkdir -p "$conf" "$folder/run" "$folder/state" "$folder/mail"
 chmod 0755 "$folder" "$folder/mail"
 : >"$conf/users"
@@ -34,6 +68,9 @@ for user in "$@"; do
     mkdir -p "$folder/mail/$user"/{cur,new,tmp}
 done
 chown -R nobody:nogroup "$folder/mail"
+if [ "$flavour" = no-create ]; then
+    for user in "$@"; do chown root:root "$folder/mail/$user"; done
+fi
 
 if [ ! -s "$folder/ca.pem" ]; then
     openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj "/CN=Velmar Test CA" \
@@ -68,19 +105,11 @@ userdb {
   driver = static
   args = uid=nobody gid=nogroup home=$folder/mail/%u
 }
-mail_location = maildir:$folder/mail/%u
+mail_location = $location
+$capability
 namespace inbox {
   inbox = yes
-  separator = /
-  mailbox Sent {
-    special_use = \\Sent
-  }
-  mailbox Drafts {
-    special_use = \\Drafts
-  }
-  mailbox Trash {
-    special_use = \\Trash
-  }
+$namespace
 }
 stats_writer_socket_path =
 protocol imap {
