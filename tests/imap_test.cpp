@@ -179,11 +179,15 @@ TEST_F(ImapTest, StartTlsImplicitTlsAndATunnelReadTheSameMailbox) {
         EXPECT_EQ(rows[1].flags & kImapSeen, static_cast<std::uint32_t>(kImapSeen));
         std::vector<CImapDetailsRow> details;
         ASSERT_TRUE(connection.FetchDetails(
-            rows[1].uid, 0, [&](const CImapDetailsRow& row) { details.push_back(row); }, error));
+            rows[1].uid, [&](const CImapDetailsRow& row) { details.push_back(row); }, error));
         ASSERT_EQ(details.size(), 1u);
         EXPECT_EQ(details[0].uid, rows[1].uid);
         EXPECT_EQ(details[0].internalDate, 1795514400) << "24-Nov-2026 11:00:00 +0100";
         EXPECT_EQ(details[0].size, second.size());
+        std::int64_t internalDate = 0;
+        ASSERT_TRUE(connection.FetchInternalDate(rows[1].uid, internalDate, error)) << error;
+        EXPECT_EQ(internalDate, 1795514400) << "one message's alone";
+        EXPECT_FALSE(connection.FetchInternalDate(rows[1].uid + 100, internalDate, error));
         std::string bytes;
         ASSERT_TRUE(connection.FetchMessage(rows[1].uid, bytes, error)) << error;
         EXPECT_NE(bytes.find("Der Text der zweiten."), std::string::npos);

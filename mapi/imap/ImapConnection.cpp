@@ -510,15 +510,25 @@ bool CImapConnection::FetchHeaders(std::uint32_t fromUid, const std::function<vo
         error);
 }
 
-bool CImapConnection::FetchDetails(std::uint32_t fromUid, std::uint32_t toUid,
+bool CImapConnection::FetchDetails(std::uint32_t fromUid,
                                    const std::function<void(const CImapDetailsRow&)>& row,
                                    std::string& error) {
     return FetchStreamed(
-        fromUid, toUid, "UID INTERNALDATE RFC822.SIZE",
+        fromUid, 0, "UID INTERNALDATE RFC822.SIZE",
         [&row](const CFetchedMessage& fetched) {
             row({fetched.uid, InternalDate(fetched.internalDate).value_or(0), fetched.size});
         },
         error);
+}
+
+bool CImapConnection::FetchInternalDate(std::uint32_t uid, std::int64_t& internalDate, std::string& error) {
+    internalDate = 0;
+    const auto take = [&](const CFetchedMessage& fetched) {
+        if (fetched.uid == uid) internalDate = InternalDate(fetched.internalDate).value_or(0);
+    };
+    if (!FetchStreamed(uid, uid, "UID INTERNALDATE", take, error)) return false;
+    if (internalDate == 0) error = "UID FETCH INTERNALDATE: keine Antwort zu UID " + std::to_string(uid);
+    return internalDate != 0;
 }
 
 bool CImapConnection::FetchFlags(std::uint32_t toUid, std::uint64_t changedSince,

@@ -100,9 +100,12 @@ public:
     // UID FETCH fromUid:* of what a lookup needs, each message handed to row as it is read.
     bool FetchHeaders(std::uint32_t fromUid, const std::function<void(CImapHeaderRow&&)>& row,
                       std::string& error);
-    // UID FETCH fromUid:toUid (toUid 0: fromUid:*) of internal dates and sizes, the same way.
-    bool FetchDetails(std::uint32_t fromUid, std::uint32_t toUid,
-                      const std::function<void(const CImapDetailsRow&)>& row, std::string& error);
+    // UID FETCH fromUid:* of internal dates and sizes, the same way.
+    bool FetchDetails(std::uint32_t fromUid, const std::function<void(const CImapDetailsRow&)>& row,
+                      std::string& error);
+    // The internal date of one message alone (cheap where its size is not: no look at its file); false with
+    // error when the server gives none.
+    bool FetchInternalDate(std::uint32_t uid, std::int64_t& internalDate, std::string& error);
     // The flags of the messages up to toUid whose flags changed since changedSince (all when 0).
     bool FetchFlags(std::uint32_t toUid, std::uint64_t changedSince,
                     const std::function<void(std::uint32_t uid, std::uint32_t flags)>& row,

@@ -124,11 +124,9 @@ HRESULT OpenImapMessage(const CStoreConfig& store, const std::shared_ptr<CImapSy
     // Found before the index had its internal date (a message just come): the server is asked for it, so
     // that the message's time is the server's, never the moment the index first saw it.
     if (indexed.size == 0) {
-        CImapDetailsRow details;
-        if (std::string ignored; sync->DetailsOf(mailbox, uidValidity, uid, details, ignored)) {
-            indexed.internalDate = details.internalDate;
-            indexed.size = details.size;
-        }
+        std::int64_t internalDate = 0;
+        if (std::string ignored; sync->InternalDateOf(mailbox, uidValidity, uid, internalDate, ignored))
+            indexed.internalDate = internalDate;
     }
     CComPtr<CMimeMessage> message = MakeObject<CMimeMessage>(
         [sync, mailbox, uidValidity, uid, size = indexed.size] {

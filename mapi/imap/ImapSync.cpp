@@ -399,7 +399,7 @@ bool CImapSync::SyncFolder(CImapConnection& connection, const std::string& folde
         Publish(folder, findable);
         CImapSnapshotBuilder detailed(findable.get(), m_store.id, ImapFolderName(folder));
         if (!connection.FetchDetails(
-                firstNew, 0, [&detailed](const CImapDetailsRow& row) { detailed.SetDetails(row); }, error)) {
+                firstNew, [&detailed](const CImapDetailsRow& row) { detailed.SetDetails(row); }, error)) {
             // Deliberate: as below, a cache not written costs only time. A restart then finds the messages
             // on disk and fetches them again from the server.
             findable->Save(IndexPath(folder));
@@ -663,20 +663,12 @@ void CImapSync::TrimCache() {
     }
 }
 
-bool CImapSync::DetailsOf(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid,
-                          CImapDetailsRow& details, std::string& error) {
+bool CImapSync::InternalDateOf(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid,
+                               std::int64_t& internalDate, std::string& error) {
     std::lock_guard command(m_commandLock);
     const CPipeSignalGuard quiet;
-    bool found = false;
-    const auto take = [&](const CImapDetailsRow& row) {
-        if (row.uid != uid || row.internalDate == 0) return;
-        details = row;
-        found = true;
-    };
-    if (!SelectForMessage(folder, uidValidity, error) || !m_command.FetchDetails(uid, uid, take, error))
-        return false;
-    if (!found) error = "UID FETCH INTERNALDATE: keine Antwort zu UID " + std::to_string(uid);
-    return found;
+    return SelectForMessage(folder, uidValidity, error) &&
+           m_command.FetchInternalDate(uid, internalDate, error);
 }
 
 bool CImapSync::SetSeen(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid, bool seen,

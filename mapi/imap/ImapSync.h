@@ -73,10 +73,10 @@ public:
                  const std::string& section, std::string& error);
     // Whether the message's bytes are in the cache (opening it then never waits for the server).
     bool IsCached(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid) const;
-    // The internal date and size of one message, asked of the server: for a message opened before the index
-    // has them. False with error when the server cannot say.
-    bool DetailsOf(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid,
-                   CImapDetailsRow& details, std::string& error);
+    // The internal date of one message, asked of the server: for a message opened before the index has it.
+    // False with error when the server cannot say.
+    bool InternalDateOf(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid,
+                        std::int64_t& internalDate, std::string& error);
     bool SetSeen(const std::string& folder, std::uint32_t uidValidity, std::uint32_t uid, bool seen,
                  std::string& error);
     // Copies one message to another folder of the server, or moves it there.
