@@ -38,6 +38,17 @@ inline const char* FlavourName(EDovecotFlavour flavour) {
     return "standard";
 }
 
+// The configurations the tests run the same store against (a server that lets no folder be made aside).
+inline constexpr EDovecotFlavour kServerKinds[] = {EDovecotFlavour::Standard, EDovecotFlavour::InboxNamespace,
+                                                   EDovecotFlavour::Trimmed};
+
+// The flavour's name as a test's name may have it.
+inline std::string FlavourTestName(EDovecotFlavour flavour) {
+    std::string name = FlavourName(flavour);
+    std::erase(name, '-');
+    return name;
+}
+
 class CDovecotServer {
 public:
     // The users log in with the password "geheim".

@@ -88,14 +88,8 @@ protected:
     EDovecotFlavour Flavour() const override { return GetParam(); }
 };
 
-INSTANTIATE_TEST_SUITE_P(Kinds, ImapServers,
-                         ::testing::Values(EDovecotFlavour::Standard, EDovecotFlavour::InboxNamespace,
-                                           EDovecotFlavour::Trimmed),
-                         [](const auto& info) {
-                             std::string name = FlavourName(info.param);
-                             std::erase(name, '-');
-                             return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(Kinds, ImapServers, ::testing::ValuesIn(kServerKinds),
+                         [](const auto& info) { return FlavourTestName(info.param); });
 
 // A server that lets no folder be made.
 class ImapServerRefusingFolders : public ImapService {

@@ -333,14 +333,8 @@ TEST_P(ImapServerKinds, FoldersOfTheRolesAndMovesOfOneMessage) {
     EXPECT_EQ(m_server->FlagsOf("anna", "Sent", "<gesendet@example.org>"), "S");
 }
 
-INSTANTIATE_TEST_SUITE_P(Servers, ImapServerKinds,
-                         ::testing::Values(EDovecotFlavour::Standard, EDovecotFlavour::InboxNamespace,
-                                           EDovecotFlavour::Trimmed),
-                         [](const auto& info) {
-                             std::string name = FlavourName(info.param);
-                             std::erase(name, '-');
-                             return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(Servers, ImapServerKinds, ::testing::ValuesIn(kServerKinds),
+                         [](const auto& info) { return FlavourTestName(info.param); });
 
 TEST_F(ImapTest, ARestartAnswersFromDiskWhileTheServerIsAway) {
     for (int i = 0; i < 5; ++i)
