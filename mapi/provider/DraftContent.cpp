@@ -223,7 +223,9 @@ std::wstring AttachmentName(const CDraftAttachment& attachment) {
     return L"Attachment";
 }
 
-GObjectPtr<GMimeObject> AttachmentPart(const CDraftAttachment& attachment, bool inlined) {
+// contentId: the attachment's, as a header may hold it (HeaderIdentifier); empty for none.
+GObjectPtr<GMimeObject> AttachmentPart(const CDraftAttachment& attachment, const std::string& contentId,
+                                       bool inlined) {
     const std::wstring name = AttachmentName(attachment);
     const std::string mediaType = MediaTypeOf(attachment, name);
     const size_t slash = mediaType.find('/');
@@ -235,8 +237,6 @@ GObjectPtr<GMimeObject> AttachmentPart(const CDraftAttachment& attachment, bool 
     UseUtf8(g_mime_content_disposition_get_parameters(g_mime_object_get_content_disposition(object.get())),
             "filename");
     UseUtf8(g_mime_content_type_get_parameters(g_mime_object_get_content_type(object.get())), "name");
-    const std::string contentId =
-        HeaderIdentifier(TextOf(FindValue(attachment.props, PR_ATTACH_CONTENT_ID_W)));
     if (!contentId.empty()) g_mime_object_set_content_id(object.get(), contentId.c_str());
     const std::vector<BYTE> none;
     const std::vector<BYTE>& bytes = attachment.data ? *attachment.data : none;
@@ -422,7 +422,7 @@ std::string RenderMime(CDraftContent& content, const CStoreConfig& store, const 
             HeaderIdentifier(TextOf(FindValue(attachment.props, PR_ATTACH_CONTENT_ID_W)));
         const bool referenced =
             !contentId.empty() && !html.empty() && ContainsNoCase(html, "cid:" + contentId);
-        (referenced ? related : mixed).push_back(AttachmentPart(attachment, referenced));
+        (referenced ? related : mixed).push_back(AttachmentPart(attachment, contentId, referenced));
     }
     mixed.insert(mixed.begin(), Multipart("related", std::move(related)));
     GObjectPtr<GMimeObject> body = Multipart("mixed", std::move(mixed));
