@@ -277,3 +277,5 @@ private:
 
 // "0x%X" as the trace writes HRESULTs and pointers (a pointer shows its low 32 bits).
 std::wstring HexTrace(unsigned long long value);
+// "0x%x": the few trace lines that write their result in lower case.
+std::wstring LowerHexTrace(unsigned long long value);

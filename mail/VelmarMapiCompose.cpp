@@ -216,9 +216,9 @@ void CVelmarMapi::AddAttachments(LPMESSAGE lpMessage, std::vector<AttachmentFile
         trace.Step(L"SetProps start");
         if (FAILED(attach->SetProps(6, values, nullptr))) continue;
         trace.Step(L"SetProps end");
-        // The narrow entry point, in the ANSI code page: a path it cannot hold fails to open here.
-        const std::string narrowPath = velmar::WideToAnsi(file.strPath);
-        const std::string narrowExtension = velmar::WideToAnsi(parts.extension);
+        // The narrow entry point, in the system's ANSI code page: a path it cannot hold fails to open here.
+        const std::string narrowPath = velmar::WideToSystemAnsi(file.strPath);
+        const std::string narrowExtension = velmar::WideToSystemAnsi(parts.extension);
         trace.Step(L"OpenStreamOnFile");
         CComPtr<IStream> fileStream;
         if (const auto open = BoundMapiFunction<PFN_OpenStreamOnFile>(MapiSlot::OpenStreamOnFile))
@@ -251,9 +251,9 @@ void CVelmarMapi::SetBody(LPMESSAGE lpMessage, const std::wstring& strHtmlBody, 
         S_OK) {
         trace.Step(L"PR_HTML Writing new Body: " + strHtmlBody);
         const HRESULT hrWrite = WriteBytes(html.get(), velmar::WideToAnsi(strHtmlBody));
-        trace.Step(L"PR_HTML Writing new Body write: " + HexTrace(static_cast<unsigned>(hrWrite)));
+        trace.Step(L"PR_HTML Writing new Body write: " + LowerHexTrace(static_cast<unsigned>(hrWrite)));
         const HRESULT hrCommit = html->Commit(0);
-        trace.Step(L"PR_HTML Writing new Body commit: " + HexTrace(static_cast<unsigned>(hrCommit)));
+        trace.Step(L"PR_HTML Writing new Body commit: " + LowerHexTrace(static_cast<unsigned>(hrCommit)));
         html.Reset();
     }
     trace.Step(L"OpenProperty set PR_RTF_COMPRESSED");

@@ -111,7 +111,7 @@ void CVelmarMapi::CopyStreamToFile(const CTraceScope& trace, IStream* source,
     if (const auto openWide = BoundMapiFunction<PFN_OpenStreamOnFileW>(MapiSlot::OpenStreamOnFileW)) {
         openWide(allocate, release, STGM_CREATE | STGM_READWRITE, strPath.c_str(), nullptr, file.Put());
     } else if (const auto openNarrow = BoundMapiFunction<PFN_OpenStreamOnFile>(MapiSlot::OpenStreamOnFile)) {
-        const std::string narrow = velmar::WideToAnsi(strPath);
+        const std::string narrow = velmar::WideToSystemAnsi(strPath);
         openNarrow(allocate, release, STGM_CREATE | STGM_READWRITE, narrow.c_str(), nullptr, file.Put());
     }
     if (!file) return;

@@ -121,7 +121,6 @@ ULONG CVelmarMapi::ForwardMail(const std::wstring& strMessageId, const std::wstr
         // Unlike a new mail, a forward is submitted without FORCE_SUBMIT.
         const HRESULT hrSubmit = message->SubmitMessage(0);
         trace.Step(L"SubmitMessage end");
-        if (FAILED(hrSubmit)) TraceSubmitError(hrSubmit);
         trace.Step(L"RemoveFiles start");
         RemoveFiles(copied);
         trace.Step(L"RemoveFiles end");

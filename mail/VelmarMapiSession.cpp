@@ -9,10 +9,22 @@
 
 using namespace velmar::mail;
 
-std::wstring HexTrace(unsigned long long value) {
+namespace {
+
+std::wstring FormattedHex(const wchar_t* format, unsigned long long value) {
     wchar_t text[32] = {};
-    std::swprintf(text, 32, L"0x%X", static_cast<unsigned>(value & 0xFFFFFFFFu));
+    std::swprintf(text, 32, format, static_cast<unsigned>(value & 0xFFFFFFFFu));
     return text;
+}
+
+}  // namespace
+
+std::wstring HexTrace(unsigned long long value) {
+    return FormattedHex(L"0x%X", value);
+}
+
+std::wstring LowerHexTrace(unsigned long long value) {
+    return FormattedHex(L"0x%x", value);
 }
 
 CVelmarMapi::CVelmarMapi(CActivityList* pActivityList) : m_pActivityList(pActivityList) {

@@ -10,6 +10,8 @@ namespace velmar {
 
 std::wstring AnsiToWide(std::string_view text);
 std::string WideToAnsi(std::wstring_view text);
+// The system's ANSI code page (code page 0) rather than the thread's: where paths go to narrow file calls.
+std::string WideToSystemAnsi(std::wstring_view text);
 
 // Always valid UTF-8 out; on POSIX this only repairs ill-formed input.
 std::string AnsiToUtf8(std::string_view text);

@@ -10,6 +10,9 @@ std::wstring AnsiToWide(std::string_view text) {
 std::string WideToAnsi(std::wstring_view text) {
     return WideToUtf8(text);
 }
+std::string WideToSystemAnsi(std::wstring_view text) {
+    return WideToUtf8(text);
+}
 std::string AnsiToUtf8(std::string_view text) {
     return SanitizeUtf8(text);
 }

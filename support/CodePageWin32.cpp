@@ -36,6 +36,9 @@ std::wstring AnsiToWide(std::string_view text) {
 std::string WideToAnsi(std::wstring_view text) {
     return WideToMultiByte(CP_THREAD_ACP, text);
 }
+std::string WideToSystemAnsi(std::wstring_view text) {
+    return WideToMultiByte(CP_ACP, text);
+}
 std::string AnsiToUtf8(std::string_view text) {
     return WideToUtf8(AnsiToWide(text));
 }

@@ -20,7 +20,8 @@ std::wstring FormatLastErrorText(const std::wstring& operationName) {
 std::wstring SystemTextOfResult(unsigned long hr) {
     wchar_t* message = nullptr;
     FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM, nullptr, hr,
-                   MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), reinterpret_cast<LPWSTR>(&message), 0, nullptr);
+                   MAKELANGID(LANG_NEUTRAL, SUBLANG_SYS_DEFAULT), reinterpret_cast<LPWSTR>(&message), 0,
+                   nullptr);
     std::wstring text = message ? message : L"";
     if (message) LocalFree(message);
     return text;
