@@ -1,6 +1,7 @@
 #include "service/Dispatcher.h"
 
 #include <cstring>
+#include <exception>
 
 #include "json/CkJsonArray.h"
 #include "support/ActivityList.h"
@@ -41,20 +42,35 @@ HRESULT CRequestDispatcher::Dispatch(CkJsonObject& request, IPipeConnection& pip
         if (std::strcmp(command, row.name) != 0) continue;
         m_activity.AddLine(row.activityLine);
         CkJsonObject reply;
-        bool success = false;
-        if (row.withoutSession) {
-            success = (this->*row.handler)(request, reply, stopFlag);
-        } else {
-            // Requests take turns on the session; a message request lets the others in once its message
-            // is found.
-            const CVelmarMapi::CSessionLock lock(m_mapi);
-            success = (this->*row.handler)(request, reply, stopFlag);
-        }
+        const std::optional<bool> success = RunCaught(row, request, reply, stopFlag);
         // Written without the lock: a client that does not read its replies holds up nobody else.
         endsProgram = row.endsProgram;
-        return WriteBackJson(pipe, success, reply);
+        if (!success) {
+            // What the command had put into its reply before it threw is no answer: it failed.
+            CkJsonObject failure;
+            return WriteBackJson(pipe, false, failure);
+        }
+        return WriteBackJson(pipe, *success, reply);
     }
     return kNoReply;
+}
+
+// The command's own result, or nullopt when it threw: whatever a library or the mail layer throws ends the
+// command, traced, and never the request thread (and with it the service).
+std::optional<bool> CRequestDispatcher::RunCaught(const CCommand& row, CkJsonObject& request,
+                                                  CkJsonObject& reply, std::atomic<bool>& stopFlag) {
+    try {
+        if (row.withoutSession) return (this->*row.handler)(request, reply, stopFlag);
+        // Requests take turns on the session; a message request lets the others in once its message is
+        // found.
+        const CVelmarMapi::CSessionLock lock(m_mapi);
+        return (this->*row.handler)(request, reply, stopFlag);
+    } catch (const std::exception& error) {
+        m_activity.AddLine(AnsiToWide(row.name) + L": Ausnahme " + AnsiToWide(error.what()));
+    } catch (...) {
+        m_activity.AddLine(AnsiToWide(row.name) + L": unbekannte Ausnahme");
+    }
+    return std::nullopt;
 }
 
 HRESULT CRequestDispatcher::WriteBackJson(IPipeConnection& pipe, bool success, CkJsonObject& reply) {

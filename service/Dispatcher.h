@@ -4,6 +4,7 @@
 #pragma once
 
 #include <atomic>
+#include <optional>
 
 #include "json/CkJsonObject.h"
 #include "mail/VelmarMapi.h"
@@ -40,6 +41,9 @@ private:
         bool withoutSession = false;
     };
     static const CCommand kCommands[];
+
+    std::optional<bool> RunCaught(const CCommand& row, CkJsonObject& request, CkJsonObject& reply,
+                                  std::atomic<bool>& stopFlag);
 
     // "Write Back Json": appends "status", emits indented, writes in one piece.
     HRESULT WriteBackJson(IPipeConnection& pipe, bool success, CkJsonObject& reply);

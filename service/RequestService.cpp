@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <exception>
 
 #include "support/ActivityList.h"
 #include "support/CodePage.h"
@@ -154,7 +155,14 @@ void CRequestService::ServeConnection(const std::shared_ptr<std::atomic<bool>>& 
         std::lock_guard lock(m_activeLock);
         m_active.push_back({connection.get()});
     }
-    ServeRequests(*connection);
+    try {
+        ServeRequests(*connection);
+    } catch (const std::exception& error) {
+        // Outside any command (reading, tracing, writing): this connection ends, the service goes on.
+        m_activity.AddLine(L"Verbindung beendet: Ausnahme " + AnsiToWide(error.what()));
+    } catch (...) {
+        m_activity.AddLine(L"Verbindung beendet: unbekannte Ausnahme");
+    }
     connection->End();  // while it is listed, so that Stop can cut a flush short
     {
         std::lock_guard lock(m_activeLock);

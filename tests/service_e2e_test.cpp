@@ -275,4 +275,34 @@ TEST_F(ServiceEndToEnd, CloseFromAClientThatNeverReadsStillEndsTheProcess) {
     m_service.reset();
 }
 
+#ifdef VELMAR_THROWING_MAPI
+// In the client's place a MAPI library whose logon throws: the command fails, traced, and the service
+// answers on, on the same connection and on others.
+class ServiceOnAThrowingMapi : public ServiceEndToEnd {
+protected:
+    void SetUp() override {
+        velmar::test::SetEnvironment("VELMAR_MAPI_LIBRARY", VELMAR_THROWING_MAPI);
+        ServiceEndToEnd::SetUp();
+    }
+    void TearDown() override {
+        ServiceEndToEnd::TearDown();
+        unsetenv("VELMAR_MAPI_LIBRARY");
+    }
+};
+
+TEST_F(ServiceOnAThrowingMapi, ACommandThatThrowsFailsAndTheServiceAnswersOn) {
+    const std::string logon = R"({"command-target":"MAPI","command":"Logon","data_string":"Velmar"})";
+    EXPECT_EQ(Ask(logon), Reply("FAILED"));
+    EXPECT_EQ(Ask(logon), Reply("FAILED")) << "the session's lock was given back";
+    EXPECT_EQ(Ask(kAskMapi), Reply("OK"));
+    std::string error;
+    const std::unique_ptr<IClientChannel> other = velmar::tools::ConnectToService(error);
+    ASSERT_TRUE(other) << error;
+    std::string reply;
+    ASSERT_TRUE(other->Send(kAskMapi) && other->Receive(reply, 10000));
+    EXPECT_EQ(reply, Reply("OK"));
+    EXPECT_EQ(velmar::test::CountOf(Activity(), "Logon: Ausnahme std::bad_alloc"), 2u);
+}
+#endif
+
 }  // namespace

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "mapi/forms/FormLibrary.h"
+#include "mapi/runtime/Guarded.h"
 
 namespace velmar::mapi {
 namespace {
@@ -122,10 +123,8 @@ STDAPI MAPIOpenFormMgr(LPMAPISESSION pSession, LPMAPIFORMMGR* ppmgr) {
     if (!ppmgr) return MAPI_E_INVALID_PARAMETER;
     *ppmgr = nullptr;
     if (!pSession) return MAPI_E_INVALID_PARAMETER;
-    try {
+    return velmar::mapi::Guarded([&]() -> HRESULT {
         *ppmgr = velmar::mapi::MakeObject<velmar::mapi::CFormManager>().Detach();
         return S_OK;
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }

@@ -8,6 +8,7 @@
 #include "mapi/provider/ContentsRow.h"
 #include "mapi/provider/Folder.h"
 #include "mapi/provider/Message.h"
+#include "mapi/runtime/Guarded.h"
 #include "mapi/runtime/Table.h"
 #include "mapitags.h"
 
@@ -167,7 +168,7 @@ std::vector<CPropValue> CImapFolder::Properties() const {
 HRESULT CImapFolder::GetContentsTable(ULONG ulFlags, LPMAPITABLE* lppTable) {
     if (!lppTable) return MAPI_E_INVALID_PARAMETER;
     *lppTable = nullptr;
-    try {
+    return Guarded([&]() -> HRESULT {
         std::shared_ptr<const ITableRows> rows;
         if (!(ulFlags & MAPI_ASSOCIATED)) rows = m_sync->Snapshot(m_mailbox);
         // No associated contents, and a folder never seen on the server is an empty one.
@@ -175,9 +176,7 @@ HRESULT CImapFolder::GetContentsTable(ULONG ulFlags, LPMAPITABLE* lppTable) {
             rows = std::make_shared<CRowList>(ContentsColumns(), std::vector<std::vector<CPropValue>>{});
         *lppTable = MakeTable(std::move(rows)).Detach();
         return S_OK;
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }
 
 HRESULT CImapFolder::GetHierarchyTable(ULONG, LPMAPITABLE* lppTable) {
@@ -211,7 +210,7 @@ HRESULT CImapFolder::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpIn
 HRESULT CImapFolder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID, LPVOID lpDestFolder, ULONG_PTR,
                                   LPMAPIPROGRESS, ULONG ulFlags) {
     if (!lpMsgList || !lpDestFolder) return MAPI_E_INVALID_PARAMETER;
-    try {
+    return Guarded([&]() -> HRESULT {
         const std::optional<CEntryId> destination = FolderEntryIdOf(static_cast<IMAPIFolder*>(lpDestFolder));
         if (!destination) return MAPI_E_INVALID_PARAMETER;
         // Another store, or this machine's Outbox: not the server's to do.
@@ -238,9 +237,7 @@ HRESULT CImapFolder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID, LPVOID lpDestFo
                 result = MAPI_W_PARTIAL_COMPLETION;
         }
         return result;
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }
 
 }  // namespace velmar::mapi

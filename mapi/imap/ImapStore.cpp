@@ -3,6 +3,7 @@
 #include "mapi/imap/ImapFolder.h"
 #include "mapi/imap/ImapSync.h"
 #include "mapi/provider/Maildir.h"
+#include "mapi/runtime/Guarded.h"
 
 namespace velmar::mapi {
 namespace {
@@ -51,12 +52,10 @@ HRESULT OpenImapStore(const CStoreConfig& config, LPMDB* lppMDB) {
     *lppMDB = nullptr;
     // The Outbox, where the spooler finds what to send, is this machine's.
     if (!config.imap || !EnsureMaildir(config.path, kOutboxFolder)) return MAPI_E_NOT_FOUND;
-    try {
+    return Guarded([&]() -> HRESULT {
         *lppMDB = MakeObject<CImapStore>(config, CImapSync::ForStore(config)).Detach();
         return S_OK;
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }
 
 HRESULT OpenImapEntry(const CStoreConfig& config, const CEntryId& id, LPCIID lpInterface, ULONG* lpulObjType,
@@ -64,7 +63,7 @@ HRESULT OpenImapEntry(const CStoreConfig& config, const CEntryId& id, LPCIID lpI
     if (!lppUnk) return MAPI_E_INVALID_PARAMETER;
     *lppUnk = nullptr;
     if (id.storeId != config.id || !config.imap) return MAPI_E_INVALID_ENTRYID;
-    try {
+    return Guarded([&]() -> HRESULT {
         if (id.kind == EntryKind::Store) {
             if (lpulObjType) *lpulObjType = MAPI_STORE;
             return HandOut(MakeObject<CImapStore>(config, CImapSync::ForStore(config)), lpInterface, lppUnk);
@@ -80,10 +79,8 @@ HRESULT OpenImapEntry(const CStoreConfig& config, const CEntryId& id, LPCIID lpI
         if (id.kind == EntryKind::Message)
             return OpenImapMessage(config, CImapSync::ForStore(config), mailbox, id.message, lpInterface,
                                    lpulObjType, lppUnk);
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
-    return MAPI_E_INVALID_ENTRYID;
+        return MAPI_E_INVALID_ENTRYID;
+    });
 }
 
 }  // namespace velmar::mapi

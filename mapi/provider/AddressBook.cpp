@@ -6,6 +6,7 @@
 #include "mapi/provider/AddressList.h"
 #include "mapi/provider/DraftContent.h"
 #include "mapi/provider/EntryId.h"
+#include "mapi/runtime/Guarded.h"
 #include "mapitags.h"
 #include "support/Utf8.h"
 
@@ -91,7 +92,7 @@ public:
     HRESULT ResolveName(ULONG_PTR, ULONG ulFlags, LPTSTR, LPADRLIST lpAdrList) override {
         if (!lpAdrList) return MAPI_E_INVALID_PARAMETER;
         bool allResolved = true;
-        try {
+        return Guarded([&]() -> HRESULT {
             for (ULONG i = 0; i < lpAdrList->cEntries; ++i) {
                 ADRENTRY& entry = lpAdrList->aEntries[i];
                 if (IsResolved(entry)) continue;
@@ -109,10 +110,8 @@ public:
                 entry.rgPropVals = values;
                 entry.cValues = count;
             }
-        } catch (const std::bad_alloc&) {
-            return MAPI_E_NOT_ENOUGH_MEMORY;
-        }
-        return allResolved ? S_OK : MAPI_E_NOT_FOUND;
+            return allResolved ? S_OK : MAPI_E_NOT_FOUND;
+        });
     }
     HRESULT Address(ULONG_PTR*, LPADRPARM, LPADRLIST*) override { return MAPI_E_NO_SUPPORT; }
     HRESULT Details(ULONG_PTR*, LPFNDISMISS, LPVOID, ULONG, LPENTRYID, LPFNBUTTON, LPVOID, LPTSTR,

@@ -8,6 +8,7 @@
 #include "mapi/provider/Maildir.h"
 #include "mapi/provider/MaildirWriter.h"
 #include "mapi/provider/SpoolerQueue.h"
+#include "mapi/runtime/Guarded.h"
 #include "mapi/runtime/Table.h"
 #include "mapitags.h"
 
@@ -52,25 +53,15 @@ std::optional<std::int32_t> RowIdOf(const std::vector<CPropValue>& row) {
     return number ? std::optional<std::int32_t>(*number) : std::nullopt;
 }
 
-template <class Action>
-HRESULT Guarded(Action&& action) {
-    try {
-        return action();
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
-}
-
 }  // namespace
 
 // The last reference is gone: a save not written yet becomes its draft file now. Nobody is left to hear of
 // a failure.
 CDraftMessage::~CDraftMessage() {
-    try {
+    static_cast<void>(Guarded([&] {
         std::lock_guard lock(m_lock);
-        static_cast<void>(WritePendingSave());
-    } catch (const std::bad_alloc&) {
-    }
+        return WritePendingSave();
+    }));
 }
 
 std::vector<CPropValue> CDraftMessage::Properties() const {

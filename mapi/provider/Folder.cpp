@@ -13,6 +13,7 @@
 #include "mapi/provider/MaildirIndex.h"
 #include "mapi/provider/MaildirWriter.h"
 #include "mapi/provider/Store.h"
+#include "mapi/runtime/Guarded.h"
 #include "mapi/runtime/ProviderBuffers.h"
 #include "mapi/runtime/Table.h"
 #include "mapitags.h"
@@ -84,7 +85,7 @@ std::vector<CPropValue> CMaildirFolder::Properties() const {
 HRESULT CMaildirFolder::GetContentsTable(ULONG ulFlags, LPMAPITABLE* lppTable) {
     if (!lppTable) return MAPI_E_INVALID_PARAMETER;
     *lppTable = nullptr;
-    try {
+    return Guarded([&]() -> HRESULT {
         std::shared_ptr<const ITableRows> rows;
         if (ulFlags & MAPI_ASSOCIATED)
             rows = std::make_shared<CRowList>(std::vector<ULONG>{PR_ENTRYID},
@@ -94,9 +95,7 @@ HRESULT CMaildirFolder::GetContentsTable(ULONG ulFlags, LPMAPITABLE* lppTable) {
                 IndexForFolder(FolderPath(m_store.path, m_folderName), m_store.id, m_folderName)->Refresh();
         *lppTable = MakeTable(std::move(rows)).Detach();
         return S_OK;
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }
 
 HRESULT CMaildirFolder::GetHierarchyTable(ULONG, LPMAPITABLE* lppTable) {
@@ -138,20 +137,18 @@ HRESULT CMaildirFolder::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID l
 HRESULT CMaildirFolder::CreateMessage(LPCIID lpInterface, ULONG, LPMESSAGE* lppMessage) {
     if (!lppMessage) return MAPI_E_INVALID_PARAMETER;
     *lppMessage = nullptr;
-    try {
+    return Guarded([&]() -> HRESULT {
         LPUNKNOWN message = nullptr;
         const HRESULT hr = HandOut(MakeObject<CDraftMessage>(m_store, m_folderName), lpInterface, &message);
         *lppMessage = static_cast<LPMESSAGE>(message);
         return hr;
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }
 
 HRESULT CMaildirFolder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID, LPVOID lpDestFolder, ULONG_PTR,
                                      LPMAPIPROGRESS, ULONG ulFlags) {
     if (!lpMsgList || !lpDestFolder) return MAPI_E_INVALID_PARAMETER;
-    try {
+    return Guarded([&]() -> HRESULT {
         const std::optional<CEntryId> destination = FolderEntryIdOf(static_cast<IMAPIFolder*>(lpDestFolder));
         if (!destination) return MAPI_E_INVALID_PARAMETER;
         // Another store: not this provider's to do.
@@ -190,9 +187,7 @@ HRESULT CMaildirFolder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID, LPVOID lpDes
             if (error) result = MAPI_W_PARTIAL_COMPLETION;
         }
         return result;
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }
 
 }  // namespace velmar::mapi

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "mapi/runtime/ComObject.h"
+#include "mapi/runtime/Guarded.h"
 #include "mapi/runtime/PropValue.h"
 #include "mapix.h"
 
@@ -30,18 +31,11 @@ public:
     HRESULT SaveChanges(ULONG) override { return S_OK; }
     HRESULT GetProps(LPSPropTagArray lpPropTagArray, ULONG, ULONG* lpcValues,
                      LPSPropValue* lppPropArray) override {
-        try {
-            return GetPropsFrom(Properties(), lpPropTagArray, lpcValues, lppPropArray);
-        } catch (const std::bad_alloc&) {
-            return MAPI_E_NOT_ENOUGH_MEMORY;
-        }
+        return Guarded(
+            [&]() -> HRESULT { return GetPropsFrom(Properties(), lpPropTagArray, lpcValues, lppPropArray); });
     }
     HRESULT GetPropList(ULONG, LPSPropTagArray* lppPropTagArray) override {
-        try {
-            return GetPropListFrom(Properties(), lppPropTagArray);
-        } catch (const std::bad_alloc&) {
-            return MAPI_E_NOT_ENOUGH_MEMORY;
-        }
+        return Guarded([&]() -> HRESULT { return GetPropListFrom(Properties(), lppPropTagArray); });
     }
     HRESULT OpenProperty(ULONG, LPCIID, ULONG, ULONG, LPUNKNOWN* lppUnk) override {
         if (lppUnk) *lppUnk = nullptr;
@@ -65,11 +59,9 @@ public:
     HRESULT CopyProps(LPSPropTagArray lpIncludeProps, ULONG_PTR, LPMAPIPROGRESS, LPCIID, LPVOID lpDestObj,
                       ULONG, LPSPropProblemArray* lppProblems) override {
         if (lppProblems) *lppProblems = nullptr;
-        try {
+        return Guarded([&]() -> HRESULT {
             return CopyPropsTo(Properties(), lpIncludeProps, static_cast<IMAPIProp*>(lpDestObj));
-        } catch (const std::bad_alloc&) {
-            return MAPI_E_NOT_ENOUGH_MEMORY;
-        }
+        });
     }
     HRESULT GetNamesFromIDs(LPSPropTagArray*, LPGUID, ULONG, ULONG*, LPMAPINAMEID**) override {
         return MAPI_E_NO_SUPPORT;

@@ -9,6 +9,7 @@
 #include "mapi/provider/EntryId.h"
 #include "mapi/provider/Maildir.h"
 #include "mapi/provider/MaildirIndex.h"
+#include "mapi/runtime/Guarded.h"
 #include "mapi/runtime/Streams.h"
 #include "mapi/runtime/Table.h"
 #include "mapi/runtime/TableRows.h"
@@ -118,7 +119,7 @@ HRESULT CMimeMessage::OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG, ULONG u
     *lppUnk = nullptr;
     if (ulFlags & (MAPI_CREATE | MAPI_MODIFY)) return MAPI_E_NO_ACCESS;
     if (*lpiid != IID_IStream) return MAPI_E_INTERFACE_NOT_SUPPORTED;
-    try {
+    return Guarded([&]() -> HRESULT {
         std::vector<BYTE> bytes;
         if (ulPropTag == PR_BODY_W) {
             bytes = WideBytes(Content()->body);
@@ -134,9 +135,7 @@ HRESULT CMimeMessage::OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG, ULONG u
         }
         *lppUnk = MakeReadStream(std::move(bytes)).Detach();
         return S_OK;
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }
 
 HRESULT CMimeMessage::GetRecipientTable(ULONG, LPMAPITABLE* lppTable) {
@@ -159,12 +158,10 @@ HRESULT CMimeMessage::GetRecipientTable(ULONG, LPMAPITABLE* lppTable) {
 HRESULT CMimeMessage::GetAttachmentTable(ULONG, LPMAPITABLE* lppTable) {
     if (!lppTable) return MAPI_E_INVALID_PARAMETER;
     *lppTable = nullptr;
-    try {
+    return Guarded([&]() -> HRESULT {
         *lppTable = MakeTable(std::make_shared<CAttachmentRows>(Content())).Detach();
         return S_OK;
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }
 
 HRESULT CMimeMessage::OpenAttach(ULONG ulAttachmentNum, LPCIID lpInterface, ULONG, LPATTACH* lppAttach) {
@@ -178,13 +175,11 @@ HRESULT CMimeMessage::OpenAttach(ULONG ulAttachmentNum, LPCIID lpInterface, ULON
 }
 
 HRESULT CMimeMessage::SetReadFlag(ULONG ulFlags) {
-    try {
+    return Guarded([&]() -> HRESULT {
         std::lock_guard lock(m_lock);
         if (!m_place) return S_OK;  // an embedded message has no flags of its own
         return m_place->SetReadFlag(!(ulFlags & CLEAR_READ_FLAG));
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }
 
 const std::vector<BYTE>* CMimeAttach::Decoded() const {
@@ -210,7 +205,7 @@ HRESULT CMimeAttach::OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG, ULONG ul
     *lppUnk = nullptr;
     if (ulFlags & (MAPI_CREATE | MAPI_MODIFY)) return MAPI_E_NO_ACCESS;
     const CAttachmentContent& attachment = m_content->attachments[m_index];
-    try {
+    return Guarded([&]() -> HRESULT {
         if (ulPropTag == PR_ATTACH_DATA_BIN && attachment.method == ATTACH_BY_VALUE) {
             if (*lpiid != IID_IStream) return MAPI_E_INTERFACE_NOT_SUPPORTED;
             const std::vector<BYTE>* decoded = Decoded();
@@ -224,10 +219,8 @@ HRESULT CMimeAttach::OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG, ULONG ul
                 g_mime_message_part_get_message(GMIME_MESSAGE_PART(attachment.part.get()));
             return HandOut(MakeObject<CMimeMessage>(ReadMimeMessage(embedded), nullptr), lpiid, lppUnk);
         }
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
-    return MAPI_E_NOT_FOUND;
+        return MAPI_E_NOT_FOUND;
+    });
 }
 
 }  // namespace velmar::mapi

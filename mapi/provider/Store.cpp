@@ -12,6 +12,7 @@
 #include "mapi/provider/MaildirIndex.h"
 #include "mapi/provider/MaildirPlace.h"
 #include "mapi/provider/Message.h"
+#include "mapi/runtime/Guarded.h"
 #include "mapitags.h"
 #include "support/Utf8.h"
 
@@ -99,7 +100,7 @@ HRESULT OpenStoreEntry(const CStoreConfig& config, const CEntryId& id, LPCIID lp
     if (!lppUnk) return MAPI_E_INVALID_PARAMETER;
     *lppUnk = nullptr;
     if (id.storeId != config.id) return MAPI_E_INVALID_ENTRYID;
-    try {
+    return Guarded([&]() -> HRESULT {
         switch (id.kind) {
             case EntryKind::Store:
                 return HandOutEntry(MakeObject<CMessageStore>(config), lpInterface, MAPI_STORE, lpulObjType,
@@ -116,10 +117,8 @@ HRESULT OpenStoreEntry(const CStoreConfig& config, const CEntryId& id, LPCIID lp
             case EntryKind::Spooler:
                 break;  // the session's, not a store's
         }
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
-    return MAPI_E_INVALID_ENTRYID;
+        return MAPI_E_INVALID_ENTRYID;
+    });
 }
 
 HRESULT OpenMaildirStore(const CStoreConfig& config, LPMDB* lppMDB) {
@@ -127,12 +126,10 @@ HRESULT OpenMaildirStore(const CStoreConfig& config, LPMDB* lppMDB) {
     *lppMDB = nullptr;
     for (const char* folder : {kInboxFolder, kSentFolder, kOutboxFolder, kTrashFolder})
         if (!EnsureMaildir(config.path, folder)) return MAPI_E_NOT_FOUND;
-    try {
+    return Guarded([&]() -> HRESULT {
         *lppMDB = MakeObject<CMessageStore>(config).Detach();
         return S_OK;
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }
 
 HRESULT CompareEntryIds(ULONG cb1, LPENTRYID id1, ULONG cb2, LPENTRYID id2, ULONG* lpulResult) {

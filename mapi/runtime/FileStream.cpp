@@ -10,6 +10,7 @@
 #include <climits>
 #include <string>
 
+#include "mapi/runtime/Guarded.h"
 #include "mapi/runtime/Streams.h"
 #include "mapiutil.h"
 #include "support/Utf8.h"
@@ -143,14 +144,13 @@ HRESULT OpenFileStream(ULONG ulFlags, const std::string& path, const std::string
         close(fd);
         return STG_E_ACCESSDENIED;
     }
-    try {
+    const HRESULT hr = Guarded([&] {
         *lppStream =
             MakeObject<CFileStream>(fd, mode & STGM_CREATE ? (mode | STGM_READWRITE) : mode).Detach();
-    } catch (const std::bad_alloc&) {
-        close(fd);
-        return E_OUTOFMEMORY;
-    }
-    return S_OK;
+        return S_OK;
+    });
+    if (FAILED(hr)) close(fd);
+    return hr;
 }
 
 }  // namespace
@@ -159,13 +159,17 @@ HRESULT OpenFileStream(ULONG ulFlags, const std::string& path, const std::string
 STDAPI OpenStreamOnFile(LPALLOCATEBUFFER, LPFREEBUFFER, ULONG ulFlags, LPCSTR lpszFileName, LPCSTR lpszPrefix,
                         LPSTREAM* lppStream) {
     if (!lpszFileName) return MAPI_E_INVALID_PARAMETER;
-    return velmar::mapi::OpenFileStream(ulFlags, lpszFileName, lpszPrefix ? lpszPrefix : "", lppStream);
+    return velmar::mapi::Guarded([&] {
+        return velmar::mapi::OpenFileStream(ulFlags, lpszFileName, lpszPrefix ? lpszPrefix : "", lppStream);
+    });
 }
 
 STDAPI OpenStreamOnFileW(LPALLOCATEBUFFER, LPFREEBUFFER, ULONG ulFlags, LPCWSTR lpszFileName,
                          LPCWSTR lpszPrefix, LPSTREAM* lppStream) {
     if (!lpszFileName) return MAPI_E_INVALID_PARAMETER;
-    return velmar::mapi::OpenFileStream(ulFlags, velmar::WideToUtf8(lpszFileName),
-                                        lpszPrefix ? velmar::WideToUtf8(lpszPrefix) : std::string(),
-                                        lppStream);
+    return velmar::mapi::Guarded([&] {
+        return velmar::mapi::OpenFileStream(ulFlags, velmar::WideToUtf8(lpszFileName),
+                                            lpszPrefix ? velmar::WideToUtf8(lpszPrefix) : std::string(),
+                                            lppStream);
+    });
 }

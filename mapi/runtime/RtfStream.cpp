@@ -5,6 +5,7 @@
 
 #include "mapi/rtf/CompressedRtf.h"
 #include "mapi/rtf/RtfDeencapsulate.h"
+#include "mapi/runtime/Guarded.h"
 #include "mapi/runtime/Streams.h"
 #include "mapiutil.h"
 
@@ -85,11 +86,9 @@ HRESULT Wrap(LPSTREAM compressed, ULONG flags, bool nativeBody, LPSTREAM* wrappe
 
 STDAPI WrapCompressedRTFStream(LPSTREAM lpCompressedRTFStream, ULONG ulFlags,
                                LPSTREAM* lpUncompressedRTFStream) {
-    try {
+    return velmar::mapi::Guarded([&]() -> HRESULT {
         return velmar::mapi::Wrap(lpCompressedRTFStream, ulFlags, false, lpUncompressedRTFStream, nullptr);
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }
 
 // The de-encapsulated HTML or text comes out in UTF-8, the code page of the system, whatever output code
@@ -98,14 +97,12 @@ STDAPI WrapCompressedRTFStreamEx(LPSTREAM lpCompressedRTFStream, const RTF_WCSIN
                                  LPSTREAM* lppUncompressedRTFStream, RTF_WCSRETINFO* pRetInfo) {
     if (!pWCSInfo || pWCSInfo->size < sizeof(RTF_WCSINFO)) return MAPI_E_INVALID_PARAMETER;
     if (pRetInfo && pRetInfo->size < sizeof(RTF_WCSRETINFO)) return MAPI_E_INVALID_PARAMETER;
-    try {
+    return velmar::mapi::Guarded([&]() -> HRESULT {
         ULONG type = MAPI_NATIVE_BODY_TYPE_RTF;
         const HRESULT hr =
             velmar::mapi::Wrap(lpCompressedRTFStream, pWCSInfo->ulFlags & ~MAPI_NATIVE_BODY,
                                (pWCSInfo->ulFlags & MAPI_NATIVE_BODY) != 0, lppUncompressedRTFStream, &type);
         if (SUCCEEDED(hr) && pRetInfo) pRetInfo->ulStreamFlags = type;
         return hr;
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }

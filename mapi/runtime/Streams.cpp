@@ -1,4 +1,5 @@
 #include "mapi/runtime/Streams.h"
+#include "mapi/runtime/Guarded.h"
 
 #include <algorithm>
 #include <cstring>
@@ -85,15 +86,13 @@ HRESULT CMemoryStream::Stat(STATSTG* pstatstg, DWORD) {
 
 HRESULT CMemoryStream::Clone(IStream** ppstm) {
     if (!ppstm) return STG_E_INVALIDPOINTER;
-    try {
+    *ppstm = nullptr;
+    return Guarded([&] {
         CComPtr<CMemoryStream> clone = MakeObject<CMemoryStream>(m_bytes, m_mode);
         clone->m_position = m_position;
         *ppstm = clone.Detach();
-    } catch (const std::bad_alloc&) {
-        *ppstm = nullptr;
-        return E_OUTOFMEMORY;
-    }
-    return S_OK;
+        return S_OK;
+    });
 }
 
 CComPtr<IStream> MakeReadStream(std::vector<BYTE> bytes) {

@@ -7,6 +7,7 @@
 #include <new>
 #include <numeric>
 
+#include "mapi/runtime/Guarded.h"
 #include "mapi/runtime/Restriction.h"
 #include "mapiutil.h"
 
@@ -155,12 +156,10 @@ HRESULT CMapiTable::GetStatus(ULONG* lpulTableStatus, ULONG* lpulTableType) {
 
 HRESULT CMapiTable::SetColumns(LPSPropTagArray lpPropTagArray, ULONG) {
     if (!lpPropTagArray || lpPropTagArray->cValues == 0) return MAPI_E_INVALID_PARAMETER;
-    try {
+    return Guarded([&]() -> HRESULT {
         m_columns.assign(lpPropTagArray->aulPropTag, lpPropTagArray->aulPropTag + lpPropTagArray->cValues);
         return S_OK;
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }
 
 // TBL_ALL_COLUMNS gets the same answer: a row source does not list every property its rows might have.
@@ -214,7 +213,7 @@ HRESULT CMapiTable::FindRow(LPSRestriction lpRestriction, BOOKMARK bkOrigin, ULO
     const std::optional<size_t> origin = Origin(bkOrigin);
     if (!origin) return MAPI_E_INVALID_BOOKMARK;
     if (ulFlags & kDirBackward) return MAPI_E_NO_SUPPORT;
-    try {
+    return Guarded([&]() -> HRESULT {
         for (size_t position = *origin, count = ViewSize(); position < count; ++position) {
             if (MatchesRestriction(*lpRestriction, *m_rows, SourceRow(position))) {
                 m_cursor = position;
@@ -222,16 +221,14 @@ HRESULT CMapiTable::FindRow(LPSRestriction lpRestriction, BOOKMARK bkOrigin, ULO
             }
         }
         return MAPI_E_NOT_FOUND;
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }
 
 HRESULT CMapiTable::Restrict(LPSRestriction lpRestriction, ULONG) {
     if (lpRestriction) {
         if (const HRESULT hr = ValidateRestriction(lpRestriction); FAILED(hr)) return hr;
     }
-    try {
+    return Guarded([&]() -> HRESULT {
         // Always from the whole source: a new restriction replaces the old one rather than narrowing it.
         std::optional<std::vector<size_t>> view;
         if (lpRestriction) view = Matches(*lpRestriction);
@@ -243,9 +240,7 @@ HRESULT CMapiTable::Restrict(LPSRestriction lpRestriction, ULONG) {
         m_restricted = lpRestriction != nullptr;
         m_cursor = 0;
         return S_OK;
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }
 
 HRESULT CMapiTable::CreateBookmark(BOOKMARK* lpbkPosition) {
@@ -266,7 +261,7 @@ HRESULT CMapiTable::SortTable(LPSSortOrderSet lpSortCriteria, ULONG) {
             return MAPI_E_TOO_COMPLEX;
         if (sort.ulPropTag & MV_FLAG) return MAPI_E_TOO_COMPLEX;  // sorting on each value is categorising
     }
-    try {
+    return Guarded([&]() -> HRESULT {
         std::vector<SSortOrder> order(lpSortCriteria->aSort, lpSortCriteria->aSort + lpSortCriteria->cSorts);
         std::optional<std::vector<size_t>> view;
         if (m_restricted || !order.empty()) {
@@ -277,9 +272,7 @@ HRESULT CMapiTable::SortTable(LPSSortOrderSet lpSortCriteria, ULONG) {
         m_sortOrder = std::move(order);
         m_cursor = 0;
         return S_OK;
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }
 
 HRESULT CMapiTable::QuerySortOrder(LPSSortOrderSet* lppSortCriteria) {
@@ -298,7 +291,7 @@ HRESULT CMapiTable::QuerySortOrder(LPSSortOrderSet* lppSortCriteria) {
 HRESULT CMapiTable::QueryRows(LONG lRowCount, ULONG ulFlags, LPSRowSet* lppRows) {
     if (!lppRows) return MAPI_E_INVALID_PARAMETER;
     *lppRows = nullptr;
-    try {
+    return Guarded([&]() -> HRESULT {
         // A negative count moves back that many rows and reads forward from there, as MAPI does.
         const size_t cursor = std::min(m_cursor, ViewSize());
         const auto wanted = static_cast<size_t>(std::abs(static_cast<std::int64_t>(lRowCount)));
@@ -317,9 +310,7 @@ HRESULT CMapiTable::QueryRows(LONG lRowCount, ULONG ulFlags, LPSRowSet* lppRows)
         if (!(ulFlags & TBL_NOADVANCE)) m_cursor = lRowCount < 0 ? first : last;
         *lppRows = rows.release();
         return S_OK;
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }
 
 HRESULT CMapiTable::Abort() {
@@ -362,12 +353,10 @@ HRESULT MakeRowListTable(std::vector<ULONG> columns, std::vector<std::vector<CPr
                          LPMAPITABLE* out) {
     if (!out) return MAPI_E_INVALID_PARAMETER;
     *out = nullptr;
-    try {
+    return Guarded([&]() -> HRESULT {
         *out = MakeTable(std::make_shared<CRowList>(std::move(columns), std::move(rows))).Detach();
         return S_OK;
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }
 
 }  // namespace velmar::mapi

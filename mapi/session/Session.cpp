@@ -9,6 +9,7 @@
 #include "mapi/provider/MapiProp.h"
 #include "mapi/provider/Profiles.h"
 #include "mapi/provider/Store.h"
+#include "mapi/runtime/Guarded.h"
 #include "mapi/runtime/Table.h"
 #include "mapi/spool/Spooler.h"
 #include "mapi/spool/SpoolerStatus.h"
@@ -70,23 +71,19 @@ public:
     }
     HRESULT OpenAddressBook(ULONG_PTR, LPCIID, ULONG, LPADRBOOK* lppAdrBook) override {
         if (!lppAdrBook) return MAPI_E_INVALID_PARAMETER;
-        try {
+        return Guarded([&]() -> HRESULT {
             *lppAdrBook = MakeAddressBook(m_profile).Detach();
             return S_OK;
-        } catch (const std::bad_alloc&) {
-            return MAPI_E_NOT_ENOUGH_MEMORY;
-        }
+        });
     }
     HRESULT OpenProfileSection(LPMAPIUID, LPCIID, ULONG, LPPROFSECT*) override { return MAPI_E_NO_SUPPORT; }
     HRESULT GetStatusTable(ULONG, LPMAPITABLE* lppTable) override {
-        try {
+        return Guarded([&]() -> HRESULT {
             std::vector<CPropValue> row = SpoolerStatusRow();
             std::vector<ULONG> columns;
             for (const CPropValue& value : row) columns.push_back(value.ulPropTag);
             return MakeRowListTable(std::move(columns), {std::move(row)}, lppTable);
-        } catch (const std::bad_alloc&) {
-            return MAPI_E_NOT_ENOUGH_MEMORY;
-        }
+        });
     }
     HRESULT OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG, ULONG* lpulObjType,
                       LPUNKNOWN* lppUnk) override {
@@ -96,11 +93,7 @@ public:
         if (!id) return MAPI_E_INVALID_ENTRYID;
         if (id->kind == EntryKind::Spooler) {
             if (lpulObjType) *lpulObjType = MAPI_STATUS;
-            try {
-                return HandOut(MakeSpoolerStatus(), lpInterface, lppUnk);
-            } catch (const std::bad_alloc&) {
-                return MAPI_E_NOT_ENOUGH_MEMORY;
-            }
+            return Guarded([&]() -> HRESULT { return HandOut(MakeSpoolerStatus(), lpInterface, lppUnk); });
         }
         const CStoreConfig* store = FindStore(id->storeId);
         if (!store) return MAPI_E_NOT_FOUND;
@@ -176,9 +169,11 @@ protected:
 using namespace velmar::mapi;
 
 STDAPI MAPIInitialize(LPVOID) {
-    EnsureGMime();
-    ++g_initializeCount;
-    return S_OK;
+    return Guarded([] {
+        EnsureGMime();
+        ++g_initializeCount;
+        return S_OK;
+    });
 }
 
 STDAPI_(void) MAPIUninitialize(void) {
@@ -196,12 +191,10 @@ STDAPI MAPIAdminProfiles(ULONG, LPPROFADMIN* lppProfAdmin) {
     if (!lppProfAdmin) return MAPI_E_INVALID_PARAMETER;
     *lppProfAdmin = nullptr;
     if (g_initializeCount.load() <= 0) return MAPI_E_NOT_INITIALIZED;
-    try {
+    return Guarded([&]() -> HRESULT {
         *lppProfAdmin = MakeObject<CProfAdmin>().Detach();
         return S_OK;
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }
 
 // A named profile must exist. There is no profile dialog here: MAPI_LOGON_UI (or MAPI_USE_DEFAULT) with
@@ -210,7 +203,7 @@ STDAPI MAPILogonEx(ULONG_PTR, LPTSTR lpszProfileName, LPTSTR, ULONG ulFlags, LPM
     if (!lppSession) return MAPI_E_INVALID_PARAMETER;
     *lppSession = nullptr;
     if (g_initializeCount.load() <= 0) return MAPI_E_NOT_INITIALIZED;
-    try {
+    return Guarded([&]() -> HRESULT {
         std::wstring name;
         if (lpszProfileName)
             name = (ulFlags & MAPI_UNICODE)
@@ -234,7 +227,5 @@ STDAPI MAPILogonEx(ULONG_PTR, LPTSTR lpszProfileName, LPTSTR, ULONG ulFlags, LPM
         for (const CStoreConfig& store : chosen->stores)
             if (store.imap) CImapSync::ForStore(store);
         return S_OK;
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    });
 }
