@@ -1,6 +1,7 @@
 #include "mapi/imap/ImapStore.h"
 
 #include "mapi/imap/ImapFolder.h"
+#include "mapi/imap/ImapStoreKind.h"
 #include "mapi/imap/ImapSync.h"
 #include "mapi/provider/Maildir.h"
 #include "mapi/runtime/Guarded.h"
@@ -38,7 +39,7 @@ protected:
                              LPUNKNOWN* lppUnk) const override {
         return OpenImapEntry(m_config, id, lpInterface, lpulObjType, lppUnk);
     }
-    std::wstring ProviderName() const override { return L"Velmar IMAP"; }
+    std::wstring ProviderName() const override { return kImapProviderName; }
 
 private:
     CStoreConfig m_config;

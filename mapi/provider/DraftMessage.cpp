@@ -7,7 +7,7 @@
 #include "mapi/provider/EntryId.h"
 #include "mapi/provider/Maildir.h"
 #include "mapi/provider/MaildirWriter.h"
-#include "mapi/provider/SpoolerQueue.h"
+#include "mapi/provider/QueueNotice.h"
 #include "mapi/runtime/Guarded.h"
 #include "mapi/runtime/Table.h"
 #include "mapitags.h"
@@ -182,7 +182,7 @@ HRESULT CDraftMessage::SubmitMessage(ULONG) {
         }
         return written;
     });
-    if (SUCCEEDED(hr)) WakeSpooler();
+    if (SUCCEEDED(hr)) NotifyQueued();
     return hr;
 }
 

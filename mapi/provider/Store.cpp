@@ -9,6 +9,7 @@
 #include "mapi/provider/FileDescriptor.h"
 #include "mapi/provider/Folder.h"
 #include "mapi/provider/Maildir.h"
+#include "mapi/provider/MaildirStoreKind.h"
 #include "mapi/provider/MaildirIndex.h"
 #include "mapi/provider/MaildirPlace.h"
 #include "mapi/provider/Message.h"
@@ -119,6 +120,10 @@ HRESULT OpenStoreEntry(const CStoreConfig& config, const CEntryId& id, LPCIID lp
         }
         return MAPI_E_INVALID_ENTRYID;
     });
+}
+
+std::wstring CMessageStore::ProviderName() const {
+    return kMaildirProviderName;
 }
 
 HRESULT OpenMaildirStore(const CStoreConfig& config, LPMDB* lppMDB) {

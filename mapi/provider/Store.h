@@ -46,7 +46,7 @@ protected:
     // Opens a folder or message of the store by its decoded entry id (here OpenStoreEntry).
     virtual HRESULT OpenDecodedEntry(const CEntryId& id, LPCIID lpInterface, ULONG* lpulObjType,
                                      LPUNKNOWN* lppUnk) const;
-    virtual std::wstring ProviderName() const { return L"Velmar Maildir"; }
+    virtual std::wstring ProviderName() const;
 
 private:
     CStoreConfig m_config;

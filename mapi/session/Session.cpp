@@ -2,12 +2,13 @@
 // stores and entries by entry id.
 #include <atomic>
 
-#include "mapi/imap/ImapStore.h"
-#include "mapi/imap/ImapSync.h"
+#include "mapi/imap/ImapStoreKind.h"
 #include "mapi/provider/AddressBook.h"
 #include "mapi/provider/GMimeSupport.h"
+#include "mapi/provider/MaildirStoreKind.h"
 #include "mapi/provider/MapiProp.h"
 #include "mapi/provider/Profiles.h"
+#include "mapi/provider/QueueNotice.h"
 #include "mapi/provider/Store.h"
 #include "mapi/runtime/Guarded.h"
 #include "mapi/runtime/Table.h"
@@ -20,6 +21,17 @@ namespace velmar::mapi {
 namespace {
 
 std::atomic<int> g_initializeCount{0};
+
+// The one place that knows which kind a store is: a store with an IMAP account is on its server.
+class CProfileStoreKinds final : public IStoreKinds {
+public:
+    const IStoreKind& Of(const CStoreConfig& store) const override {
+        return store.imap ? ImapStoreKind() : MaildirStoreKind();
+    }
+    std::vector<const IStoreKind*> All() const override { return {&MaildirStoreKind(), &ImapStoreKind()}; }
+};
+
+const CProfileStoreKinds g_storeKinds;
 
 // PR_RESOURCE_FLAGS of the default store.
 constexpr std::int32_t kStatusDefaultStore = 0x00000001;
@@ -42,16 +54,15 @@ public:
         std::vector<std::vector<CPropValue>> rows;
         for (const CStoreConfig& store : m_profile.stores) {
             const std::vector<BYTE> entryId = EncodeEntryId({EntryKind::Store, store.id, {}, {}});
-            rows.push_back(
-                {{PR_INSTANCE_KEY, entryId},
-                 {PR_ENTRYID, entryId},
-                 {PR_RECORD_KEY, entryId},
-                 {PR_PROVIDER_DISPLAY_W, std::wstring(store.imap ? L"Velmar IMAP" : L"Velmar Maildir")},
-                 {PR_DISPLAY_NAME_W, store.displayName},
-                 {PR_DEFAULT_STORE, store.isDefault},
-                 {PR_MDB_PROVIDER, std::vector<BYTE>(entryId.begin() + 4, entryId.begin() + 20)},
-                 {PR_RESOURCE_FLAGS, store.isDefault ? kStatusDefaultStore : 0},
-                 {PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_STORE)}});
+            rows.push_back({{PR_INSTANCE_KEY, entryId},
+                            {PR_ENTRYID, entryId},
+                            {PR_RECORD_KEY, entryId},
+                            {PR_PROVIDER_DISPLAY_W, g_storeKinds.Of(store).ProviderName()},
+                            {PR_DISPLAY_NAME_W, store.displayName},
+                            {PR_DEFAULT_STORE, store.isDefault},
+                            {PR_MDB_PROVIDER, std::vector<BYTE>(entryId.begin() + 4, entryId.begin() + 20)},
+                            {PR_RESOURCE_FLAGS, store.isDefault ? kStatusDefaultStore : 0},
+                            {PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_STORE)}});
             AddOwner(store, rows.back());
         }
         return MakeRowListTable(std::vector<ULONG>(std::begin(kStoreColumns), std::end(kStoreColumns)),
@@ -67,7 +78,7 @@ public:
             return MAPI_E_INTERFACE_NOT_SUPPORTED;
         const CStoreConfig* store = FindStore(id->storeId);
         if (!store) return MAPI_E_NOT_FOUND;
-        return store->imap ? OpenImapStore(*store, lppMDB) : OpenMaildirStore(*store, lppMDB);
+        return g_storeKinds.Of(*store).OpenStore(*store, lppMDB);
     }
     HRESULT OpenAddressBook(ULONG_PTR, LPCIID, ULONG, LPADRBOOK* lppAdrBook) override {
         if (!lppAdrBook) return MAPI_E_INVALID_PARAMETER;
@@ -97,8 +108,7 @@ public:
         }
         const CStoreConfig* store = FindStore(id->storeId);
         if (!store) return MAPI_E_NOT_FOUND;
-        return store->imap ? OpenImapEntry(*store, *id, lpInterface, lpulObjType, lppUnk)
-                           : OpenStoreEntry(*store, *id, lpInterface, lpulObjType, lppUnk);
+        return g_storeKinds.Of(*store).OpenEntry(*store, *id, lpInterface, lpulObjType, lppUnk);
     }
     HRESULT CompareEntryIDs(ULONG cbEntryID1, LPENTRYID lpEntryID1, ULONG cbEntryID2, LPENTRYID lpEntryID2,
                             ULONG, ULONG* lpulResult) override {
@@ -171,6 +181,10 @@ using namespace velmar::mapi;
 STDAPI MAPIInitialize(LPVOID) {
     return Guarded([] {
         EnsureGMime();
+        // The store wakes the spooler through the session, and the spooler files through the kinds it is
+        // handed: neither layer reaches up.
+        CSpooler::Instance().UseStoreKinds(g_storeKinds);
+        SetQueuedListener([] { CSpooler::Instance().Wake(); });
         ++g_initializeCount;
         return S_OK;
     });
@@ -183,7 +197,7 @@ STDAPI_(void) MAPIUninitialize(void) {
     // The last user is gone: the spooler ends with the delivery under way; what is queued stays queued.
     if (count == 1) {
         CSpooler::Instance().Stop();
-        CImapSync::StopAll();
+        for (const IStoreKind* kind : g_storeKinds.All()) kind->StopAll();
     }
 }
 
@@ -223,9 +237,7 @@ STDAPI MAPILogonEx(ULONG_PTR, LPTSTR lpszProfileName, LPTSTR, ULONG ulFlags, LPM
         if (!chosen) return MAPI_E_LOGON_FAILED;
         *lppSession = MakeObject<CMapiSession>(*chosen).Detach();
         CSpooler::Instance().Watch(*chosen);
-        // The IMAP stores' inboxes are synced from the logon on, so that lookups find them ready.
-        for (const CStoreConfig& store : chosen->stores)
-            if (store.imap) CImapSync::ForStore(store);
+        for (const CStoreConfig& store : chosen->stores) g_storeKinds.Of(store).StartSync(store);
         return S_OK;
     });
 }

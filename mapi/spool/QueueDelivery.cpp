@@ -17,7 +17,6 @@
 #include "mapi/spool/SendmailDelivery.h"
 #include "mapi/spool/SmtpSettings.h"
 #include "mapi/spool/SmtpSubmission.h"
-#include "mapi/spool/StoreFiling.h"
 #include "support/FileBytes.h"
 #include "support/Utf8.h"
 
@@ -138,9 +137,9 @@ CRemoteResult SendRemote(const CProfile& profile, const std::string& from,
 
 }  // namespace
 
-QueueOutcome DeliverQueuedFile(const CProfile& profile, const CStoreConfig& store, const std::string& path,
-                               const std::string& key, const std::atomic<bool>& cancel,
-                               std::string& problem) {
+QueueOutcome DeliverQueuedFile(const IStoreKinds& kinds, const CProfile& profile, const CStoreConfig& store,
+                               const std::string& path, const std::string& key,
+                               const std::atomic<bool>& cancel, std::string& problem) {
     CFileDescriptor fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     if (fd.get() < 0)
         return errno == ENOENT ? QueueOutcome::Done : (problem = std::strerror(errno), QueueOutcome::Waiting);
@@ -169,7 +168,7 @@ QueueOutcome DeliverQueuedFile(const CProfile& profile, const CStoreConfig& stor
         if (served.Has(recipient)) continue;
         if (const CStoreConfig* local = StoreOwnedBy(profile, recipient)) {
             std::string why;
-            if (!FileInInbox(*local, outgoing, why)) {
+            if (!kinds.Of(*local).FileInInbox(*local, outgoing, why)) {
                 problem = "cannot deliver to " + recipient + ": " + why;
                 continue;
             }
@@ -188,7 +187,7 @@ QueueOutcome DeliverQueuedFile(const CProfile& profile, const CStoreConfig& stor
         // The sender learns of the refusals once; then those recipients count as served.
         const std::string report = MakeDeliveryReport(message, refused, outgoing);
         std::string why;
-        if (FileInInbox(store, report, why))
+        if (kinds.Of(store).FileInInbox(store, report, why))
             for (const CFailedRecipient& failed : refused) served.Add(failed.address);
         else
             problem = "cannot write the delivery report: " + why;
@@ -198,7 +197,8 @@ QueueOutcome DeliverQueuedFile(const CProfile& profile, const CStoreConfig& stor
 
     // Filed first, so that a message leaves the queue only once it is in the sent-items folder; on a
     // server that is away it waits, its recipients served, until it can be filed.
-    if (!FileAsSent(store, message.sentFolder, WithoutFields(queued, {kSentFolderField}), problem))
+    if (!kinds.Of(store).FileAsSent(store, message.sentFolder, WithoutFields(queued, {kSentFolderField}),
+                                    problem))
         return QueueOutcome::Waiting;
     // Filed and synced: only now does the message leave the queue.
     RemoveDurably(path);

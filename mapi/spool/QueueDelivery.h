@@ -8,6 +8,7 @@
 #include <string>
 
 #include "mapi/provider/Profiles.h"
+#include "mapi/provider/StoreKind.h"
 
 namespace velmar::mapi {
 
@@ -17,8 +18,10 @@ enum class QueueOutcome {
     Busy,     // another process delivers it now
 };
 
-// A set cancel flag ends an SMTP transfer under way (the message stays queued).
-QueueOutcome DeliverQueuedFile(const CProfile& profile, const CStoreConfig& store, const std::string& path,
-                               const std::string& key, const std::atomic<bool>& cancel, std::string& problem);
+// kinds files into the stores' folders. A set cancel flag ends an SMTP transfer under way (the message stays
+// queued).
+QueueOutcome DeliverQueuedFile(const IStoreKinds& kinds, const CProfile& profile, const CStoreConfig& store,
+                               const std::string& path, const std::string& key,
+                               const std::atomic<bool>& cancel, std::string& problem);
 
 }  // namespace velmar::mapi

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "mapi/provider/Maildir.h"
-#include "mapi/provider/SpoolerQueue.h"
 #include "mapi/spool/QueueDelivery.h"
 #include "support/Utf8.h"
 
@@ -60,6 +59,24 @@ CSpooler& CSpooler::Instance() {
 
 CSpooler::~CSpooler() {
     Stop();
+}
+
+void CSpooler::UseStoreKinds(const IStoreKinds& kinds) {
+    m_kinds.store(&kinds);
+}
+
+void CSpooler::SyncStoresNow() {
+    if (const IStoreKinds* kinds = m_kinds.load())
+        for (const IStoreKind* kind : kinds->All()) kind->SyncAllNow();
+}
+
+std::wstring CSpooler::StoreProblems() const {
+    std::wstring problems;
+    if (const IStoreKinds* kinds = m_kinds.load())
+        for (const IStoreKind* kind : kinds->All())
+            if (const std::wstring more = kind->Problems(); !more.empty())
+                problems += (problems.empty() ? L"" : L"; ") + more;
+    return problems;
 }
 
 void CSpooler::Watch(const CProfile& profile) {
@@ -142,6 +159,8 @@ Clock::time_point CSpooler::Pass(bool force) {
         for (CProfile& profile : profiles)
             if (profile.name == now.name) profile = now;
     Clock::time_point next = Clock::time_point::max();
+    const IStoreKinds* kinds = m_kinds.load();
+    if (!kinds) return next;
     std::wstring status;
     size_t waiting = 0;
     for (const CProfile& profile : profiles) {
@@ -159,7 +178,7 @@ Clock::time_point CSpooler::Pass(bool force) {
                 }
                 std::string problem;
                 const QueueOutcome outcome =
-                    DeliverQueuedFile(profile, store, file.path, file.key, m_cancel, problem);
+                    DeliverQueuedFile(*kinds, profile, store, file.path, file.key, m_cancel, problem);
                 std::lock_guard lock(m_lock);
                 if (outcome == QueueOutcome::Waiting) {
                     CRetry& retry = m_retries[file.key];
@@ -180,10 +199,6 @@ Clock::time_point CSpooler::Pass(bool force) {
                             : std::to_wstring(waiting) + L" message(s) queued" +
                                   (status.empty() ? L"" : L": " + status);
     return next;
-}
-
-void WakeSpooler() {
-    CSpooler::Instance().Wake();
 }
 
 }  // namespace velmar::mapi

@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "mapi/provider/Profiles.h"
+#include "mapi/provider/StoreKind.h"
 
 namespace velmar::mapi {
 
@@ -25,6 +26,12 @@ public:
     CSpooler(const CSpooler&) = delete;
     CSpooler& operator=(const CSpooler&) = delete;
 
+    // The kinds of the stores it files into (the session's choice); set before the first Watch.
+    void UseStoreKinds(const IStoreKinds& kinds);
+    // Brings every store in use up to date now, as far as its kind keeps one in sync, and waits for that.
+    void SyncStoresNow();
+    // What keeps stores in use from their mail (see IStoreKind::Problems); empty while all is well.
+    std::wstring StoreProblems() const;
     // Delivers the queues of profile's stores from now on (a profile seen again replaces its settings), and
     // looks at them at once: messages queued before a restart go out now.
     void Watch(const CProfile& profile);
@@ -56,6 +63,7 @@ private:
     bool m_wakeRequested = false;
     bool m_forceRequested = false;
     bool m_stopRequested = false;
+    std::atomic<const IStoreKinds*> m_kinds{nullptr};
     std::atomic<bool> m_cancel{false};  // ends a transfer under way when the spooler stops
     std::uint64_t m_passesStarted = 0;
     std::uint64_t m_passesDone = 0;

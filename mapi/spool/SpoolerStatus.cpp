@@ -1,6 +1,5 @@
 #include "mapi/spool/SpoolerStatus.h"
 
-#include "mapi/imap/ImapSync.h"
 #include "mapi/provider/EntryId.h"
 #include "mapi/spool/Spooler.h"
 #include "mapitags.h"
@@ -17,11 +16,11 @@ public:
     HRESULT ValidateState(ULONG_PTR, ULONG) override { return S_OK; }
     HRESULT SettingsDialog(ULONG_PTR, ULONG) override { return MAPI_E_NO_SUPPORT; }
     HRESULT ChangePassword(LPTSTR, LPTSTR, ULONG) override { return MAPI_E_NO_SUPPORT; }
-    // Upload sends the queue and waits for that. Download brings the IMAP stores' inboxes up to date now;
-    // new mail arrives in Maildir folders by itself, and they are read afresh whenever they are listed.
+    // Upload sends the queue and waits for that. Download brings the stores that are kept in sync up to
+    // date now.
     HRESULT FlushQueues(ULONG_PTR, ULONG, LPENTRYID, ULONG ulFlags) override {
         if (ulFlags & FLUSH_UPLOAD) CSpooler::Instance().Flush();
-        if (ulFlags & FLUSH_DOWNLOAD) CImapSync::ResyncAll();
+        if (ulFlags & FLUSH_DOWNLOAD) CSpooler::Instance().SyncStoresNow();
         return S_OK;
     }
 
@@ -35,10 +34,10 @@ protected:
 }  // namespace
 
 std::vector<CPropValue> SpoolerStatusRow() {
-    // What waits in the queue, and what keeps an IMAP store from its server.
+    // What waits in the queue, and what keeps a store from its mail.
     std::wstring status = CSpooler::Instance().StatusText();
-    if (const std::wstring servers = CImapSync::AllProblems(); !servers.empty())
-        status += (status.empty() ? L"" : L"; ") + servers;
+    if (const std::wstring stores = CSpooler::Instance().StoreProblems(); !stores.empty())
+        status += (status.empty() ? L"" : L"; ") + stores;
     return {{PR_ENTRYID, EncodeEntryId({EntryKind::Spooler, 0, {}, {}})},
             {PR_RESOURCE_TYPE, static_cast<std::int32_t>(MAPI_SPOOLER)},
             {PR_DISPLAY_NAME_W, std::wstring(L"Velmar Spooler")},
