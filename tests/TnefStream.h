@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "mapi/provider/Tnef.h"
+#include "mapi/mime/Tnef.h"
 
 namespace velmar::test {
 

@@ -12,7 +12,7 @@
 #include "mapi/imap/ImapMailboxName.h"
 #include "mapi/imap/ImapMessageParts.h"
 #include "mapi/imap/ImapSync.h"
-#include "mapi/provider/MimeContent.h"
+#include "mapi/mime/MimeContent.h"
 #include "mapitags.h"
 #include "support/Utf8.h"
 #include "tests/DovecotServer.h"

@@ -6,7 +6,7 @@
 #include <fstream>
 #include <map>
 
-#include "mapi/provider/Tnef.h"
+#include "mapi/mime/Tnef.h"
 #include "mapi/rtf/CompressedRtf.h"
 #include "mapix.h"
 #include "support/Utf8.h"

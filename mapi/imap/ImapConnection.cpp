@@ -16,8 +16,8 @@
 
 #include "mapi/imap/ImapFetchReader.h"
 #include "mapi/imap/ImapLibetpan.h"
+#include "mapi/mime/HeaderBlock.h"
 #include "mapi/provider/AccountSecrets.h"
-#include "mapi/provider/HeaderBlock.h"
 
 extern char** environ;
 

@@ -8,11 +8,11 @@
 #include <cstring>
 #include <ctime>
 
+#include "mapi/mime/HeaderBlock.h"
 #include "mapi/provider/ContentsRow.h"
 #include "mapi/provider/EntryId.h"
-#include "mapi/provider/FileDescriptor.h"
-#include "mapi/provider/HeaderBlock.h"
 #include "mapi/provider/MaildirWriter.h"
+#include "support/FileDescriptor.h"
 
 namespace velmar::mapi {
 namespace {

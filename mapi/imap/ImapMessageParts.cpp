@@ -7,7 +7,7 @@
 
 #include "mapi/imap/ImapConnection.h"
 #include "mapi/imap/ImapLibetpan.h"
-#include "mapi/provider/GMimeSupport.h"
+#include "mapi/mime/GMimeSupport.h"
 
 namespace velmar::mapi {
 namespace {

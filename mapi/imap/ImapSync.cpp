@@ -14,9 +14,9 @@
 #include "mapi/imap/ImapMailboxName.h"
 #include "mapi/imap/ImapMessageParts.h"
 #include "mapi/provider/AccountSecrets.h"
-#include "mapi/provider/FileDescriptor.h"
 #include "mapi/provider/MaildirWriter.h"
-#include "mapi/provider/PipeSignalGuard.h"
+#include "support/FileDescriptor.h"
+#include "support/PipeSignalGuard.h"
 #include "support/Utf8.h"
 
 namespace velmar::mapi {

@@ -18,7 +18,7 @@
 #include <cstring>
 #include <thread>
 
-#include "mapi/provider/FileDescriptor.h"
+#include "support/FileDescriptor.h"
 
 extern char** environ;
 

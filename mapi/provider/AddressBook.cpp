@@ -3,7 +3,7 @@
 #include <cstring>
 #include <cwctype>
 
-#include "mapi/provider/AddressList.h"
+#include "mapi/mime/AddressList.h"
 #include "mapi/provider/DraftContent.h"
 #include "mapi/provider/EntryId.h"
 #include "mapi/runtime/Guarded.h"

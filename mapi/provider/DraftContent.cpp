@@ -5,9 +5,9 @@
 #include <new>
 #include <span>
 
-#include "mapi/provider/AddressList.h"
+#include "mapi/mime/AddressList.h"
+#include "mapi/mime/GMimeSupport.h"
 #include "mapi/provider/EntryId.h"
-#include "mapi/provider/GMimeSupport.h"
 #include "mapi/rtf/CompressedRtf.h"
 #include "mapi/rtf/RtfDeencapsulate.h"
 #include "mapitags.h"

@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "mapi/provider/FileDescriptor.h"
+#include "support/FileDescriptor.h"
 #include "support/Utf8.h"
 
 namespace velmar::mapi {

@@ -12,9 +12,9 @@
 
 #include "mapi/provider/ContentsRow.h"
 #include "mapi/provider/EntryId.h"
-#include "mapi/provider/FileDescriptor.h"
 #include "mapi/provider/Maildir.h"
 #include "mapitags.h"
+#include "support/FileDescriptor.h"
 #include "support/Utf8.h"
 
 namespace velmar::mapi {

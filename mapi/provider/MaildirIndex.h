@@ -18,7 +18,7 @@
 #include <string_view>
 #include <vector>
 
-#include "mapi/provider/HeaderBlock.h"
+#include "mapi/mime/HeaderBlock.h"
 #include "mapi/provider/RowHash.h"
 #include "mapi/runtime/TableRows.h"
 

@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "mapi/provider/FileDescriptor.h"
 #include "mapi/provider/Maildir.h"
+#include "support/FileDescriptor.h"
 
 namespace velmar::mapi {
 namespace {

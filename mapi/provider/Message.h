@@ -8,8 +8,8 @@
 #include <optional>
 #include <string>
 
+#include "mapi/mime/MimeContent.h"
 #include "mapi/provider/MapiProp.h"
-#include "mapi/provider/MimeContent.h"
 
 namespace velmar::mapi {
 

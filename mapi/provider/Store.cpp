@@ -6,15 +6,15 @@
 #include <cerrno>
 #include <cstring>
 
-#include "mapi/provider/FileDescriptor.h"
 #include "mapi/provider/Folder.h"
 #include "mapi/provider/Maildir.h"
-#include "mapi/provider/MaildirStoreKind.h"
 #include "mapi/provider/MaildirIndex.h"
 #include "mapi/provider/MaildirPlace.h"
+#include "mapi/provider/MaildirStoreKind.h"
 #include "mapi/provider/Message.h"
 #include "mapi/runtime/Guarded.h"
 #include "mapitags.h"
+#include "support/FileDescriptor.h"
 #include "support/Utf8.h"
 
 namespace velmar::mapi {

@@ -3,8 +3,8 @@
 #include <atomic>
 
 #include "mapi/imap/ImapStoreKind.h"
+#include "mapi/mime/GMimeSupport.h"
 #include "mapi/provider/AddressBook.h"
-#include "mapi/provider/GMimeSupport.h"
 #include "mapi/provider/MaildirStoreKind.h"
 #include "mapi/provider/MapiProp.h"
 #include "mapi/provider/Profiles.h"

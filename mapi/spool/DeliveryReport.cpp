@@ -5,7 +5,7 @@
 #include <cctype>
 #include <ctime>
 
-#include "mapi/provider/GMimeSupport.h"
+#include "mapi/mime/GMimeSupport.h"
 #include "mapi/provider/MaildirWriter.h"
 
 namespace velmar::mapi {

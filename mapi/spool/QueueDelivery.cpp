@@ -9,7 +9,6 @@
 #include <cstring>
 
 #include "mapi/provider/DraftContent.h"
-#include "mapi/provider/FileDescriptor.h"
 #include "mapi/provider/Maildir.h"
 #include "mapi/provider/MaildirWriter.h"
 #include "mapi/spool/DeliveryReport.h"
@@ -18,6 +17,7 @@
 #include "mapi/spool/SmtpSettings.h"
 #include "mapi/spool/SmtpSubmission.h"
 #include "support/FileBytes.h"
+#include "support/FileDescriptor.h"
 #include "support/Utf8.h"
 
 namespace velmar::mapi {

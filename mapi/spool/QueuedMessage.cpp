@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cctype>
 
-#include "mapi/provider/AddressList.h"
+#include "mapi/mime/AddressList.h"
+#include "mapi/mime/HeaderBlock.h"
 #include "mapi/provider/DraftContent.h"
-#include "mapi/provider/HeaderBlock.h"
 
 namespace velmar::mapi {
 namespace {

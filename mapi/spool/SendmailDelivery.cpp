@@ -11,8 +11,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "mapi/provider/FileDescriptor.h"
-#include "mapi/provider/PipeSignalGuard.h"
+#include "support/FileDescriptor.h"
+#include "support/PipeSignalGuard.h"
 
 extern char** environ;
 

@@ -17,15 +17,15 @@
 #include <string_view>
 #include <vector>
 
-#include "mapi/provider/AddressList.h"
-#include "mapi/provider/EncodedWords.h"
+#include "mapi/mime/AddressList.h"
+#include "mapi/mime/EncodedWords.h"
+#include "mapi/mime/HeaderText.h"
+#include "mapi/mime/HtmlCharset.h"
+#include "mapi/mime/MimeContent.h"
+#include "mapi/mime/TextCharset.h"
+#include "mapi/mime/Tnef.h"
 #include "mapi/provider/EntryId.h"
-#include "mapi/provider/HeaderText.h"
-#include "mapi/provider/HtmlCharset.h"
 #include "mapi/provider/MaildirIndex.h"
-#include "mapi/provider/MimeContent.h"
-#include "mapi/provider/TextCharset.h"
-#include "mapi/provider/Tnef.h"
 #include "support/Utf8.h"
 
 namespace {

@@ -17,9 +17,9 @@
 #include <string>
 #include <vector>
 
+#include "mapi/mime/GMimeSupport.h"
+#include "mapi/mime/MimeContent.h"
 #include "mapi/provider/DraftContent.h"
-#include "mapi/provider/GMimeSupport.h"
-#include "mapi/provider/MimeContent.h"
 #include "mapitags.h"
 #include "support/Utf8.h"
 

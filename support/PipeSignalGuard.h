@@ -1,7 +1,6 @@
 // While it lives, a write to a pipe or socket whose reader is gone fails with EPIPE instead of ending the
 // process: SIGPIPE is blocked on this thread, and one that the writes raised is taken before the mask comes
-// back. For the writes of this library to other programs and servers, whatever the process does with the
-// signal.
+// back. For writes to other programs and servers, whatever the process does with the signal.
 #pragma once
 
 #include <pthread.h>
@@ -9,7 +8,7 @@
 
 #include <ctime>
 
-namespace velmar::mapi {
+namespace velmar {
 
 class CPipeSignalGuard {
 public:
@@ -39,4 +38,4 @@ private:
     bool m_pendingBefore = false;
 };
 
-}  // namespace velmar::mapi
+}  // namespace velmar

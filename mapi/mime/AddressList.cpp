@@ -1,11 +1,11 @@
-#include "mapi/provider/AddressList.h"
+#include "mapi/mime/AddressList.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "mapi/provider/EncodedWords.h"
-#include "mapi/provider/HeaderText.h"
-#include "mapi/provider/TextCharset.h"
+#include "mapi/mime/EncodedWords.h"
+#include "mapi/mime/HeaderText.h"
+#include "mapi/mime/TextCharset.h"
 
 namespace velmar::mapi {
 namespace {

@@ -1,4 +1,4 @@
-// Encoded words (RFC 2047) in header text. This is the one place where the provider decodes them, for
+// Encoded words (RFC 2047) in header text. This is the one place where our MIME reading decodes them, for
 // subjects, display names and parameters such as file names alike; GMime's own decoding joins the
 // payloads of adjacent words before it decodes them, so that a base64 word's padding cuts off the words
 // after it ("=?UTF-8?B?SGVsbG8=?= =?UTF-8?B?IFdvcmxk?=" reads "Hello"), and reads a raw 8-bit byte inside

@@ -1,4 +1,4 @@
-#include "mapi/provider/Tnef.h"
+#include "mapi/mime/Tnef.h"
 
 #include <functional>
 

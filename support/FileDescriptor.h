@@ -1,11 +1,11 @@
-// An open file descriptor, closed when it goes: what the provider holds its Maildir files and folders in.
+// An open POSIX file descriptor, closed when it goes (move-only).
 #pragma once
 
 #include <unistd.h>
 
 #include <utility>
 
-namespace velmar::mapi {
+namespace velmar {
 
 class CFileDescriptor {
 public:
@@ -34,4 +34,4 @@ private:
     int m_fd;
 };
 
-}  // namespace velmar::mapi
+}  // namespace velmar

@@ -1,6 +1,6 @@
 // A MIME message read through GMime into what MAPI shows of it: message properties, recipients,
 // attachments and bodies. GMime finds the structure; header fields, charsets and transfer encodings are
-// read by the provider's own code (HeaderText.h, AddressList.h, TextCharset.h, PartBytes.h), as a careful
+// read by our own code (HeaderText.h, AddressList.h, TextCharset.h, PartBytes.h), as a careful
 // reader reads them. Text is kept as UTF-8 or wide.
 #pragma once
 
@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "mapi/provider/GMimeSupport.h"
+#include "mapi/mime/GMimeSupport.h"
 #include "mapi/runtime/PropValue.h"
 
 namespace velmar::mapi {

@@ -1,4 +1,4 @@
-#include "mapi/provider/TextCharset.h"
+#include "mapi/mime/TextCharset.h"
 
 #include <gmime/gmime.h>
 
@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "mapi/provider/GMimeSupport.h"
+#include "mapi/mime/GMimeSupport.h"
 #include "support/Utf8.h"
 
 namespace velmar::mapi {

@@ -1,4 +1,4 @@
-#include "mapi/provider/Base64.h"
+#include "mapi/mime/Base64.h"
 
 #include <array>
 

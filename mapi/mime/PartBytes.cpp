@@ -1,9 +1,9 @@
-#include "mapi/provider/PartBytes.h"
+#include "mapi/mime/PartBytes.h"
 
 #include <optional>
 
-#include "mapi/provider/Base64.h"
-#include "mapi/provider/GMimeSupport.h"
+#include "mapi/mime/Base64.h"
+#include "mapi/mime/GMimeSupport.h"
 
 namespace velmar::mapi {
 namespace {

@@ -1,4 +1,4 @@
-#include "mapi/provider/MimeContent.h"
+#include "mapi/mime/MimeContent.h"
 
 #include <unistd.h>
 
@@ -8,12 +8,12 @@
 #include <cwctype>
 #include <utility>
 
-#include "mapi/provider/AddressList.h"
-#include "mapi/provider/HeaderText.h"
-#include "mapi/provider/HtmlCharset.h"
-#include "mapi/provider/PartBytes.h"
-#include "mapi/provider/TextCharset.h"
-#include "mapi/provider/Tnef.h"
+#include "mapi/mime/AddressList.h"
+#include "mapi/mime/HeaderText.h"
+#include "mapi/mime/HtmlCharset.h"
+#include "mapi/mime/PartBytes.h"
+#include "mapi/mime/TextCharset.h"
+#include "mapi/mime/Tnef.h"
 #include "mapitags.h"
 #include "support/Utf8.h"
 

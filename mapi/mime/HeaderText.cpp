@@ -1,12 +1,12 @@
-#include "mapi/provider/HeaderText.h"
+#include "mapi/mime/HeaderText.h"
 
 #include <glib.h>
 
 #include <map>
 #include <vector>
 
-#include "mapi/provider/EncodedWords.h"
-#include "mapi/provider/TextCharset.h"
+#include "mapi/mime/EncodedWords.h"
+#include "mapi/mime/TextCharset.h"
 
 namespace velmar::mapi {
 namespace {

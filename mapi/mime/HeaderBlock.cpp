@@ -1,9 +1,9 @@
-#include "mapi/provider/HeaderBlock.h"
+#include "mapi/mime/HeaderBlock.h"
 
 #include <algorithm>
 #include <cctype>
 
-#include "mapi/provider/HeaderText.h"
+#include "mapi/mime/HeaderText.h"
 
 namespace velmar::mapi {
 namespace {

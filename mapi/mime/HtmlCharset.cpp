@@ -1,4 +1,4 @@
-#include "mapi/provider/HtmlCharset.h"
+#include "mapi/mime/HtmlCharset.h"
 
 #include <glib.h>
 

@@ -1,4 +1,4 @@
-#include "mapi/provider/GMimeSupport.h"
+#include "mapi/mime/GMimeSupport.h"
 
 #include <mutex>
 

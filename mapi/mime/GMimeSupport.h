@@ -1,4 +1,4 @@
-// GMime for the provider: initialised once per process, objects held by an owning pointer.
+// GMime for our MIME reading: initialised once per process, objects held by an owning pointer.
 #pragma once
 
 #include <gmime/gmime.h>

@@ -1,12 +1,12 @@
-#include "mapi/provider/EncodedWords.h"
+#include "mapi/mime/EncodedWords.h"
 
 #include <glib.h>
 
 #include <cstring>
 #include <optional>
 
-#include "mapi/provider/Base64.h"
-#include "mapi/provider/TextCharset.h"
+#include "mapi/mime/Base64.h"
+#include "mapi/mime/TextCharset.h"
 
 namespace velmar::mapi {
 namespace {
