@@ -7,9 +7,9 @@
 #include "app/MainWindow.h"
 #include "app/StopSignals.h"
 #include "mail/VelmarMapi.h"
-#include "print/PrintJobChannel.h"
 #include "service/RequestService.h"
 #include "support/ActivityList.h"
+#include "support/PrintJobChannel.h"
 
 namespace {
 
@@ -32,21 +32,21 @@ int RunHeadless(CActivityList& activity, CVelmarMapi& mapi, int memoryLimit) {
 // printed by this start itself, which then ends.
 int PrintJobOfCommandLine(std::vector<std::wstring> job) {
     CActivityList activity(true);
-    if (!velmar::print::IsPrintJob(job)) {
+    if (!velmar::IsPrintJob(job)) {
         activity.AddLine(
             L"PRINTHTML <html file> <print template or *> <style sheet> <prompt: 1 or other> "
             L"<printer or *> [more groups of five]");
         return 2;
     }
     std::wstring error;
-    switch (velmar::print::HandPrintJobToWindow(job, error)) {
-        case velmar::print::EHandOver::Handed:
+    switch (velmar::HandPrintJobToWindow(job, error)) {
+        case velmar::EHandOver::Handed:
             activity.AddLine(L"Druckauftrag an das laufende VelmarTaskScheduler übergeben");
             return 0;
-        case velmar::print::EHandOver::Failed:
+        case velmar::EHandOver::Failed:
             activity.AddLine(error);
             return 1;
-        case velmar::print::EHandOver::NoWindow:
+        case velmar::EHandOver::NoWindow:
             break;
     }
     return RunPrintJobs(activity, std::move(job));
@@ -55,7 +55,7 @@ int PrintJobOfCommandLine(std::vector<std::wstring> job) {
 }  // namespace
 
 int CVelmarTaskSchedulerApp::Run(const std::vector<std::wstring>& arguments) {
-    if (arguments.size() > 1 && arguments[1] == velmar::print::kPrintHtmlWord)
+    if (arguments.size() > 1 && arguments[1] == velmar::kPrintHtmlWord)
         return PrintJobOfCommandLine(std::vector<std::wstring>(arguments.begin() + 1, arguments.end()));
     BlockStopSignals();
     CTaskSchedCCmdLineInfo cmdInfo;

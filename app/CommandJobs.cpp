@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "app/WindowTexts.h"
+#include "support/PrintJobChannel.h"
 
 std::optional<size_t> CCommandJobs::Add(std::vector<std::wstring> job) {
     std::unique_lock lock(m_lock, kLockWait);
@@ -38,7 +39,7 @@ void CCommandJobs::Run(size_t index, int action, CActivityList& activity, IPrint
         if (index >= m_jobs.size()) return;
         job = m_jobs[index];
     }
-    if (job.empty() || job.front() != velmar::print::kPrintHtmlWord || !printer) return;
+    if (job.empty() || job.front() != velmar::kPrintHtmlWord || !printer) return;
     if (action == 2) {
         printer->DestroyDialog(index);
         return;

@@ -1,6 +1,6 @@
 #include "app/PrintJobInbox.h"
 
-#include "print/PrintJobChannel.h"
+#include "support/PrintJobChannel.h"
 
 namespace {
 
@@ -17,7 +17,7 @@ CPrintJobInbox::~CPrintJobInbox() {
 
 bool CPrintJobInbox::Start() {
     std::wstring error;
-    m_listener = velmar::service::CreateSocketListener(velmar::print::PrintJobSocketPath(),
+    m_listener = velmar::service::CreateSocketListener(velmar::PrintJobSocketPath(),
                                                        kJobReadTimeoutMilliseconds, error);
     if (!m_listener) {
         m_activity.AddLine(L"Druckaufträge anderer Programmstarts werden nicht angenommen: " + error);
@@ -45,9 +45,9 @@ void CPrintJobInbox::Serve() {
         std::string text;
         std::vector<std::wstring> job;
         if (!connection->ReadRequest(text, error)) continue;
-        const bool accepted = velmar::print::DecodePrintJob(text, job) && m_accept(std::move(job));
+        const bool accepted = velmar::DecodePrintJob(text, job) && m_accept(std::move(job));
         if (!accepted) m_activity.AddLine(L"Druckauftrag abgelehnt");
-        connection->WriteReply(accepted ? velmar::print::kPrintJobAccepted : "FAILED", error);
+        connection->WriteReply(accepted ? velmar::kPrintJobAccepted : "FAILED", error);
         connection->End();
     }
 }

@@ -7,9 +7,6 @@
 
 namespace velmar::print {
 
-// The kind of a main window's command job that prints HTML files, and the word a print job starts with.
-inline constexpr wchar_t kPrintHtmlWord[] = L"PRINTHTML";
-
 class IPrintJobHost {
 public:
     virtual ~IPrintJobHost() = default;

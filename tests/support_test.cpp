@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "support/FileBytes.h"
 #include "support/NumberText.h"
+#include "support/PrintJobChannel.h"
 #include "support/Utf8.h"
 #include "tests/TestFiles.h"
 
@@ -94,6 +96,23 @@ TEST(FileBytes, ReadsRegularFilesWithinTheLimitOnly) {
     EXPECT_FALSE(velmar::ReadFileBytes((dir / "f.txt").wstring(), 2).has_value());
     EXPECT_FALSE(velmar::ReadFileBytes((dir / "absent").wstring(), 100).has_value());
     EXPECT_FALSE(velmar::ReadFileBytes(dir.Path().wstring(), 100).has_value());
+}
+
+// A job goes to the running window as it was given, whatever its strings hold; a text that is no job (cut
+// short, a length that lies, another word) is refused whole.
+TEST(PrintJobText, EveryStringArrivesAsItIsAndBrokenTextIsNoJob) {
+    const std::vector<std::wstring> job{velmar::kPrintHtmlWord, L"/tmp/a, b\n\x00e4.html", L"*", L"", L"1",
+                                        L"Drucker:1,2"};
+    std::vector<std::wstring> decoded;
+    const std::string text = velmar::EncodePrintJob(job);
+    ASSERT_TRUE(velmar::DecodePrintJob(text, decoded));
+    EXPECT_EQ(decoded, job);
+    for (const std::string& broken :
+         {text.substr(0, text.size() - 1), text + "3:ab,", "9:PRINTHTML" + text.substr(12),
+          "99999999:x," + text, velmar::EncodePrintJob({L"PRINT", L"a", L"b", L"c", L"d", L"e"}),
+          velmar::EncodePrintJob({velmar::kPrintHtmlWord, L"a", L"b", L"c", L"d"}), std::string("x")}) {
+        EXPECT_FALSE(velmar::DecodePrintJob(broken, decoded)) << broken;
+    }
 }
 
 }  // namespace

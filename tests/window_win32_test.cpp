@@ -15,7 +15,7 @@
 #include "app/WindowTexts.h"
 #include "app/win32/VelmarTaskSchedulerDlg.h"
 #include "app/win32/resource.h"
-#include "print/PrintJobChannel.h"
+#include "support/PrintJobChannel.h"
 #include "tests/ServiceProcess.h"
 #include "tools/ClientChannel.h"
 
@@ -338,16 +338,16 @@ TEST_F(WindowWin32Test, PrintJobsOfOtherStartsArriveByCopyDataAndLeaveWhenPrinte
     CLockedPrinter printer;
     m_dialog.SetPrintJobHost(&printer);
     std::wstring error;
-    ASSERT_EQ(velmar::print::HandPrintJobToWindow(
-                  {L"PRINTHTML", L"a.html", L"*", L"a.css", L"0", L"*", L"b.html"}, error),
-              velmar::print::EHandOver::Handed)
+    ASSERT_EQ(
+        velmar::HandPrintJobToWindow({L"PRINTHTML", L"a.html", L"*", L"a.css", L"0", L"*", L"b.html"}, error),
+        velmar::EHandOver::Handed)
         << std::string(error.begin(), error.end());
     EXPECT_TRUE(WaitFor([&] { return printer.Calls().size() == 3; }));
     EXPECT_EQ(printer.Calls(), (std::vector<std::wstring>{L"recreate 0", L"job 0 a.html", L"start 0"}));
 
     // Anything else on WM_COPYDATA is refused and adds no job.
     const char garbage[] = "{\"PRINTHTML\":[\"PRINTHTML\",\"a.html\"]}";
-    COPYDATASTRUCT data{velmar::print::kPrintJobCopyData, sizeof garbage - 1, const_cast<char*>(garbage)};
+    COPYDATASTRUCT data{velmar::kPrintJobCopyData, sizeof garbage - 1, const_cast<char*>(garbage)};
     EXPECT_EQ(SendMessageW(m_window, WM_COPYDATA, 0, reinterpret_cast<LPARAM>(&data)), FALSE);
     data.dwData = 1;
     EXPECT_EQ(SendMessageW(m_window, WM_COPYDATA, 0, reinterpret_cast<LPARAM>(&data)), FALSE);
@@ -473,7 +473,7 @@ TEST(WindowProgram, PrintStartsHandTheirJobToTheWindowWhereItFailsCleanly) {
     HWND window = nullptr;
     ASSERT_TRUE(
         WaitFor([&] { return (window = FindWindowW(L"#32770", L"VelmarTaskScheduler")) != nullptr; }));
-    ASSERT_TRUE(WaitFor([&] { return GetPropW(window, velmar::print::kPrintJobWindowProperty) != nullptr; }));
+    ASSERT_TRUE(WaitFor([&] { return GetPropW(window, velmar::kPrintJobWindowProperty) != nullptr; }));
     velmar::test::CServiceProcess start(VELMAR_SERVICE_PROGRAM,
                                         {"PRINTHTML", pageArgument, "*", "*", "0", "*"}, "NUL");
     EXPECT_EQ(start.WaitForExit(20000), 0) << "the job is handed over at once";

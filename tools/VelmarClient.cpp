@@ -18,7 +18,7 @@
 
 #include "json/CkJsonArray.h"
 #include "json/CkJsonObject.h"
-#include "print/PrintJobChannel.h"
+#include "support/PrintJobChannel.h"
 #include "support/Utf8.h"
 #include "tools/ClientChannel.h"
 
@@ -33,17 +33,17 @@ int Usage() {
 }
 
 int HandOverPrintJob(int first, int argc, char** argv) {
-    std::vector<std::wstring> job{velmar::print::kPrintHtmlWord};
+    std::vector<std::wstring> job{velmar::kPrintHtmlWord};
     for (int i = first; i < argc; ++i) job.push_back(velmar::Utf8ToWide(argv[i]));
-    if (!velmar::print::IsPrintJob(job)) return Usage();
+    if (!velmar::IsPrintJob(job)) return Usage();
     std::wstring error;
-    switch (velmar::print::HandPrintJobToWindow(job, error)) {
-        case velmar::print::EHandOver::Handed:
+    switch (velmar::HandPrintJobToWindow(job, error)) {
+        case velmar::EHandOver::Handed:
             return 0;
-        case velmar::print::EHandOver::NoWindow:
+        case velmar::EHandOver::NoWindow:
             std::fputs("velmar-client: no VelmarTaskScheduler window runs to print\n", stderr);
             return 3;
-        case velmar::print::EHandOver::Failed:
+        case velmar::EHandOver::Failed:
             break;
     }
     std::fprintf(stderr, "velmar-client: %s\n", velmar::WideToUtf8(error).c_str());

@@ -7,7 +7,7 @@
 #include "app/WindowTexts.h"
 #include "app/win32/AboutDlg.h"
 #include "app/win32/resource.h"
-#include "print/PrintJobChannel.h"
+#include "support/PrintJobChannel.h"
 
 namespace {
 
@@ -69,7 +69,7 @@ INT_PTR CVelmarTaskSchedulerDlg::DoModal() {
         }
     }
     m_hWnd = nullptr;
-    RemovePropW(window, velmar::print::kPrintJobWindowProperty);
+    RemovePropW(window, velmar::kPrintJobWindowProperty);
     DestroyWindow(window);
     return IDCANCEL;
 }
@@ -192,7 +192,7 @@ BOOL CVelmarTaskSchedulerDlg::OnInitDialog() {
     SendMessageW(Control(IDC_ACTIVITY_LIST), LVM_INSERTCOLUMNW, 0, reinterpret_cast<LPARAM>(&column));
 
     // Later starts of the program find the window by this mark and hand their print jobs to it.
-    SetPropW(m_hWnd, velmar::print::kPrintJobWindowProperty, reinterpret_cast<HANDLE>(1));
+    SetPropW(m_hWnd, velmar::kPrintJobWindowProperty, reinterpret_cast<HANDLE>(1));
     HWND window = m_hWnd;
     m_feed.emplace(m_activity, kBatchLines, [window] { PostMessageW(window, kActivityNote, 0, 0); });
     m_startService();
@@ -265,9 +265,8 @@ void CVelmarTaskSchedulerDlg::OnClose() {
 
 bool CVelmarTaskSchedulerDlg::OnCopyData(const COPYDATASTRUCT& data) {
     std::vector<std::wstring> job;
-    if (data.dwData != velmar::print::kPrintJobCopyData || !data.lpData ||
-        !velmar::print::DecodePrintJob(std::string_view(static_cast<const char*>(data.lpData), data.cbData),
-                                       job))
+    if (data.dwData != velmar::kPrintJobCopyData || !data.lpData ||
+        !velmar::DecodePrintJob(std::string_view(static_cast<const char*>(data.lpData), data.cbData), job))
         return false;
     const std::optional<size_t> index = m_jobs.Add(std::move(job));
     if (!index) return false;

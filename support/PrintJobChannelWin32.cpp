@@ -1,8 +1,8 @@
 #include <windows.h>
 
-#include "print/PrintJobChannel.h"
+#include "support/PrintJobChannel.h"
 
-namespace velmar::print {
+namespace velmar {
 namespace {
 
 // A window that has the job in its list answers at once; one that does not answer in this time is stuck.
@@ -38,4 +38,4 @@ EHandOver HandPrintJobToWindow(const std::vector<std::wstring>& job, std::wstrin
     return EHandOver::Handed;
 }
 
-}  // namespace velmar::print
+}  // namespace velmar

@@ -5,12 +5,12 @@
 #include <cerrno>
 #include <cstring>
 
-#include "print/PrintJobChannel.h"
 #include "support/FramedSocket.h"
+#include "support/PrintJobChannel.h"
 #include "support/ServiceChannel.h"
 #include "support/Utf8.h"
 
-namespace velmar::print {
+namespace velmar {
 namespace {
 
 // A window that has the job in its list answers at once; one that does not answer in this time is stuck.
@@ -54,4 +54,4 @@ EHandOver HandPrintJobToWindow(const std::vector<std::wstring>& job, std::wstrin
     return EHandOver::Handed;
 }
 
-}  // namespace velmar::print
+}  // namespace velmar
