@@ -163,6 +163,15 @@ inline CComPtr<IMessage> OpenById(IMsgStore* store, const std::vector<BYTE>& ent
     return CComPtr<IMessage>(static_cast<IMessage*>(object));
 }
 
+// The bytes of a property opened as a stream (an attachment's PR_ATTACH_DATA_BIN, say); "<not opened>"
+// when it cannot be.
+inline std::string StreamProp(IMAPIProp* object, ULONG tag) {
+    LPUNKNOWN unknown = nullptr;
+    if (object->OpenProperty(tag, &IID_IStream, 0, 0, &unknown) != S_OK) return "<not opened>";
+    CComPtr<IStream> stream(static_cast<IStream*>(unknown));
+    return ReadStream(stream.get());
+}
+
 // The contents of every file in a Maildir folder's new/ and cur/.
 inline std::multiset<std::string> MessageFiles(const fs::path& folder) {
     std::multiset<std::string> files;
@@ -234,6 +243,20 @@ protected:
                                         MAPI_BEST_ACCESS, store.Put()),
                   S_OK);
         return store;
+    }
+
+    // The session of profile Arbeit, its first store (Postfach) and that store's inbox.
+    struct CMain {
+        CComPtr<IMAPISession> session;
+        CComPtr<IMsgStore> store;
+        CComPtr<IMAPIFolder> inbox;
+    };
+    CMain OpenMain() {
+        CMain main;
+        main.session = Logon(L"Arbeit");
+        main.store = OpenStore(main.session.get(), 0);
+        main.inbox = Inbox(main.store.get());
+        return main;
     }
 
     CComPtr<IMAPIFolder> Inbox(IMsgStore* store) {

@@ -19,13 +19,6 @@ std::string Emitted(CkJsonObject& json, bool compact) {
 
 // ---------------------------------------------------------------------------------------------- emission
 
-TEST(JsonEmit, StatusReplyIsByteExact) {
-    CkJsonObject reply;
-    ASSERT_TRUE(reply.AppendString("status", "OK"));
-    EXPECT_EQ(Emitted(reply, false), "{\r\n  \"status\": \"OK\"\r\n}");
-    EXPECT_EQ(Emitted(reply, true), "{\"status\":\"OK\"}");
-}
-
 TEST(JsonEmit, ReplyIdiomsNestAndIndent) {
     CkJsonObject reply;
     reply.AppendString("messageId", "<m@x>");
@@ -65,18 +58,22 @@ TEST(JsonEmit, ReplyIdiomsNestAndIndent) {
     EXPECT_NE(Emitted(reply, false).find("[\n    {\n      \"fileName\""), std::string::npos);
 }
 
-TEST(JsonEmit, EmptyContainersCloseOnTheirOwnLine) {
+TEST(JsonEmit, StatusRepliesAndEmptyContainersAreByteExact) {
     CkJsonObject root;
     EXPECT_EQ(Emitted(root, false), "{\r\n}");
     EXPECT_EQ(Emitted(root, true), "{}");
-
     CkJsonObject reply;
-    ASSERT_TRUE(reply.AddArrayAt(-1, "arraystrings"));
-    reply.AppendString("status", "FAILED");
-    EXPECT_EQ(Emitted(reply, false), "{\r\n  \"arraystrings\": [\r\n  ],\r\n  \"status\": \"FAILED\"\r\n}");
-    EXPECT_EQ(Emitted(reply, true), R"({"arraystrings":[],"status":"FAILED"})");
-    reply.SetCrLfLineBreaks(false);
-    EXPECT_EQ(Emitted(reply, false), "{\n  \"arraystrings\": [\n  ],\n  \"status\": \"FAILED\"\n}");
+    ASSERT_TRUE(reply.AppendString("status", "OK"));
+    EXPECT_EQ(Emitted(reply, false), "{\r\n  \"status\": \"OK\"\r\n}");
+    EXPECT_EQ(Emitted(reply, true), "{\"status\":\"OK\"}");
+
+    CkJsonObject failed;
+    ASSERT_TRUE(failed.AddArrayAt(-1, "arraystrings"));
+    failed.AppendString("status", "FAILED");
+    EXPECT_EQ(Emitted(failed, false), "{\r\n  \"arraystrings\": [\r\n  ],\r\n  \"status\": \"FAILED\"\r\n}");
+    EXPECT_EQ(Emitted(failed, true), R"({"arraystrings":[],"status":"FAILED"})");
+    failed.SetCrLfLineBreaks(false);
+    EXPECT_EQ(Emitted(failed, false), "{\n  \"arraystrings\": [\n  ],\n  \"status\": \"FAILED\"\n}");
 }
 
 TEST(JsonEmit, NestedEmptyContainersIndentAtTheirLevel) {
@@ -223,7 +220,10 @@ TEST_F(JsonLookup, MissingMembers) {
 }
 
 TEST_F(JsonLookup, ScalarConversions) {
-    EXPECT_STREQ(m_json.StringOf("command"), "GetMessageData");
+    const char* command = m_json.StringOf("command");
+    const char* path = m_json.StringOf("obj.a.b");
+    EXPECT_STREQ(command, "GetMessageData") << "a result string survives the next call";
+    EXPECT_STREQ(path, "ab");
     EXPECT_EQ(m_json.IntOf("count"), 12);
     EXPECT_EQ(m_json.IntOf("letters"), 0);
     EXPECT_EQ(m_json.IntOf("negative"), -17);
@@ -278,15 +278,6 @@ TEST_F(JsonLookup, ArrayHandles) {
     EXPECT_NE(three.ArrayAt(3), nullptr);
     EXPECT_EQ(three.ArrayAt(2), nullptr);
     EXPECT_EQ(three.ArrayAt(4), nullptr);
-}
-
-TEST_F(JsonLookup, ResultStringsSurviveTheNextCall) {
-    const char* first = m_json.StringOf("command");
-    const char* second = m_json.StringOf("obj.a.b");
-    ASSERT_NE(first, nullptr);
-    ASSERT_NE(second, nullptr);
-    EXPECT_STREQ(first, "GetMessageData");
-    EXPECT_STREQ(second, "ab");
 }
 
 // ---------------------------------------------------------------------------------------------- parsing
@@ -378,15 +369,29 @@ TEST(JsonLoad, ReplacesMembersAndKeepsOldHandlesValid) {
     ASSERT_NE(oldList, nullptr);
     EXPECT_EQ(oldList->Count(), 2) << "a handle on a replaced node still reads it";
     EXPECT_STREQ(oldList->StringAt(1), "b");
+
+    // A handle outlives its document, and writes through it still land.
+    std::unique_ptr<CkJsonArray> list;
+    {
+        CkJsonObject gone;
+        ASSERT_TRUE(gone.Load(R"({"list":[{"k":"v"}]})"));
+        list = gone.ArrayOf("list");
+    }
+    ASSERT_NE(list, nullptr);
+    std::unique_ptr<CkJsonObject> element = list->ObjectAt(0);
+    ASSERT_NE(element, nullptr);
+    EXPECT_STREQ(element->StringOf("k"), "v");
+    element->AppendString("added", "later");
+    EXPECT_STREQ(list->StringAt(0), R"({"k":"v","added":"later"})");
 }
 
-TEST(JsonLoad, ShortTextWithoutBraceNamesAFile) {
+TEST(JsonLoad, ShortTextWithoutBraceNamesAFileForLoadOnly) {
     velmar::test::CTempDir dir;
     const auto file = dir / "request.json";
     velmar::test::WriteFile(file, "\xEF\xBB\xBF{\"command\":\"IsInitialized\"}");
-    CkJsonObject json;
-    ASSERT_TRUE(json.Load(file.string()));
-    EXPECT_STREQ(json.StringOf("command"), "IsInitialized");
+    CkJsonObject loaded;
+    ASSERT_TRUE(loaded.Load(file.string()));
+    EXPECT_STREQ(loaded.StringOf("command"), "IsInitialized");
 
     CkJsonObject missing;
     EXPECT_FALSE(missing.Load((dir / "absent.json").string()));
@@ -399,13 +404,8 @@ TEST(JsonLoad, ShortTextWithoutBraceNamesAFile) {
     velmar::test::WriteFile(dir / "{odd}.json", "{\"a\":1}");
     CkJsonObject brace;
     EXPECT_FALSE(brace.Load((dir / "{odd}.json").string()));
-}
 
-TEST(JsonLoad, LoadTextNeverReadsAFile) {
-    velmar::test::CTempDir dir;
-    const auto file = dir / "request.json";
-    velmar::test::WriteFile(file, "{\"command\":\"IsInitialized\"}");
-
+    // LoadText never reads a file.
     CkJsonObject json;
     json.AppendString("kept", "yes");
     EXPECT_FALSE(json.LoadText(file.string())) << "a file name is not JSON text";
@@ -415,11 +415,6 @@ TEST(JsonLoad, LoadTextNeverReadsAFile) {
     EXPECT_FALSE(json.LoadText(file.string().c_str()));
     EXPECT_FALSE(json.HasMember("command"));
     EXPECT_FALSE(json.LoadText(static_cast<const char*>(nullptr)));
-
-    // The same name given to Load still loads the file.
-    CkJsonObject loaded;
-    ASSERT_TRUE(loaded.Load(file.string()));
-    EXPECT_STREQ(loaded.StringOf("command"), "IsInitialized");
 
     // Text is parsed as Load parses it: members replaced, a leading byte-order mark skipped, only objects.
     ASSERT_TRUE(json.LoadText("\xEF\xBB\xBF{\"command\":\"Logon\",\"n\":[1]}"));
@@ -432,21 +427,6 @@ TEST(JsonLoad, LoadTextNeverReadsAFile) {
 }
 
 // ---------------------------------------------------------------------------------------------- handles
-
-TEST(JsonHandles, AccessorHandlesKeepTheDocumentAlive) {
-    std::unique_ptr<CkJsonArray> list;
-    {
-        CkJsonObject json;
-        ASSERT_TRUE(json.Load(R"({"list":[{"k":"v"}]})"));
-        list = json.ArrayOf("list");
-    }
-    ASSERT_NE(list, nullptr);
-    std::unique_ptr<CkJsonObject> element = list->ObjectAt(0);
-    ASSERT_NE(element, nullptr);
-    EXPECT_STREQ(element->StringOf("k"), "v");
-    element->AppendString("added", "later");
-    EXPECT_STREQ(list->StringAt(0), R"({"k":"v","added":"later"})");
-}
 
 TEST(JsonHandles, OneDocumentFromManyThreads) {
     CkJsonObject root;

@@ -1,7 +1,6 @@
 // Runs the MAPI loader in a process of its own and says what it did, for mapi_loader_test. The loader's
 // modules and table last as long as the process, so the test starts one probe per scenario. The steps named
 // on the command line run in order, each introduced by a line "step <name>":
-//   table      the 55 rows: "row <index> <slot index> <name>"
 //   free-null  VMAPIFreeBuffer(nullptr): "free-null <result> lookups <exports looked up meanwhile>"
 //   load       LoadMapiFunctions(), then "lookup <module> <name>" for every export it looked up, in order
 //   slots      per slot, through MapiFunction: "slot <name> <module> <export names at that address>", or
@@ -24,7 +23,6 @@
 
 namespace {
 
-using velmar::mail::kMapiExportNameCount;
 using velmar::mail::kMapiExportNames;
 using velmar::mail::MapiSlot;
 
@@ -116,13 +114,6 @@ std::string SlotName(size_t slot) {
     return "?";
 }
 
-void Table() {
-    for (size_t index = 0; index < kMapiExportNameCount; ++index)
-        Say("row " + std::to_string(index + 1) + " " +
-            std::to_string(static_cast<size_t>(kMapiExportNames[index].slot)) + " " +
-            kMapiExportNames[index].name);
-}
-
 void FreeNull() {
     g_lookups.clear();
     g_recording = true;
@@ -196,9 +187,7 @@ int main(int argc, char** argv) {
     for (int index = 1; index < argc; ++index) {
         const std::string step = argv[index];
         Say("step " + step);
-        if (step == "table")
-            Table();
-        else if (step == "free-null")
+        if (step == "free-null")
             FreeNull();
         else if (step == "load")
             Load();

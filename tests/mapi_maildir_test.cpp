@@ -21,9 +21,7 @@ namespace fs = std::filesystem;
 class MapiProvider : public CMapiProviderTest {};
 
 TEST_F(MapiProvider, MessageRenamedAfterTheTableWasReadStillHasItsContent) {
-    CComPtr<IMAPISession> session = Logon(L"Arbeit");
-    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
-    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    auto [session, store, inbox] = OpenMain();
     Deliver(m_mainPath, "1700000070.M1P1.host", kRichMessage);
     BackdateFolder(m_mainPath);
 
@@ -39,12 +37,8 @@ TEST_F(MapiProvider, MessageRenamedAfterTheTableWasReadStillHasItsContent) {
     fs::rename(m_mainPath / "new" / "1700000070.M1P1.host", m_mainPath / "cur" / "1700000070.M1P1.host:2,S");
     BackdateFolder(m_mainPath);
 
-    ULONG type = 0;
-    LPUNKNOWN object = nullptr;
-    ASSERT_EQ(store->OpenEntry(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), nullptr, 0,
-                               &type, &object),
-              S_OK);
-    CComPtr<IMessage> message(static_cast<IMessage*>(object));
+    CComPtr<IMessage> message = OpenById(store.get(), RowBytes(rows.rows->aRow[0], PR_ENTRYID));
+    ASSERT_TRUE(message);
     EXPECT_EQ(WideProp(message.get(), PR_BODY_W), L"Gr\u00fc\u00dfe");
     EXPECT_EQ(LongProp(message.get(), PR_MESSAGE_FLAGS) & MSGFLAG_READ, static_cast<LONG>(MSGFLAG_READ));
     CComPtr<IMAPITable> attachments;
@@ -54,16 +48,11 @@ TEST_F(MapiProvider, MessageRenamedAfterTheTableWasReadStillHasItsContent) {
     EXPECT_EQ(count, 2u);
     CComPtr<IAttach> pdf;
     ASSERT_EQ(message->OpenAttach(1, nullptr, 0, pdf.Put()), S_OK);
-    LPUNKNOWN unknown = nullptr;
-    ASSERT_EQ(pdf->OpenProperty(PR_ATTACH_DATA_BIN, &IID_IStream, 0, 0, &unknown), S_OK);
-    CComPtr<IStream> bytes(static_cast<IStream*>(unknown));
-    EXPECT_EQ(ReadStream(bytes.get()), "%PDF-1.4\n");
+    EXPECT_EQ(StreamProp(pdf.get(), PR_ATTACH_DATA_BIN), "%PDF-1.4\n");
 }
 
 TEST_F(MapiProvider, ReadFlagFollowsAFileRenamedAfterItWasOpened) {
-    CComPtr<IMAPISession> session = Logon(L"Arbeit");
-    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
-    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    auto [session, store, inbox] = OpenMain();
     Deliver(m_mainPath, "1700000080.M1P1.host", kRichMessage);
     BackdateFolder(m_mainPath);
     CComPtr<IMessage> message = FindMessage(store.get(), inbox.get(), "<rich-1@example.org>");
@@ -73,10 +62,8 @@ TEST_F(MapiProvider, ReadFlagFollowsAFileRenamedAfterItWasOpened) {
     fs::rename(m_mainPath / "new" / "1700000080.M1P1.host", m_mainPath / "cur" / "1700000080.M1P1.host:2,F");
     BackdateFolder(m_mainPath);
 
-    LPUNKNOWN unknown = nullptr;
-    ASSERT_EQ(message->OpenProperty(PR_BODY_W, &IID_IStream, 0, 0, &unknown), S_OK);
-    CComPtr<IStream> body(static_cast<IStream*>(unknown));
-    EXPECT_EQ(ReadStream(body.get()).size(), 5 * sizeof(wchar_t)) << "the body was read when it was opened";
+    EXPECT_EQ(StreamProp(message.get(), PR_BODY_W).size(), 5 * sizeof(wchar_t))
+        << "the body was read when it was opened";
     ASSERT_EQ(message->SetReadFlag(0), S_OK);
     EXPECT_TRUE(fs::exists(m_mainPath / "cur" / "1700000080.M1P1.host:2,FS")) << "its flag is kept";
     EXPECT_FALSE(fs::exists(m_mainPath / "cur" / "1700000080.M1P1.host:2,F"));
@@ -96,9 +83,7 @@ TEST_F(MapiProvider, ReadFlagFollowsAFileRenamedAfterItWasOpened) {
 }
 
 TEST_F(MapiProvider, ReadFlagNeverReplacesAnotherFileOfItsKey) {
-    CComPtr<IMAPISession> session = Logon(L"Arbeit");
-    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
-    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    auto [session, store, inbox] = OpenMain();
     // Two files of one key, as a sync tool or a crash leaves them: the names a flag change gives one of
     // them are taken by the other, in cur/ and on the way from new/ to cur/.
     const std::string texts[] = {"Message-ID: <twin@x>\nSubject: unread twin\n\nfirst\n",
@@ -133,9 +118,7 @@ TEST_F(MapiProvider, ReadFlagNeverReplacesAnotherFileOfItsKey) {
 }
 
 TEST_F(MapiProvider, EachFileOfOneKeyIsAMessageOfItsOwn) {
-    CComPtr<IMAPISession> session = Logon(L"Arbeit");
-    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
-    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    auto [session, store, inbox] = OpenMain();
     const fs::path cur = m_mainPath / "cur";
     const std::string firstText = "Message-ID: <same@x>\nSubject: first copy\n\nfirst\n";
     const std::string secondText = "Message-ID: <same@x>\nSubject: second copy\n\nsecond\n";
@@ -263,9 +246,7 @@ TEST_F(MapiProvider, SymbolicLinksBelowAStoreAreNotFollowed) {
 // Header fields read as a careful reader reads them, in the message and in the contents table alike:
 // adjacent encoded words each decoded on its own, RFC 2231 file names, the white space a subject holds.
 TEST_F(MapiProvider, HeaderFieldsAndPartsAsACarefulReaderReadsThem) {
-    CComPtr<IMAPISession> session = Logon(L"Arbeit");
-    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
-    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    auto [session, store, inbox] = OpenMain();
     const std::string words = "=?UTF-8?B?SGVsbG8=?= =?UTF-8?B?IFdvcmxk?=";
     Deliver(m_mainPath, "1700000130.M1P1.host",
             "From: " + words + " <a@example.org>\n" + "Subject: " + words +
@@ -308,19 +289,14 @@ TEST_F(MapiProvider, HeaderFieldsAndPartsAsACarefulReaderReadsThem) {
     CComPtr<IAttach> pdf;
     ASSERT_EQ(message->OpenAttach(0, nullptr, 0, pdf.Put()), S_OK);
     EXPECT_EQ(LongProp(pdf.get(), PR_ATTACH_SIZE), 5) << "base64 without its padding loses no byte";
-    LPUNKNOWN unknown = nullptr;
-    ASSERT_EQ(pdf->OpenProperty(PR_ATTACH_DATA_BIN, &IID_IStream, 0, 0, &unknown), S_OK);
-    CComPtr<IStream> data(static_cast<IStream*>(unknown));
-    EXPECT_EQ(ReadStream(data.get()), "Hello");
+    EXPECT_EQ(StreamProp(pdf.get(), PR_ATTACH_DATA_BIN), "Hello");
     CComPtr<IAttach> embedded;
     ASSERT_EQ(message->OpenAttach(2, nullptr, 0, embedded.Put()), S_OK);
     EXPECT_EQ(LongProp(embedded.get(), PR_ATTACH_METHOD), static_cast<LONG>(ATTACH_EMBEDDED_MSG));
 }
 
 TEST_F(MapiProvider, HeaderFieldsAreFoundAnywhereInALongHeaderBlock) {
-    CComPtr<IMAPISession> session = Logon(L"Arbeit");
-    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
-    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    auto [session, store, inbox] = OpenMain();
     // 300 KB of trace lines before the Message-ID and the subject.
     std::string trace;
     while (trace.size() < 300 * 1024)
@@ -393,9 +369,7 @@ size_t FilesIn(const fs::path& folder) {
 }  // namespace
 
 TEST_F(MapiProvider, MessagesMoveAndCopyBetweenFoldersOfTheirStoreOnly) {
-    CComPtr<IMAPISession> session = Logon(L"Arbeit");
-    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
-    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    auto [session, store, inbox] = OpenMain();
     Deliver(m_mainPath, "1700000080.M1P1.host", kRichMessage);
     CComPtr<IMessage> message = FindMessage(store.get(), inbox.get(), "<rich-1@example.org>");
     ASSERT_TRUE(message);

@@ -102,9 +102,7 @@ TEST_F(MapiProvider, EmbeddedDefaultProfileCreatesItsStore) {
 }
 
 TEST_F(MapiProvider, LookupByMessageIdSeesNewDeliveries) {
-    CComPtr<IMAPISession> session = Logon(L"Arbeit");
-    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
-    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    auto [session, store, inbox] = OpenMain();
     Deliver(m_mainPath, "1700000001.M1P1.host:2,S", "Message-ID: <a@x>\nSubject: first\n\nbody\n", "cur");
     Deliver(m_mainPath, "1700000002.M1P1.host", "Message-ID: <b@x>\nSubject: second\n\nbody\n");
     EXPECT_TRUE(FindMessage(store.get(), inbox.get(), "<a@x>"));
@@ -126,9 +124,7 @@ TEST_F(MapiProvider, LookupByMessageIdSeesNewDeliveries) {
 }
 
 TEST_F(MapiProvider, MessagePropertiesBodiesAndRecipients) {
-    CComPtr<IMAPISession> session = Logon(L"Arbeit");
-    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
-    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    auto [session, store, inbox] = OpenMain();
     Deliver(m_mainPath, "1700000010.M1P1.host", kRichMessage);
     CComPtr<IMessage> message = FindMessage(store.get(), inbox.get(), "<rich-1@example.org>");
     ASSERT_TRUE(message);
@@ -191,9 +187,7 @@ TEST_F(MapiProvider, MessagePropertiesBodiesAndRecipients) {
 }
 
 TEST_F(MapiProvider, AttachmentsInlineImagesAndTheirBytes) {
-    CComPtr<IMAPISession> session = Logon(L"Arbeit");
-    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
-    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    auto [session, store, inbox] = OpenMain();
     Deliver(m_mainPath, "1700000011.M1P1.host", kRichMessage);
     CComPtr<IMessage> message = FindMessage(store.get(), inbox.get(), "<rich-1@example.org>");
     ASSERT_TRUE(message);
@@ -221,19 +215,14 @@ TEST_F(MapiProvider, AttachmentsInlineImagesAndTheirBytes) {
         ASSERT_EQ(message->OpenAttach(number, nullptr, MAPI_BEST_ACCESS, attach.Put()), S_OK);
         EXPECT_EQ(LongProp(attach.get(), PR_ATTACH_METHOD), static_cast<LONG>(ATTACH_BY_VALUE));
         EXPECT_EQ(LongProp(attach.get(), PR_ATTACH_SIZE), static_cast<LONG>(bytes.size()));
-        LPUNKNOWN unknown = nullptr;
-        ASSERT_EQ(attach->OpenProperty(PR_ATTACH_DATA_BIN, &IID_IStream, 0, 0, &unknown), S_OK);
-        CComPtr<IStream> stream(static_cast<IStream*>(unknown));
-        EXPECT_EQ(ReadStream(stream.get()), bytes);
+        EXPECT_EQ(StreamProp(attach.get(), PR_ATTACH_DATA_BIN), bytes);
     }
     CComPtr<IAttach> missing;
     EXPECT_EQ(message->OpenAttach(7, nullptr, 0, missing.Put()), MAPI_E_NOT_FOUND);
 }
 
 TEST_F(MapiProvider, EmbeddedMessagesAndHtmlOnlyBodies) {
-    CComPtr<IMAPISession> session = Logon(L"Arbeit");
-    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
-    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    auto [session, store, inbox] = OpenMain();
     Deliver(m_mainPath, "1700000020.M1P1.host", kEmbeddingMessage);
     Deliver(m_mainPath, "1700000021.M1P1.host", kHtmlOnlyMessage);
 
@@ -258,9 +247,7 @@ TEST_F(MapiProvider, EmbeddedMessagesAndHtmlOnlyBodies) {
 }
 
 TEST_F(MapiProvider, ReadFlagRenamesTheFileAndKeepsTheEntryId) {
-    CComPtr<IMAPISession> session = Logon(L"Arbeit");
-    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
-    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    auto [session, store, inbox] = OpenMain();
     Deliver(m_mainPath, "1700000030.M1P1.host", "Message-ID: <r@x>\nSubject: read me\n\nbody\n");
     CComPtr<IMessage> message = FindMessage(store.get(), inbox.get(), "<r@x>");
     ASSERT_TRUE(message);
@@ -271,23 +258,15 @@ TEST_F(MapiProvider, ReadFlagRenamesTheFileAndKeepsTheEntryId) {
     EXPECT_FALSE(fs::exists(m_mainPath / "new" / "1700000030.M1P1.host"));
     EXPECT_EQ(LongProp(message.get(), PR_MESSAGE_FLAGS) & MSGFLAG_READ, static_cast<LONG>(MSGFLAG_READ));
 
-    ULONG type = 0;
-    LPUNKNOWN reopened = nullptr;
-    ASSERT_EQ(store->OpenEntry(static_cast<ULONG>(entryId.size()),
-                               reinterpret_cast<LPENTRYID>(const_cast<BYTE*>(entryId.data())), nullptr, 0,
-                               &type, &reopened),
-              S_OK)
-        << "the entry id survives the rename";
-    CComPtr<IMessage> again(static_cast<IMessage*>(reopened));
+    CComPtr<IMessage> again = OpenById(store.get(), entryId);
+    ASSERT_TRUE(again) << "the entry id survives the rename";
     EXPECT_EQ(LongProp(again.get(), PR_MESSAGE_FLAGS) & MSGFLAG_READ, static_cast<LONG>(MSGFLAG_READ));
     ASSERT_EQ(again->SetReadFlag(CLEAR_READ_FLAG), S_OK);
     EXPECT_TRUE(fs::exists(m_mainPath / "cur" / "1700000030.M1P1.host:2,"));
 }
 
 TEST_F(MapiProvider, BrokenFilesStillAppearAndNothingChangesOnDisk) {
-    CComPtr<IMAPISession> session = Logon(L"Arbeit");
-    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
-    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    auto [session, store, inbox] = OpenMain();
     static constexpr char kGarbage[] = "\x00\xFF\xFE binary \x01\x02\nMessage-ID: <garbage@x>\n\n\x00\x00";
     const std::string garbage(kGarbage, sizeof kGarbage - 1);
     Deliver(m_mainPath, "1700000040.M1P1.host", garbage);
@@ -303,14 +282,8 @@ TEST_F(MapiProvider, BrokenFilesStillAppearAndNothingChangesOnDisk) {
     ASSERT_EQ(rows.rows->cRows, 3u);
     for (ULONG r = 0; r < rows.rows->cRows; ++r) {
         const SRow& row = rows.rows->aRow[r];
-        const SPropValue* id = PpropFindProp(row.lpProps, row.cValues, PR_ENTRYID);
-        ASSERT_NE(id, nullptr);
-        ULONG type = 0;
-        LPUNKNOWN object = nullptr;
-        ASSERT_EQ(store->OpenEntry(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), nullptr,
-                                   0, &type, &object),
-                  S_OK);
-        CComPtr<IMessage> message(static_cast<IMessage*>(object));
+        CComPtr<IMessage> message = OpenById(store.get(), RowBytes(row, PR_ENTRYID));
+        ASSERT_TRUE(message);
         CPropsHolder props;
         EXPECT_TRUE(SUCCEEDED(message->GetProps(nullptr, MAPI_UNICODE, &props.count, &props.values)));
         CComPtr<IMAPITable> attachments;
@@ -427,9 +400,7 @@ TEST_F(MapiProvider, EmbeddedProfileOwnerIsTheUser) {
 }
 
 TEST_F(MapiProvider, ContentsTableValuesSortAndRestrict) {
-    CComPtr<IMAPISession> session = Logon(L"Arbeit");
-    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
-    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    auto [session, store, inbox] = OpenMain();
     const std::string betaText = "Message-ID: <b@x>\nSubject: Beta\n\nbody\n";
     Deliver(m_mainPath, "1700000060.M1P1.host:2,FS", betaText, "cur");
     Deliver(m_mainPath, "1700000061.M1P1.host", kRichMessage);

@@ -87,9 +87,7 @@ protected:
 };
 
 TEST_F(MapiWrite, ADraftIsSavedInItsFolderAndReadsBackAsTheSameMessage) {
-    CComPtr<IMAPISession> session = Logon(L"Arbeit");
-    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
-    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    auto [session, store, inbox] = OpenMain();
     CComPtr<IMessage> message;
     ASSERT_EQ(inbox->CreateMessage(nullptr, 0, message.Put()), S_OK);
     SetText(message.get(), PR_SUBJECT_W, L"Entwurf \u00fcber alles");
@@ -204,9 +202,7 @@ TEST_F(MapiWrite, ADraftIsSavedInItsFolderAndReadsBackAsTheSameMessage) {
 
 TEST_F(MapiWrite, CopyPropsTakesBodiesFromAMessageReadFromItsFile) {
     Deliver(m_mainPath, "1700000001.M1P1.host", kRichMessage);
-    CComPtr<IMAPISession> session = Logon(L"Arbeit");
-    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
-    CComPtr<IMAPIFolder> inbox = Inbox(store.get());
+    auto [session, store, inbox] = OpenMain();
     CComPtr<IMessage> source = FindMessage(store.get(), inbox.get(), "<rich-1@example.org>");
     ASSERT_TRUE(source);
     CComPtr<IMessage> copy;
