@@ -92,12 +92,12 @@ Function BoundMapiFunction(MapiSlot slot) {
 
 // The allocation wrappers with their fixed failure results: E_FAIL when MAPI cannot be bound;
 // VMAPIFreeBuffer of null returns 0 without loading anything.
-SCODE VMAPIAllocateBuffer(ULONG cbSize, LPVOID* lppBuffer);
-SCODE VMAPIAllocateMore(ULONG cbSize, LPVOID lpObject, LPVOID* lppBuffer);
+[[nodiscard]] SCODE VMAPIAllocateBuffer(ULONG cbSize, LPVOID* lppBuffer);
+[[nodiscard]] SCODE VMAPIAllocateMore(ULONG cbSize, LPVOID lpObject, LPVOID* lppBuffer);
 ULONG VMAPIFreeBuffer(LPVOID lpBuffer);
 
 // MAPIOpenFormMgr, which is not a slot of the table: looked up in the client's library, then in the
 // system's. E_FAIL (and a null manager) when neither exports it; MAPI_E_INVALID_PARAMETER without a session.
-HRESULT VMAPIOpenFormMgr(LPMAPISESSION lpSession, LPMAPIFORMMGR* lppFormMgr);
+[[nodiscard]] HRESULT VMAPIOpenFormMgr(LPMAPISESSION lpSession, LPMAPIFORMMGR* lppFormMgr);
 
 }  // namespace velmar::mail

@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -59,6 +60,14 @@ struct MsgStoreEntry {
     velmar::CComPtr<IMAPIFolder> lpInboxFolder;      // opened on demand by the lookup
 };
 
+// What a message request names besides its message: the profile, the store to search first and the search
+// mode. The request makes them the session's own before it looks, so later requests see them too.
+struct CLookupRequest {
+    std::wstring strProfileName;               // a lookup without a session logs on to it
+    int nStoreIndex = -1;                      // taken unchecked: every use checks it against the list
+    std::optional<bool> bOptimalMessageStore;  // absent: the session keeps what an earlier request set
+};
+
 class CVelmarMapi {
 public:
     // pActivityList may be null: the trace is then dropped.
@@ -100,12 +109,9 @@ public:
     };
 
     // Session and profiles.
-    void MAPIInitialize();
     std::vector<std::wstring> GetProfileNames(int& nDefaultProfile);
     void Logon(std::wstring strProfile, ULONG_PTR ulUIParam);
     void Logoff();
-    void SetAddrBook();
-    void ReleaseSessionData();
     void OutputError(const std::wstring& text);
     void AddTrace(std::wstring text);
 
@@ -135,20 +141,9 @@ public:
     }
     int StoreIndex() const { return m_nStoreIndex; }
     int DefaultStore() const { return m_nDefaultStore; }
-    // A message request's store index, taken unchecked: every use checks it against the list.
-    void SetStoreIndex(int nStoreIndex) { m_nStoreIndex = nStoreIndex; }
-    // The profile a message request names: a lookup without a session logs on to it.
-    void SetProfileName(const std::wstring& strProfileName) { m_strProfileName = strProfileName; }
     const std::wstring& ProfileName() const { return m_strProfileName; }
-    void SetOptimalMessageStore(bool bOptimal) { m_bOptimalMessageStore = bOptimal; }
 
-    // Message lookup. On success every returned interface carries a reference the caller releases.
-    bool SearchMessageInMessageStore(unsigned nStore, LPSRestriction lpRestriction, LPMDB* lppMsgStore,
-                                     LPMAPIFOLDER* lppFolder, LPMAPITABLE* lppTable, LPMESSAGE* lppMessage);
-    bool GetpMessage(const std::wstring& strMessageId, const std::wstring& strToEmailAddress,
-                     LPMDB* lppMsgStore, LPMAPIFOLDER* lppFolder, LPMAPITABLE* lppTable,
-                     LPMESSAGE* lppMessage, bool* pbFoundInChosenStore = nullptr);
-    // The same, with the results held by found.
+    // Message lookup. On success found holds the message and where it was found.
     bool GetpMessage(const std::wstring& strMessageId, const std::wstring& strToEmailAddress,
                      CFoundMessage& found, bool* pbFoundInChosenStore = nullptr);
     bool FindMessage(const std::wstring& strMessageId, const std::wstring& strToEmailAddress,
@@ -165,50 +160,21 @@ public:
                                  LPMAPIFOLDER lpFolder, LPMESSAGE lpMessage);
 
     // Message data.
-    void GetMessageData(EMailData& emailData, const std::wstring& strMessageId,
+    void GetMessageData(EMailData& emailData, const CLookupRequest& lookup, const std::wstring& strMessageId,
                         const std::wstring& strToEmailAddress, bool bSetRead);
-    void MapiFillMessage(LPMESSAGE lpMessage, EMailData* pEmailData);
-    void FetchProps(LPMESSAGE lpMessage, EMailData* pEmailData);
-    void FetchRecipients(LPMESSAGE lpMessage, EMailData* pEmailData);
-    void FetchAttachments(LPMESSAGE lpMessage, EMailData* pEmailData);
-    void FetchBody(LPMESSAGE lpMessage, EMailData* pEmailData);
-    void PrepareEmbeddedImages(LPMESSAGE lpMessage, EMailData* pEmailData);
 
     // Attachment export.
     std::wstring OpenAttachment2(const std::wstring& strMessageId, const std::wstring& strMailbox,
                                  ULONG ulAttachmentNum);
-    // strFolder: where the file goes instead of the export folder (a request's own, ending in a separator);
-    // empty for the export folder.
-    std::wstring OpenAttachment1(LPMESSAGE lpMessage, ULONG ulAttachmentNum,
-                                 const std::wstring& strFolder = {});
-    std::wstring WriteAttachmentToFile(LPATTACH lpAttach, const std::wstring& strFolder = {});
-    std::wstring SanitizeFileName(const std::wstring& strFileName);
-    HRESULT WriteAttachStreamToFile(LPATTACH lpAttach, const std::wstring& strPath);
-    HRESULT WriteEmbeddedMSGToFile(LPATTACH lpAttach, const std::wstring& strPath);
-    HRESULT WriteOleToFile(LPATTACH lpAttach, const std::wstring& strPath);
     void SaveToMSG(LPMESSAGE lpMessage, const std::wstring& strPath);
-    void CreateNewMSG(const std::wstring& strPath);
-    void MyStgCreateStorageEx(const std::wstring& strPath);
 
     // Composing and submitting. The outbox (and its store) is opened for one send and closed after it; each
     // thread has an outbox of its own, so a send runs without the session lock once its outbox is open.
-    void OpenOutbox();
-    void CloseOutbox();
-    bool AddRecipient(LPMESSAGE lpMessage, const std::wstring& strRecipient, ULONG ulRecipientType);
-    void AddRecipients(LPMESSAGE lpMessage, const std::vector<std::wstring>& to,
-                       const std::vector<std::wstring>& cc, const std::vector<std::wstring>& bcc);
-    HRESULT HrAllocAdrList(ULONG ulNumProps, LPADRLIST* lppAdrList);
-    void AddAttachments(LPMESSAGE lpMessage, std::vector<AttachmentFileEntry> attachments);
-    void SetBody(LPMESSAGE lpMessage, const std::wstring& strHtmlBody, const std::wstring& strBody);
     // The HRESULT of the step that failed, else S_OK.
-    HRESULT SendMail(const std::wstring& strSubject, const std::wstring& strBody,
-                     const std::vector<std::wstring>& to, const std::vector<std::wstring>& cc,
-                     const std::vector<std::wstring>& bcc, const std::vector<std::wstring>& attachmentPaths,
-                     bool bOutlookForceSend);
-    // Makes the mail system send the queue and fetch new mail at once: the mail client's send/receive on
-    // Windows, our MAPI's spooler on POSIX.
-    void OutlookForceSend();
-    void RemoveFiles(const std::vector<AttachmentFileEntry>& files);
+    [[nodiscard]] HRESULT SendMail(const std::wstring& strSubject, const std::wstring& strBody,
+                                   const std::vector<std::wstring>& to, const std::vector<std::wstring>& cc,
+                                   const std::vector<std::wstring>& bcc,
+                                   const std::vector<std::wstring>& attachmentPaths, bool bOutlookForceSend);
 
     // Forwarding.
     ULONG ForwardMail(const std::wstring& strMessageId, const std::wstring& strBrandingSubject,
@@ -216,13 +182,54 @@ public:
                       const std::wstring& strToEmailAddress, const std::vector<std::wstring>& to,
                       const std::vector<std::wstring>& cc, const std::vector<std::wstring>& bcc,
                       const std::vector<std::wstring>& attachmentFiles, bool bOutlookForceSend);
+
+private:
+    // The helpers of the operations above, in their order.
+    void MAPIInitialize();
+    void SetAddrBook();
+    void ReleaseSessionData();
+    bool SearchMessageInMessageStore(unsigned nStore, LPSRestriction lpRestriction, LPMDB* lppMsgStore,
+                                     LPMAPIFOLDER* lppFolder, LPMAPITABLE* lppTable, LPMESSAGE* lppMessage);
+    bool GetpMessage(const std::wstring& strMessageId, const std::wstring& strToEmailAddress,
+                     LPMDB* lppMsgStore, LPMAPIFOLDER* lppFolder, LPMAPITABLE* lppTable,
+                     LPMESSAGE* lppMessage, bool* pbFoundInChosenStore = nullptr);
+    void MapiFillMessage(LPMESSAGE lpMessage, EMailData* pEmailData);
+    void FetchProps(LPMESSAGE lpMessage, EMailData* pEmailData);
+    void FetchRecipients(LPMESSAGE lpMessage, EMailData* pEmailData);
+    void FetchAttachments(LPMESSAGE lpMessage, EMailData* pEmailData);
+    void FetchBody(LPMESSAGE lpMessage, EMailData* pEmailData);
+    void PrepareEmbeddedImages(LPMESSAGE lpMessage, EMailData* pEmailData);
+    // Deliberate: "1" beside OpenAttachment2, the names the callers know.
+    // strFolder: where the file goes instead of the export folder (a request's own, ending in a separator);
+    // empty for the export folder.
+    std::wstring OpenAttachment1(LPMESSAGE lpMessage, ULONG ulAttachmentNum,
+                                 const std::wstring& strFolder = {});
+    std::wstring WriteAttachmentToFile(LPATTACH lpAttach, const std::wstring& strFolder = {});
+    std::wstring SanitizeFileName(const std::wstring& strFileName);
+    [[nodiscard]] HRESULT WriteAttachStreamToFile(LPATTACH lpAttach, const std::wstring& strPath);
+    [[nodiscard]] HRESULT WriteEmbeddedMSGToFile(LPATTACH lpAttach, const std::wstring& strPath);
+    [[nodiscard]] HRESULT WriteOleToFile(LPATTACH lpAttach, const std::wstring& strPath);
+    void CreateNewMSG(const std::wstring& strPath);
+    void MyStgCreateStorageEx(const std::wstring& strPath);
+    void OpenOutbox();
+    void CloseOutbox();
+    bool AddRecipient(LPMESSAGE lpMessage, const std::wstring& strRecipient, ULONG ulRecipientType);
+    void AddRecipients(LPMESSAGE lpMessage, const std::vector<std::wstring>& to,
+                       const std::vector<std::wstring>& cc, const std::vector<std::wstring>& bcc);
+    [[nodiscard]] HRESULT HrAllocAdrList(ULONG ulNumProps, LPADRLIST* lppAdrList);
+    void AddAttachments(LPMESSAGE lpMessage, std::vector<AttachmentFileEntry> attachments);
+    void SetBody(LPMESSAGE lpMessage, const std::wstring& strHtmlBody, const std::wstring& strBody);
+    // Makes the mail system send the queue and fetch new mail at once: the mail client's send/receive on
+    // Windows, our MAPI's spooler on POSIX.
+    void OutlookForceSend();
+    void RemoveFiles(const std::vector<AttachmentFileEntry>& files);
     // The copies are written into strFolder, a folder of the forward's own (see OpenAttachment1).
     void CopyAttachments(LPMESSAGE lpSource, LPMESSAGE lpTarget, std::vector<AttachmentFileEntry>& copied,
                          const std::wstring& strFolder);
+    // Deliberate: spelt so beside AddAttachments, the name the callers know.
     void AddAttachements(LPMESSAGE lpTarget, const EMailData& source, LPMESSAGE lpSource,
                          std::vector<AttachmentFileEntry>& copied, const std::wstring& strFolder);
 
-private:
     // The found message is all a request works on from here: the session lock of this thread, if it
     // holds one, is given up for the rest of the request.
     void ReleaseSessionLock();

@@ -84,28 +84,22 @@ void CVelmarMapi::OpenOutbox() {
     }
     outbox.lpSession = velmar::CComPtr<IMAPISession>::AddRefed(m_lpMAPISession.get());
     trace.Step(L"OpenMsgStore end");
-    SizedSPropTagArray(1, tags) = {1, {PR_IPM_OUTBOX_ENTRYID}};
-    ULONG count = 0;
-    MapiBufferPtr<SPropValue> values;
-    const HRESULT hrProps =
-        outbox.lpStore->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), 0, &count, OutPtr(values));
-    if (SUCCEEDED(hrProps) && values) {
-        if (const SPropValue* folder = FindProp(values.get(), count, PR_IPM_OUTBOX_ENTRYID)) {
-            trace.Step(L"OpenEntry start");
-            const HRESULT hr =
-                OpenEntryAs(outbox.lpStore.get(), folder->Value.bin.cb,
-                            reinterpret_cast<LPENTRYID>(folder->Value.bin.lpb), MAPI_MODIFY, outbox.lpFolder);
-            trace.Step(L"OpenEntry end");
-            if (FAILED(hr)) {
-                wchar_t text[96] = {};
-                std::swprintf(text, 96, L"Fehler beim Ausgang \u00d6ffnung, Fehlernummer: %X",
-                              static_cast<unsigned>(hr));
-                OutputError(text);
-            }
+    MapiBufferPtr<SPropValue> folder;
+    if (SUCCEEDED(GetOneProp(outbox.lpStore.get(), PR_IPM_OUTBOX_ENTRYID, 0, folder)) && folder) {
+        trace.Step(L"OpenEntry start");
+        const HRESULT hr =
+            OpenEntryAs(outbox.lpStore.get(), folder->Value.bin.cb,
+                        reinterpret_cast<LPENTRYID>(folder->Value.bin.lpb), MAPI_MODIFY, outbox.lpFolder);
+        trace.Step(L"OpenEntry end");
+        if (FAILED(hr)) {
+            wchar_t text[96] = {};
+            std::swprintf(text, 96, L"Fehler beim Ausgang \u00d6ffnung, Fehlernummer: %X",
+                          static_cast<unsigned>(hr));
+            OutputError(text);
         }
     }
     trace.Step(L"MAPIFreeBuffer start");
-    values.reset();
+    folder.reset();
     trace.Step(L"MAPIFreeBuffer end");
 }
 
@@ -160,10 +154,10 @@ bool CVelmarMapi::AddRecipient(LPMESSAGE lpMessage, const std::wstring& strRecip
     session->OpenAddressBook(0, nullptr, 0, addressBook.Put());
     trace.Step(L"HrAllocAdrList start");
     LPADRLIST rawList = nullptr;
-    HrAllocAdrList(2, &rawList);
+    const bool allocated = SUCCEEDED(HrAllocAdrList(2, &rawList));
     AdrListPtr list(rawList);
     trace.Step(L"HrAllocAdrList end");
-    if (list) {
+    if (allocated && list) {
         list->cEntries = 1;
         ADRENTRY& entry = list->aEntries[0];
         entry.cValues = 2;

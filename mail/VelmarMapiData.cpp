@@ -12,8 +12,12 @@
 
 using namespace velmar::mail;
 
-void CVelmarMapi::GetMessageData(EMailData& emailData, const std::wstring& strMessageId,
-                                 const std::wstring& strToEmailAddress, bool bSetRead) {
+void CVelmarMapi::GetMessageData(EMailData& emailData, const CLookupRequest& lookup,
+                                 const std::wstring& strMessageId, const std::wstring& strToEmailAddress,
+                                 bool bSetRead) {
+    m_strProfileName = lookup.strProfileName;
+    m_nStoreIndex = lookup.nStoreIndex;
+    if (lookup.bOptimalMessageStore) m_bOptimalMessageStore = *lookup.bOptimalMessageStore;
     const CTraceScope trace(*this, L"CVelmarMapi::GetMessageData");
     emailData = EMailData{};
     trace.Step(L"FindMessage");

@@ -42,7 +42,8 @@ HRESULT CRequestDispatcher::Dispatch(CkJsonObject& request, IPipeConnection& pip
         if (std::strcmp(command, row.name) != 0) continue;
         m_activity.AddLine(row.activityLine);
         CkJsonObject reply;
-        const std::optional<bool> success = RunCaught(row, request, reply, stopFlag);
+        CRequestContext context{request, reply, stopFlag};
+        const std::optional<bool> success = RunCaught(row, context);
         // Written without the lock: a client that does not read its replies holds up nobody else.
         endsProgram = row.endsProgram;
         if (!success) {
@@ -57,14 +58,13 @@ HRESULT CRequestDispatcher::Dispatch(CkJsonObject& request, IPipeConnection& pip
 
 // The command's own result, or nullopt when it threw: whatever a library or the mail layer throws ends the
 // command, traced, and never the request thread (and with it the service).
-std::optional<bool> CRequestDispatcher::RunCaught(const CCommand& row, CkJsonObject& request,
-                                                  CkJsonObject& reply, std::atomic<bool>& stopFlag) {
+std::optional<bool> CRequestDispatcher::RunCaught(const CCommand& row, CRequestContext& context) {
     try {
-        if (row.withoutSession) return (this->*row.handler)(request, reply, stopFlag);
+        if (row.withoutSession) return (this->*row.handler)(context);
         // Requests take turns on the session; a message request lets the others in once its message is
         // found.
         const CVelmarMapi::CSessionLock lock(m_mapi);
-        return (this->*row.handler)(request, reply, stopFlag);
+        return (this->*row.handler)(context);
     } catch (const std::exception& error) {
         m_activity.AddLine(AnsiToWide(row.name) + L": Ausnahme " + AnsiToWide(error.what()));
     } catch (...) {
@@ -93,7 +93,7 @@ std::wstring CRequestDispatcher::RequestString(CkJsonObject& request, const char
     return value ? AnsiToWide(value) : std::wstring();
 }
 
-bool CRequestDispatcher::GetProfileNames(CkJsonObject&, CkJsonObject& reply, std::atomic<bool>&) {
+bool CRequestDispatcher::GetProfileNames(CRequestContext& context) {
     if (m_mapi.IsMAPIInitialized()) {
         int defaultProfile = -1;
         m_mapi.GetProfileNames(defaultProfile);
@@ -101,9 +101,9 @@ bool CRequestDispatcher::GetProfileNames(CkJsonObject&, CkJsonObject& reply, std
     const std::vector<std::wstring> names = m_mapi.ProfileNames();
     const bool success = !names.empty();
     // "status" leads as well as ends this reply: the writer appends its own.
-    reply.AppendString("status", success ? "OK" : "FAILED");
-    reply.AddArrayAt(-1, "arraystrings");
-    if (std::unique_ptr<CkJsonArray> array = reply.ArrayAt(reply.Count() - 1)) {
+    context.reply.AppendString("status", success ? "OK" : "FAILED");
+    context.reply.AddArrayAt(-1, "arraystrings");
+    if (std::unique_ptr<CkJsonArray> array = context.reply.ArrayAt(context.reply.Count() - 1)) {
         for (const std::wstring& name : names) {
             array->AddObjectAt(-1);
             if (std::unique_ptr<CkJsonObject> element = array->ObjectAt(array->Count() - 1))
@@ -113,25 +113,25 @@ bool CRequestDispatcher::GetProfileNames(CkJsonObject&, CkJsonObject& reply, std
     return success;
 }
 
-bool CRequestDispatcher::Logon(CkJsonObject& request, CkJsonObject&, std::atomic<bool>&) {
+bool CRequestDispatcher::Logon(CRequestContext& context) {
     if (m_mapi.IsMAPIInitialized()) {
-        const std::wstring profile = RequestString(request, "data_string");
+        const std::wstring profile = RequestString(context.request, "data_string");
         // The logon's own outcome is not reported: a client checks the session with IsInitialized.
         if (!m_mapi.IsLoggedOnTo(profile)) m_mapi.Logon(profile, 0);
     }
     return m_mapi.IsMAPIInitialized();
 }
 
-bool CRequestDispatcher::Logoff(CkJsonObject&, CkJsonObject&, std::atomic<bool>&) {
+bool CRequestDispatcher::Logoff(CRequestContext&) {
     if (m_mapi.IsMAPIInitialized()) m_mapi.Logoff();
     return m_mapi.IsMAPIInitialized();
 }
 
-bool CRequestDispatcher::OpenMessageStoreTable(CkJsonObject&, CkJsonObject& reply, std::atomic<bool>&) {
+bool CRequestDispatcher::OpenMessageStoreTable(CRequestContext& context) {
     m_mapi.RefreshMessageStoreTable();
-    reply.AddIntAt(-1, "storeIndex", m_mapi.StoreIndex());
-    reply.AddArrayAt(-1, "messageStoreEntries");
-    if (std::unique_ptr<CkJsonArray> array = reply.ArrayAt(reply.Count() - 1)) {
+    context.reply.AddIntAt(-1, "storeIndex", m_mapi.StoreIndex());
+    context.reply.AddArrayAt(-1, "messageStoreEntries");
+    if (std::unique_ptr<CkJsonArray> array = context.reply.ArrayAt(context.reply.Count() - 1)) {
         for (const MsgStoreInfo& entry : m_mapi.MessageStores()) {
             array->AddObjectAt(-1);
             if (std::unique_ptr<CkJsonObject> store = array->ObjectAt(array->Count() - 1)) {
@@ -143,32 +143,32 @@ bool CRequestDispatcher::OpenMessageStoreTable(CkJsonObject&, CkJsonObject& repl
     return true;
 }
 
-bool CRequestDispatcher::SetMessageStore(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>&) {
-    const std::wstring name = RequestString(request, "data_string");
+bool CRequestDispatcher::SetMessageStore(CRequestContext& context) {
+    const std::wstring name = RequestString(context.request, "data_string");
     bool success = true;
     if (!name.empty()) {
         success = m_mapi.SetMessageStore(name);
-        reply.AddIntAt(-1, "foundIndex", m_mapi.StoreIndex());
+        context.reply.AddIntAt(-1, "foundIndex", m_mapi.StoreIndex());
     } else {
         // Out of range leaves the index as it was: the client sees "foundIndex" equal "oldIndex".
-        const int oldIndex = m_mapi.SetMessageStoreByIndex(request.IntOf("data_int"));
-        reply.AddIntAt(-1, "oldIndex", oldIndex);
-        reply.AddIntAt(-1, "foundIndex", m_mapi.StoreIndex());
+        const int oldIndex = m_mapi.SetMessageStoreByIndex(context.request.IntOf("data_int"));
+        context.reply.AddIntAt(-1, "oldIndex", oldIndex);
+        context.reply.AddIntAt(-1, "foundIndex", m_mapi.StoreIndex());
     }
     return success;
 }
 
-bool CRequestDispatcher::IsInitialized(CkJsonObject&, CkJsonObject&, std::atomic<bool>&) {
+bool CRequestDispatcher::IsInitialized(CRequestContext&) {
     return m_mapi.IsInitialized();
 }
 
-bool CRequestDispatcher::IsMAPIDllInitialized(CkJsonObject&, CkJsonObject&, std::atomic<bool>&) {
+bool CRequestDispatcher::IsMAPIDllInitialized(CRequestContext&) {
     return m_mapi.IsMAPIInitialized();
 }
 
 // The request service posts the close once the reply is out (endsProgram in the table).
-bool CRequestDispatcher::CloseVelmarTaskScheduler(CkJsonObject&, CkJsonObject&, std::atomic<bool>& stopFlag) {
-    stopFlag = true;
+bool CRequestDispatcher::CloseVelmarTaskScheduler(CRequestContext& context) {
+    context.stopFlag = true;
     return true;
 }
 

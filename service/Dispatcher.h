@@ -28,10 +28,16 @@ public:
                      bool& endsProgram);
 
 private:
+    // What a handler works with: the request, the reply it fills, and the service's stop flag (which only
+    // CloseVelmarTaskScheduler sets).
+    struct CRequestContext {
+        CkJsonObject& request;
+        CkJsonObject& reply;
+        std::atomic<bool>& stopFlag;
+    };
     // A handler works on the mail session (under the lock), fills the reply and says whether it succeeded;
     // the dispatcher writes the reply.
-    using Handler = bool (CRequestDispatcher::*)(CkJsonObject& request, CkJsonObject& reply,
-                                                 std::atomic<bool>& stopFlag);
+    using Handler = bool (CRequestDispatcher::*)(CRequestContext& context);
     struct CCommand {
         const char* name;
         const wchar_t* activityLine;
@@ -42,8 +48,7 @@ private:
     };
     static const CCommand kCommands[];
 
-    std::optional<bool> RunCaught(const CCommand& row, CkJsonObject& request, CkJsonObject& reply,
-                                  std::atomic<bool>& stopFlag);
+    std::optional<bool> RunCaught(const CCommand& row, CRequestContext& context);
 
     // "Write Back Json": appends "status", emits indented, writes in one piece.
     HRESULT WriteBackJson(IPipeConnection& pipe, bool success, CkJsonObject& reply);
@@ -51,21 +56,21 @@ private:
     // The strings of an array member, in order and as they are; empty when the member is missing.
     std::vector<std::wstring> RequestStrings(CkJsonObject& request, const char* name);
 
-    bool GetProfileNames(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
-    bool Logon(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
-    bool Logoff(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
-    bool OpenMessageStoreTable(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
-    bool SetMessageStore(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
-    bool GetMessageData(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
-    bool OpenAttachment(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
-    bool FindMessage(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
-    bool OpenEmail(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
-    bool ForwardEmail(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
-    bool SendEmail(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
-    bool SaveToMsg(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
-    bool IsInitialized(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
-    bool IsMAPIDllInitialized(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
-    bool CloseVelmarTaskScheduler(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>& stopFlag);
+    bool GetProfileNames(CRequestContext& context);
+    bool Logon(CRequestContext& context);
+    bool Logoff(CRequestContext& context);
+    bool OpenMessageStoreTable(CRequestContext& context);
+    bool SetMessageStore(CRequestContext& context);
+    bool GetMessageData(CRequestContext& context);
+    bool OpenAttachment(CRequestContext& context);
+    bool FindMessage(CRequestContext& context);
+    bool OpenEmail(CRequestContext& context);
+    bool ForwardEmail(CRequestContext& context);
+    bool SendEmail(CRequestContext& context);
+    bool SaveToMsg(CRequestContext& context);
+    bool IsInitialized(CRequestContext& context);
+    bool IsMAPIDllInitialized(CRequestContext& context);
+    bool CloseVelmarTaskScheduler(CRequestContext& context);
 
     CVelmarMapi& m_mapi;
     CActivityList& m_activity;

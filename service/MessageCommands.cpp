@@ -21,40 +21,40 @@ void AddText(CkJsonObject& reply, const char* name, const std::wstring& text) {
 
 }  // namespace
 
-bool CRequestDispatcher::GetMessageData(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>&) {
-    const std::wstring messageId = RequestString(request, "messageId");
-    const std::wstring address = RequestString(request, "toEMailAddress");
-    m_mapi.SetProfileName(RequestString(request, "profileName"));
-    m_mapi.SetStoreIndex(request.IntOf("storeIndex"));  // checked where it is used
-    const bool setRead = request.BoolOf("setReadIfMainMessageStore");
-    // Absent, the flag keeps what an earlier request set.
-    if (request.HasMember("parameterStoreKestaEMailOptimalMessageStore"))
-        m_mapi.SetOptimalMessageStore(request.BoolOf("parameterStoreKestaEMailOptimalMessageStore"));
+bool CRequestDispatcher::GetMessageData(CRequestContext& context) {
+    const std::wstring messageId = RequestString(context.request, "messageId");
+    const std::wstring address = RequestString(context.request, "toEMailAddress");
+    CLookupRequest lookup;
+    lookup.strProfileName = RequestString(context.request, "profileName");
+    lookup.nStoreIndex = context.request.IntOf("storeIndex");
+    const bool setRead = context.request.BoolOf("setReadIfMainMessageStore");
+    if (context.request.HasMember("parameterStoreKestaEMailOptimalMessageStore"))
+        lookup.bOptimalMessageStore = context.request.BoolOf("parameterStoreKestaEMailOptimalMessageStore");
     EMailData data;
-    m_mapi.GetMessageData(data, messageId, address, setRead);
+    m_mapi.GetMessageData(data, lookup, messageId, address, setRead);
 
-    AddText(reply, "emailConnection", data.emailConnection);
-    AddText(reply, "mailbox", data.mailbox);
-    AddText(reply, "messageId", data.messageId);
-    AddText(reply, "from", data.from);
-    AddText(reply, "fromAddress", data.fromAddress);
-    reply.AddStringAt(-1, "to", Joined(data.to).c_str());
-    reply.AddStringAt(-1, "cc", Joined(data.cc).c_str());
-    reply.AddStringAt(-1, "bcc", Joined(data.bcc).c_str());
-    AddText(reply, "sent", data.sent);
-    AddText(reply, "subject", data.subject);
-    AddText(reply, "body", data.body);
-    AddText(reply, "rtfBody", data.rtfBody);
-    AddText(reply, "htmlBody", data.htmlBody);
-    AddText(reply, "sentDate", data.sentDate);
-    AddText(reply, "LotusNotesUrl", data.LotusNotesUrl);
-    reply.AddArrayAt(-1, "strEmbeddedAttachments");
-    if (std::unique_ptr<CkJsonArray> paths = reply.ArrayAt(reply.Count() - 1)) {
+    AddText(context.reply, "emailConnection", data.emailConnection);
+    AddText(context.reply, "mailbox", data.mailbox);
+    AddText(context.reply, "messageId", data.messageId);
+    AddText(context.reply, "from", data.from);
+    AddText(context.reply, "fromAddress", data.fromAddress);
+    context.reply.AddStringAt(-1, "to", Joined(data.to).c_str());
+    context.reply.AddStringAt(-1, "cc", Joined(data.cc).c_str());
+    context.reply.AddStringAt(-1, "bcc", Joined(data.bcc).c_str());
+    AddText(context.reply, "sent", data.sent);
+    AddText(context.reply, "subject", data.subject);
+    AddText(context.reply, "body", data.body);
+    AddText(context.reply, "rtfBody", data.rtfBody);
+    AddText(context.reply, "htmlBody", data.htmlBody);
+    AddText(context.reply, "sentDate", data.sentDate);
+    AddText(context.reply, "LotusNotesUrl", data.LotusNotesUrl);
+    context.reply.AddArrayAt(-1, "strEmbeddedAttachments");
+    if (std::unique_ptr<CkJsonArray> paths = context.reply.ArrayAt(context.reply.Count() - 1)) {
         for (const std::wstring& path : data.strEmbeddedAttachments)
             if (!path.empty()) paths->AddStringAt(-1, WideToAnsi(path).c_str());
     }
-    reply.AddArrayAt(-1, "attachments");
-    if (std::unique_ptr<CkJsonArray> attachments = reply.ArrayAt(reply.Count() - 1)) {
+    context.reply.AddArrayAt(-1, "attachments");
+    if (std::unique_ptr<CkJsonArray> attachments = context.reply.ArrayAt(context.reply.Count() - 1)) {
         for (const EMailAttachment& attachment : data.attachments) {
             attachments->AddObjectAt(-1);
             if (std::unique_ptr<CkJsonObject> element = attachments->ObjectAt(attachments->Count() - 1)) {
@@ -67,20 +67,20 @@ bool CRequestDispatcher::GetMessageData(CkJsonObject& request, CkJsonObject& rep
     return !data.messageId.empty();
 }
 
-bool CRequestDispatcher::OpenAttachment(CkJsonObject& request, CkJsonObject& reply, std::atomic<bool>&) {
-    const std::wstring messageId = RequestString(request, "messageId");
-    const std::wstring mailbox = RequestString(request, "mailBox");
-    const int index = request.IntOf("attachmentIndex");
+bool CRequestDispatcher::OpenAttachment(CRequestContext& context) {
+    const std::wstring messageId = RequestString(context.request, "messageId");
+    const std::wstring mailbox = RequestString(context.request, "mailBox");
+    const int index = context.request.IntOf("attachmentIndex");
     const std::wstring file = m_mapi.OpenAttachment2(messageId, mailbox, static_cast<ULONG>(index));
-    AddText(reply, "fileName", file);
+    AddText(context.reply, "fileName", file);
     return true;
 }
 
-bool CRequestDispatcher::FindMessage(CkJsonObject& request, CkJsonObject&, std::atomic<bool>&) {
-    const std::wstring messageId = RequestString(request, "messageId");
-    const std::wstring address = RequestString(request, "toEmailAddress");
-    const bool setRead = request.BoolOf("setReadIfMainMessageStore");
-    request.BoolOf("fetchEMailData");  // read and not used
+bool CRequestDispatcher::FindMessage(CRequestContext& context) {
+    const std::wstring messageId = RequestString(context.request, "messageId");
+    const std::wstring address = RequestString(context.request, "toEmailAddress");
+    const bool setRead = context.request.BoolOf("setReadIfMainMessageStore");
+    context.request.BoolOf("fetchEMailData");  // read and not used
     // With the main window as parent the message comes up in its form; without a window (headless) it is
     // only looked up, and marked read when asked.
     m_mapi.FindMessage(messageId, address, m_mapi.FormParentWindow(), setRead, nullptr);
@@ -88,10 +88,10 @@ bool CRequestDispatcher::FindMessage(CkJsonObject& request, CkJsonObject&, std::
 }
 
 // Deliberate: "OK" whatever happened; the reasons are in the trace.
-bool CRequestDispatcher::OpenEmail(CkJsonObject& request, CkJsonObject&, std::atomic<bool>&) {
-    const std::wstring profile = RequestString(request, "outlookProfile");
-    const std::wstring savedStore = RequestString(request, "savedMessageStore");
-    const std::wstring messageId = RequestString(request, "messageId");
+bool CRequestDispatcher::OpenEmail(CRequestContext& context) {
+    const std::wstring profile = RequestString(context.request, "outlookProfile");
+    const std::wstring savedStore = RequestString(context.request, "savedMessageStore");
+    const std::wstring messageId = RequestString(context.request, "messageId");
     const ULONG_PTR parentWindow = m_mapi.FormParentWindow();
     if (m_mapi.ProfileName() != profile) m_mapi.Logon(profile, parentWindow);
     const int index = m_mapi.StoreIndex();
@@ -103,10 +103,10 @@ bool CRequestDispatcher::OpenEmail(CkJsonObject& request, CkJsonObject&, std::at
     return true;
 }
 
-bool CRequestDispatcher::SaveToMsg(CkJsonObject& request, CkJsonObject&, std::atomic<bool>&) {
-    const std::wstring messageId = RequestString(request, "messageId");
-    const std::wstring mailbox = RequestString(request, "mailBox");
-    const std::wstring file = RequestString(request, "filename");
+bool CRequestDispatcher::SaveToMsg(CRequestContext& context) {
+    const std::wstring messageId = RequestString(context.request, "messageId");
+    const std::wstring mailbox = RequestString(context.request, "mailBox");
+    const std::wstring file = RequestString(context.request, "filename");
     CFoundMessage lookup;
     const bool found = m_mapi.GetpMessage(messageId, mailbox, lookup);
     if (found) m_mapi.SaveToMSG(lookup.message.get(), file);

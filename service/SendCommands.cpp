@@ -19,29 +19,30 @@ std::vector<std::wstring> CRequestDispatcher::RequestStrings(CkJsonObject& reque
     return strings;
 }
 
-bool CRequestDispatcher::SendEmail(CkJsonObject& request, CkJsonObject&, std::atomic<bool>&) {
-    const std::wstring subject = RequestString(request, "subject");
-    const std::wstring body = RequestString(request, "body");
-    const std::vector<std::wstring> to = RequestStrings(request, "recipientsTo");
-    const std::vector<std::wstring> cc = RequestStrings(request, "recipientsCC");
-    const std::vector<std::wstring> bcc = RequestStrings(request, "recipientsBCC");
-    const std::vector<std::wstring> files = RequestStrings(request, "attachmentFiles");
-    const bool forceSend = request.BoolOf("outlookForceSend");
-    m_mapi.SendMail(subject, body, to, cc, bcc, files, forceSend);
+bool CRequestDispatcher::SendEmail(CRequestContext& context) {
+    const std::wstring subject = RequestString(context.request, "subject");
+    const std::wstring body = RequestString(context.request, "body");
+    const std::vector<std::wstring> to = RequestStrings(context.request, "recipientsTo");
+    const std::vector<std::wstring> cc = RequestStrings(context.request, "recipientsCC");
+    const std::vector<std::wstring> bcc = RequestStrings(context.request, "recipientsBCC");
+    const std::vector<std::wstring> files = RequestStrings(context.request, "attachmentFiles");
+    const bool forceSend = context.request.BoolOf("outlookForceSend");
+    // Deliberate: "OK" whatever the send's result; its failure is in the trace.
+    static_cast<void>(m_mapi.SendMail(subject, body, to, cc, bcc, files, forceSend));
     return true;
 }
 
-bool CRequestDispatcher::ForwardEmail(CkJsonObject& request, CkJsonObject&, std::atomic<bool>&) {
-    const std::wstring brandingSubject = RequestString(request, "brandingSubject");
-    const std::wstring subject = RequestString(request, "subject");
-    const std::wstring sendNote = RequestString(request, "sendNote");
-    const std::vector<std::wstring> to = RequestStrings(request, "recipientsTo");
-    const std::vector<std::wstring> cc = RequestStrings(request, "recipientsCC");
-    const std::vector<std::wstring> bcc = RequestStrings(request, "recipientsBCC");
-    const std::wstring messageId = RequestString(request, "messageId");
-    const std::wstring address = RequestString(request, "toEmailAddress");
-    const std::vector<std::wstring> files = RequestStrings(request, "attachmentFiles");
-    const bool forceSend = request.BoolOf("outlookForceSend");
+bool CRequestDispatcher::ForwardEmail(CRequestContext& context) {
+    const std::wstring brandingSubject = RequestString(context.request, "brandingSubject");
+    const std::wstring subject = RequestString(context.request, "subject");
+    const std::wstring sendNote = RequestString(context.request, "sendNote");
+    const std::vector<std::wstring> to = RequestStrings(context.request, "recipientsTo");
+    const std::vector<std::wstring> cc = RequestStrings(context.request, "recipientsCC");
+    const std::vector<std::wstring> bcc = RequestStrings(context.request, "recipientsBCC");
+    const std::wstring messageId = RequestString(context.request, "messageId");
+    const std::wstring address = RequestString(context.request, "toEmailAddress");
+    const std::vector<std::wstring> files = RequestStrings(context.request, "attachmentFiles");
+    const bool forceSend = context.request.BoolOf("outlookForceSend");
     m_mapi.ForwardMail(messageId, brandingSubject, subject, sendNote, address, to, cc, bcc, files, forceSend);
     return true;
 }

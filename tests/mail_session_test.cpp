@@ -190,11 +190,10 @@ TEST_F(MailSession, MessageDataAndExportTraceEveryStepInOrder) {
     CVelmarMapi mapi(&m_activity);
     mapi.Logon(L"Alpha", 0);
     mapi.OpenMessageStoreTable();
-    mapi.SetStoreIndex(0);
     Take();
 
     EMailData data;
-    mapi.GetMessageData(data, L"<m@x>", L"", false);
+    mapi.GetMessageData(data, {L"Alpha", 0, {}}, L"<m@x>", L"", false);
     EXPECT_EQ(data.messageId, L"<m@x>");
     EXPECT_EQ(data.to, Lines{L"B"});
     const Lines search = {L"CVelmarMapi::GetpMessage start",
