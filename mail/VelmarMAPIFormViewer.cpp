@@ -40,13 +40,10 @@ MapiBufferPtr<SPropValue> GetOneProp(IMAPIProp* object, ULONG ulPropTag) {
 
 // Opens the store's folder whose entry id the store keeps in ulIdTag, for writing.
 HRESULT OpenStoreFolder(IMsgStore* lpMDB, ULONG ulIdTag, CComPtr<IMAPIFolder>& folder) {
-    SizedSPropTagArray(1, tags) = {1, {ulIdTag}};
-    ULONG cValues = 0;
-    LPSPropValue raw = nullptr;
-    HRESULT hr = lpMDB->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), 0, &cValues, &raw);
-    const MapiBufferPtr<SPropValue> id(raw);
+    MapiBufferPtr<SPropValue> id;
+    HRESULT hr = GetOneProp(lpMDB, ulIdTag, 0, id);
     if (FAILED(hr)) return hr;
-    if (!id || cValues != 1 || PROP_TYPE(id->ulPropTag) != PT_BINARY) return MAPI_E_NOT_FOUND;
+    if (!id || PROP_TYPE(id->ulPropTag) != PT_BINARY) return MAPI_E_NOT_FOUND;
     ULONG ulObjType = 0;
     LPUNKNOWN opened = nullptr;
     hr = lpMDB->OpenEntry(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), nullptr,
@@ -94,16 +91,6 @@ HRESULT CVelmarMAPIFormViewer::QueryInterface(REFIID riid, LPVOID* ppvObj) {
         return E_NOINTERFACE;
     AddRef();
     return S_OK;
-}
-
-ULONG CVelmarMAPIFormViewer::AddRef() {
-    return ++m_cRef;
-}
-
-ULONG CVelmarMAPIFormViewer::Release() {
-    const ULONG remaining = --m_cRef;
-    if (remaining == 0) delete this;
-    return remaining;
 }
 
 HRESULT CVelmarMAPIFormViewer::GetLastError(HRESULT, ULONG, LPMAPIERROR*) {
@@ -178,13 +165,10 @@ HRESULT CVelmarMAPIFormViewer::MoveMessage(LPMAPIFOLDER, LPMAPIVIEWCONTEXT, LPCR
 // Deleting moves the message to the store's deleted-items folder.
 HRESULT CVelmarMAPIFormViewer::DeleteMessage(LPMAPIVIEWCONTEXT, LPCRECT) {
     if (!m_lpMDB || !m_lpFolder || !m_lpMessage) return E_INVALIDARG;
-    SizedSPropTagArray(1, tags) = {1, {PR_ENTRYID}};
-    ULONG cValues = 0;
-    LPSPropValue raw = nullptr;
-    HRESULT hr = m_lpMessage->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), 0, &cValues, &raw);
-    const MapiBufferPtr<SPropValue> entryId(raw);
+    MapiBufferPtr<SPropValue> entryId;
+    HRESULT hr = GetOneProp(m_lpMessage.get(), PR_ENTRYID, 0, entryId);
     if (FAILED(hr)) return hr;
-    if (!entryId || PROP_TYPE(entryId->ulPropTag) != PT_BINARY) return MAPI_E_NOT_FOUND;
+    if (!entryId) return MAPI_E_NOT_FOUND;
 
     CComPtr<IMAPIFolder> deletedItems;
     hr = OpenStoreFolder(m_lpMDB.get(), PR_IPM_WASTEBASKET_ENTRYID, deletedItems);
@@ -282,11 +266,8 @@ void CVelmarMAPIFormViewer::SetPersist(LPMAPIFORM lpForm, LPPERSISTMESSAGE lpPer
     }
     // Deliberate: the flags are read and not used.
     if (m_lpMessage) {
-        SizedSPropTagArray(1, tags) = {1, {PR_MESSAGE_FLAGS}};
-        ULONG cValues = 0;
-        LPSPropValue raw = nullptr;
-        m_lpMessage->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), 0, &cValues, &raw);
-        const MapiBufferPtr<SPropValue> flags(raw);
+        MapiBufferPtr<SPropValue> flags;
+        static_cast<void>(GetOneProp(m_lpMessage.get(), PR_MESSAGE_FLAGS, 0, flags));
     }
     if (lpPersistMessage)
         m_lpPersistMessage = CComPtr<IPersistMessage>::AddRefed(lpPersistMessage);

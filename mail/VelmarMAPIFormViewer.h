@@ -12,8 +12,12 @@
 #include "mail/ClientMapiHolders.h"
 #include "mail/FormHost.h"
 #include "mail/MapiHeaders.h"
+#include "support/RefCounted.h"
 
-class CVelmarMAPIFormViewer : public IMAPIMessageSite, public IMAPIViewAdviseSink, public IMAPIViewContext {
+class CVelmarMAPIFormViewer : public IMAPIMessageSite,
+                              public IMAPIViewAdviseSink,
+                              public IMAPIViewContext,
+                              private velmar::CRefCounted {
 public:
     // Takes a reference to each interface given. ulParentWindow 0: the active window. host may be null
     // (no message boxes then).
@@ -25,8 +29,8 @@ public:
 
     // IUnknown, shared by the three interfaces.
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, LPVOID* ppvObj) override;
-    ULONG STDMETHODCALLTYPE AddRef() override;
-    ULONG STDMETHODCALLTYPE Release() override;
+    ULONG STDMETHODCALLTYPE AddRef() override { return AddReference(); }
+    ULONG STDMETHODCALLTYPE Release() override { return ReleaseReference(); }
 
     // IMAPIMessageSite (GetLastError serves IMAPIViewContext too).
     HRESULT STDMETHODCALLTYPE GetLastError(HRESULT hResult, ULONG ulFlags,
@@ -73,7 +77,6 @@ private:
     virtual ~CVelmarMAPIFormViewer();
 
     ULONG_PTR m_hwndParent;
-    std::atomic<ULONG> m_cRef{1};
     velmar::CComPtr<IMAPIFolder> m_lpFolder;
     velmar::CComPtr<IMessage> m_lpMessage;
     velmar::CComPtr<IMsgStore> m_lpMDB;

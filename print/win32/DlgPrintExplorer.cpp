@@ -76,12 +76,6 @@ STDMETHODIMP CDlgPrintExplorer::QueryInterface(REFIID iid, void** object) {
     return S_OK;
 }
 
-STDMETHODIMP_(ULONG) CDlgPrintExplorer::Release() {
-    const ULONG left = --m_references;
-    if (left == 0) delete this;
-    return left;
-}
-
 STDMETHODIMP CDlgPrintExplorer::GetExternal(IDispatch** external) {
     if (!external) return E_POINTER;
     *external = ExternalObject();

@@ -21,13 +21,17 @@
 #include "print/PrintJobQueue.h"
 #include "print/win32/Explorer1.h"
 #include "print/win32/PrinterSelection.h"
+#include "support/RefCounted.h"
 
 namespace velmar::print {
 
 inline constexpr int kPrintDialogTemplate = 129;
 inline constexpr UINT kStartNextJob = WM_USER + 100;  // 1124
 
-class CDlgPrintExplorer : public IDocHostUIHandler, public IDispatch, public IPrintEngine {
+class CDlgPrintExplorer : public IDocHostUIHandler,
+                          public IDispatch,
+                          public IPrintEngine,
+                          private velmar::CRefCounted {
 public:
     // A blank page that has not come in this time will not come.
     static constexpr UINT kPageTimeoutMilliseconds = 10000;
@@ -45,8 +49,8 @@ public:
 
     // IUnknown
     STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
-    STDMETHODIMP_(ULONG) AddRef() override { return ++m_references; }
-    STDMETHODIMP_(ULONG) Release() override;
+    STDMETHODIMP_(ULONG) AddRef() override { return AddReference(); }
+    STDMETHODIMP_(ULONG) Release() override { return ReleaseReference(); }
 
     // IDocHostUIHandler: the external object; everything else is the browser's default (E_NOTIMPL).
     STDMETHODIMP ShowContextMenu(DWORD, POINT*, IUnknown*, IDispatch*) override { return E_NOTIMPL; }
@@ -96,7 +100,6 @@ private:
     HRESULT ExecPrint(const CPrintJob& job, VARIANT& input);
     void PageNotComing(const wchar_t* why);
 
-    std::atomic<ULONG> m_references{1};
     const UINT m_pageTimeoutMilliseconds;
     HWND m_hWnd = nullptr;
     std::function<void(const std::wstring&)> m_trace;

@@ -3,13 +3,14 @@
 #include <atomic>
 
 #include "print/PrintingExternal.h"
+#include "support/RefCounted.h"
 
 namespace velmar::print {
 namespace {
 
 // window.external: GetIDsOfNames knows "print_complete" (dispid 1) only; Invoke of dispid 1 ends the
 // template's job, any other does nothing; both answer 0.
-class CPrintingExternal final : public IDispatch {
+class CPrintingExternal final : public IDispatch, private velmar::CRefCounted {
 public:
     explicit CPrintingExternal(CPrintJobQueue* queue) : m_queue(queue) {}
     // The dialog is going: the page's scripts may still hold this object, which then does nothing.
@@ -23,12 +24,8 @@ public:
         AddRef();
         return S_OK;
     }
-    STDMETHODIMP_(ULONG) AddRef() override { return ++m_references; }
-    STDMETHODIMP_(ULONG) Release() override {
-        const ULONG left = --m_references;
-        if (left == 0) delete this;
-        return left;
-    }
+    STDMETHODIMP_(ULONG) AddRef() override { return AddReference(); }
+    STDMETHODIMP_(ULONG) Release() override { return ReleaseReference(); }
     STDMETHODIMP GetTypeInfoCount(UINT* count) override {
         if (!count) return E_POINTER;
         *count = 0;
@@ -53,7 +50,6 @@ private:
     ~CPrintingExternal() = default;
 
     CPrintJobQueue* m_queue;
-    std::atomic<ULONG> m_references{1};
 };
 
 // The slot's hold on a dialog: closes it when the slot is cleared, and gives up the slot's reference.

@@ -1,4 +1,5 @@
 #include "print/win32/Explorer1.h"
+#include "support/RefCounted.h"
 
 #include <atomic>
 
@@ -10,7 +11,10 @@ constexpr DISPID kDispIdDocument = 203;
 
 // The container's side of in-place activation: the control lives in the owner's window, fills its client
 // area and has no menus, tool bars or status line to merge with.
-class CExplorerSite final : public IOleClientSite, public IOleInPlaceSite, public IOleInPlaceFrame {
+class CExplorerSite final : public IOleClientSite,
+                            public IOleInPlaceSite,
+                            public IOleInPlaceFrame,
+                            private velmar::CRefCounted {
 public:
     explicit CExplorerSite(HWND window) : m_window(window) {}
 
@@ -29,12 +33,8 @@ public:
         AddRef();
         return S_OK;
     }
-    STDMETHODIMP_(ULONG) AddRef() override { return ++m_references; }
-    STDMETHODIMP_(ULONG) Release() override {
-        const ULONG left = --m_references;
-        if (left == 0) delete this;
-        return left;
-    }
+    STDMETHODIMP_(ULONG) AddRef() override { return AddReference(); }
+    STDMETHODIMP_(ULONG) Release() override { return ReleaseReference(); }
 
     // IOleClientSite
     STDMETHODIMP SaveObject() override { return E_NOTIMPL; }
@@ -94,7 +94,6 @@ private:
     ~CExplorerSite() = default;
 
     const HWND m_window;
-    std::atomic<ULONG> m_references{1};
 };
 
 }  // namespace

@@ -51,12 +51,6 @@ HRESULT CNoteForm::QueryInterface(REFIID riid, LPVOID* ppvObj) {
     return S_OK;
 }
 
-ULONG CNoteForm::Release() {
-    const ULONG remaining = --m_cRef;
-    if (remaining == 0) delete this;
-    return remaining;
-}
-
 HRESULT CNoteForm::SetViewContext(LPMAPIVIEWCONTEXT pViewContext) {
     m_viewContext = CComPtr<IMAPIViewContext>::AddRefed(pViewContext);
     return S_OK;

@@ -18,10 +18,11 @@
 #include "mapi/forms/qt/ReadWindow.h"
 #include "mapiform.h"
 #include "support/ComPtr.h"
+#include "support/RefCounted.h"
 
 namespace velmar::forms {
 
-class CNoteForm final : public IMAPIForm, public IPersistMessage {
+class CNoteForm final : public IMAPIForm, public IPersistMessage, private velmar::CRefCounted {
 public:
     CNoteForm() = default;
     CNoteForm(const CNoteForm&) = delete;
@@ -29,8 +30,8 @@ public:
 
     // IUnknown, one count for both interfaces.
     HRESULT QueryInterface(REFIID riid, LPVOID* ppvObj) override;
-    ULONG AddRef() override { return ++m_cRef; }
-    ULONG Release() override;
+    ULONG AddRef() override { return AddReference(); }
+    ULONG Release() override { return ReleaseReference(); }
     // IMAPIForm and IPersistMessage.
     HRESULT GetLastError(HRESULT, ULONG, LPMAPIERROR*) override { return MAPI_E_NO_SUPPORT; }
 
@@ -81,7 +82,6 @@ private:
     // Closes the window and lets go of everything the form holds; the form itself may go with it.
     void TearDown();
 
-    std::atomic<ULONG> m_cRef{1};
     EMode m_mode = EMode::Empty;
     velmar::CComPtr<IMAPIMessageSite> m_site;
     velmar::CComPtr<IMessage> m_message;
