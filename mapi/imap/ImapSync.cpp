@@ -429,7 +429,7 @@ void CImapSync::Run() {
     // end.
     const CPipeSignalGuard quiet;
     CImapConnection connection;
-    auto pause = kFirstRetry;
+    CBackoff reconnect(kFirstRetry, kLongestRetry);
     for (;;) {
         std::uint64_t wanted = 0;
         {
@@ -452,7 +452,7 @@ void CImapSync::Run() {
         m_passed.notify_all();
         bool changed = false;
         if (ok) {
-            pause = kFirstRetry;
+            reconnect.Succeed();
             const int wait = connection.HasCapability("IDLE") ? kIdleSeconds : kPollSeconds;
             if (connection.Idle(m_wake, wait, changed, error)) {
                 std::uint64_t drained = 0;
@@ -467,12 +467,12 @@ void CImapSync::Run() {
         connection.Close();
         pollfd wake{m_wake, POLLIN, 0};
         poll(&wake, 1,
-             static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(pause).count()));
+             static_cast<int>(
+                 std::chrono::duration_cast<std::chrono::milliseconds>(reconnect.Fail()).count()));
         std::uint64_t drained = 0;
         if (read(m_wake, &drained, sizeof drained) < 0) {
             // The pause ran out without a wake-up.
         }
-        pause = std::min(pause * 2, std::chrono::duration_cast<decltype(pause)>(kLongestRetry));
     }
 }
 
@@ -517,14 +517,16 @@ std::shared_ptr<const CImapSnapshot> CImapSync::Snapshot(const std::string& fold
 bool CImapSync::Command(std::string& error) {
     if (m_command.IsOpen()) return true;
     // A server that was just found away is not asked again at once: the service goes on without it.
-    const auto now = std::chrono::steady_clock::now();
-    if (now < m_commandRetry) {
+    if (m_commandRetry.Pausing()) {
         std::lock_guard lock(m_lock);
         error = m_problem.empty() ? "Server nicht erreichbar" : m_problem;
         return false;
     }
-    if (Connect(m_command, error)) return true;
-    m_commandRetry = now + kFirstRetry * 5;
+    if (Connect(m_command, error)) {
+        m_commandRetry.Succeed();
+        return true;
+    }
+    m_commandRetry.Fail();
     SetProblem(error);
     return false;
 }

@@ -21,6 +21,7 @@
 #include "mapi/imap/ImapConnection.h"
 #include "mapi/imap/ImapIndex.h"
 #include "mapi/provider/Profiles.h"
+#include "support/Backoff.h"
 
 namespace velmar::mapi {
 
@@ -135,7 +136,8 @@ private:
 
     std::mutex m_commandLock;  // one call on the command connection at a time
     CImapConnection m_command;
-    std::chrono::steady_clock::time_point m_commandRetry{};  // no new connection before then
+    // No new connection while it pauses: a server just found away is not asked again at once.
+    CBackoff m_commandRetry{std::chrono::seconds(5), std::chrono::seconds(5)};
 
     int m_wake = -1;  // eventfd: the thread looks again (a resync, the stop)
     std::thread m_thread;

@@ -44,12 +44,6 @@ std::vector<CQueuedFile> QueuedFiles(const CStoreConfig& store) {
     return files;
 }
 
-Clock::duration PauseAfter(int attempts) {
-    Clock::duration pause = kFirstPause;
-    for (int i = 1; i < attempts && pause < kLongestPause; ++i) pause *= 2;
-    return std::min<Clock::duration>(pause, kLongestPause);
-}
-
 }  // namespace
 
 CSpooler& CSpooler::Instance() {
@@ -170,8 +164,8 @@ Clock::time_point CSpooler::Pass(bool force) {
                     std::lock_guard lock(m_lock);
                     if (m_stopRequested) return next;
                     const auto retry = m_retries.find(file.key);
-                    if (!force && retry != m_retries.end() && retry->second.due > Clock::now()) {
-                        next = std::min(next, retry->second.due);
+                    if (!force && retry != m_retries.end() && retry->second.Pausing()) {
+                        next = std::min(next, retry->second.Due());
                         ++waiting;
                         continue;
                     }
@@ -181,9 +175,10 @@ Clock::time_point CSpooler::Pass(bool force) {
                     DeliverQueuedFile(*kinds, profile, store, file.path, file.key, m_cancel, problem);
                 std::lock_guard lock(m_lock);
                 if (outcome == QueueOutcome::Waiting) {
-                    CRetry& retry = m_retries[file.key];
-                    retry.due = Clock::now() + PauseAfter(++retry.attempts);
-                    next = std::min(next, retry.due);
+                    CBackoff& retry =
+                        m_retries.try_emplace(file.key, kFirstPause, kLongestPause).first->second;
+                    retry.Fail();
+                    next = std::min(next, retry.Due());
                     ++waiting;
                     status = Utf8ToWide(SanitizeUtf8(problem));
                 } else {

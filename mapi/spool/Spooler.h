@@ -16,6 +16,7 @@
 
 #include "mapi/provider/Profiles.h"
 #include "mapi/provider/StoreKind.h"
+#include "support/Backoff.h"
 
 namespace velmar::mapi {
 
@@ -46,10 +47,6 @@ public:
 
 private:
     CSpooler() = default;
-    struct CRetry {
-        int attempts = 0;
-        std::chrono::steady_clock::time_point due;
-    };
 
     void Run();
     // One look at every queue; returns when the next message is due again (time_point::max when none).
@@ -58,7 +55,7 @@ private:
     mutable std::mutex m_lock;
     std::condition_variable m_changed;
     std::map<std::wstring, CProfile> m_profiles;
-    std::map<std::string, CRetry> m_retries;  // by queue file key
+    std::map<std::string, CBackoff> m_retries;  // by queue file key
     std::wstring m_status;
     bool m_wakeRequested = false;
     bool m_forceRequested = false;
