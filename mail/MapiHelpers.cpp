@@ -6,6 +6,17 @@
 
 namespace velmar::mail {
 
+HRESULT GetOneProp(IMAPIProp* prop, ULONG ulPropTag, ULONG ulFlags, MapiBufferPtr<SPropValue>& value) {
+    value.reset();
+    if (!prop) return E_INVALIDARG;
+    SizedSPropTagArray(1, tags) = {1, {ulPropTag}};
+    ULONG count = 0;
+    const HRESULT hr =
+        prop->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), ulFlags, &count, OutPtr(value));
+    if (FAILED(hr) || !FindProp(value.get(), count, ulPropTag)) value.reset();
+    return hr;
+}
+
 HRESULT ReadStream(IStream* stream, std::string& bytes, size_t maxBytes) {
     bytes.clear();
     char buffer[64 * 1024];

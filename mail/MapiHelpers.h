@@ -128,6 +128,12 @@ inline std::wstring FindText(const SRow& row, ULONG ulPropTag) {
     return FindText(row.lpProps, row.cValues, ulPropTag);
 }
 
+// GetProps of the one property ulPropTag (ulFlags as for GetProps): value holds it when it came back under
+// that tag, and is null when it is missing, came back as an error value or the call failed. Returns what
+// GetProps returned (MAPI_W_ERRORS_RETURNED too).
+[[nodiscard]] HRESULT GetOneProp(IMAPIProp* prop, ULONG ulPropTag, ULONG ulFlags,
+                                 MapiBufferPtr<SPropValue>& value);
+
 // Reads stream from its position to its end, or until maxBytes are read, into bytes (replacing what was
 // there). A failed Read ends the loop with its HRESULT; bytes then holds what came before it.
 [[nodiscard]] HRESULT ReadStream(IStream* stream, std::string& bytes,

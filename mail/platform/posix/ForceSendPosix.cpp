@@ -39,15 +39,10 @@ void CVelmarMapi::OutlookForceSend() {
         }
         trace.Step(L"FlushQueues end");
         // What still waits in the queue, and why: the mail client would show it in its status bar.
-        SizedSPropTagArray(1, tags) = {1, {PR_STATUS_STRING_W}};
-        ULONG count = 0;
-        MapiBufferPtr<SPropValue> values;
-        const HRESULT hr =
-            status->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), 0, &count, OutPtr(values));
-        if (SUCCEEDED(hr)) {
-            const std::wstring waiting = FindText(values.get(), count, PR_STATUS_STRING_W);
-            if (!waiting.empty()) trace.Step(waiting);
-        }
+        MapiBufferPtr<SPropValue> waiting;
+        if (SUCCEEDED(GetOneProp(status, PR_STATUS_STRING_W, 0, waiting)) && waiting &&
+            waiting->Value.lpszW && *waiting->Value.lpszW)
+            trace.Step(waiting->Value.lpszW);
         return;
     }
 }
