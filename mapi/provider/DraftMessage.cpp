@@ -7,6 +7,7 @@
 #include "mapi/provider/EntryId.h"
 #include "mapi/provider/Maildir.h"
 #include "mapi/provider/MaildirWriter.h"
+#include "mapi/provider/MessageColumns.h"
 #include "mapi/provider/QueueNotice.h"
 #include "mapi/runtime/Guarded.h"
 #include "mapi/runtime/Table.h"
@@ -14,14 +15,6 @@
 
 namespace velmar::mapi {
 namespace {
-
-constexpr ULONG kRecipientColumns[] = {PR_DISPLAY_NAME_W, PR_EMAIL_ADDRESS_W, PR_ADDRTYPE_W,
-                                       PR_RECIPIENT_TYPE, PR_ROWID,           PR_ENTRYID,
-                                       PR_SMTP_ADDRESS_W};
-constexpr ULONG kAttachmentColumns[] = {
-    PR_ATTACH_NUM,        PR_ATTACH_LONG_FILENAME_W, PR_ATTACH_FILENAME_W, PR_DISPLAY_NAME_W,
-    PR_ATTACH_METHOD,     PR_ATTACH_CONTENT_ID_W,    PR_ATTACH_MIME_TAG_W, PR_ATTACH_SIZE,
-    PR_ATTACH_EXTENSION_W};
 
 // A file that cannot be written, as MAPI names it.
 HRESULT ResultOfErrno(int error) {
@@ -224,9 +217,7 @@ HRESULT CDraftMessage::ModifyRecipients(ULONG ulFlags, LPADRLIST lpMods) {
 HRESULT CDraftMessage::GetRecipientTable(ULONG, LPMAPITABLE* lppTable) {
     return Guarded([&] {
         std::lock_guard lock(m_lock);
-        return MakeRowListTable(
-            std::vector<ULONG>(std::begin(kRecipientColumns), std::end(kRecipientColumns)), m_recipients,
-            lppTable);
+        return MakeRowListTable(RecipientColumns(), m_recipients, lppTable);
     });
 }
 
@@ -241,9 +232,7 @@ HRESULT CDraftMessage::GetAttachmentTable(ULONG, LPMAPITABLE* lppTable) {
             SetValue(row, {PR_ATTACH_SIZE, static_cast<std::int32_t>(std::min<size_t>(size, 0x7FFFFFFF))});
             rows.push_back(std::move(row));
         }
-        return MakeRowListTable(
-            std::vector<ULONG>(std::begin(kAttachmentColumns), std::end(kAttachmentColumns)), std::move(rows),
-            lppTable);
+        return MakeRowListTable(AttachmentColumnsWith(PR_ATTACH_EXTENSION_W), std::move(rows), lppTable);
     });
 }
 

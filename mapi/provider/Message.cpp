@@ -9,6 +9,7 @@
 #include "mapi/provider/EntryId.h"
 #include "mapi/provider/Maildir.h"
 #include "mapi/provider/MaildirIndex.h"
+#include "mapi/provider/MessageColumns.h"
 #include "mapi/runtime/Guarded.h"
 #include "mapi/runtime/Streams.h"
 #include "mapi/runtime/Table.h"
@@ -18,14 +19,6 @@
 
 namespace velmar::mapi {
 namespace {
-
-constexpr ULONG kRecipientColumns[] = {PR_DISPLAY_NAME_W, PR_EMAIL_ADDRESS_W, PR_ADDRTYPE_W,
-                                       PR_RECIPIENT_TYPE, PR_ROWID,           PR_ENTRYID,
-                                       PR_SMTP_ADDRESS_W};
-constexpr ULONG kAttachmentColumns[] = {
-    PR_ATTACH_NUM,    PR_ATTACH_LONG_FILENAME_W, PR_ATTACH_FILENAME_W, PR_DISPLAY_NAME_W,
-    PR_ATTACH_METHOD, PR_ATTACH_CONTENT_ID_W,    PR_ATTACH_MIME_TAG_W, PR_ATTACH_SIZE,
-    PR_INSTANCE_KEY};
 
 void AddIfPresent(std::vector<CPropValue>& props, ULONG tag, const std::wstring& value) {
     if (!value.empty()) props.push_back({tag, value});
@@ -59,9 +52,7 @@ public:
             if (Answers(value, tag)) return &value;
         return nullptr;
     }
-    std::vector<ULONG> DefaultColumns() const override {
-        return std::vector<ULONG>(std::begin(kAttachmentColumns), std::end(kAttachmentColumns));
-    }
+    std::vector<ULONG> DefaultColumns() const override { return AttachmentColumnsWith(PR_INSTANCE_KEY); }
 
 private:
     std::shared_ptr<CMessageContent> m_content;
@@ -151,8 +142,7 @@ HRESULT CMimeMessage::GetRecipientTable(ULONG, LPMAPITABLE* lppTable) {
                         {PR_ENTRYID, MakeOneOffEntryId(recipient.displayName, L"SMTP", recipient.address)},
                         {PR_OBJECT_TYPE, static_cast<std::int32_t>(MAPI_MAILUSER)}});
     }
-    return MakeRowListTable(std::vector<ULONG>(std::begin(kRecipientColumns), std::end(kRecipientColumns)),
-                            std::move(rows), lppTable);
+    return MakeRowListTable(RecipientColumns(), std::move(rows), lppTable);
 }
 
 HRESULT CMimeMessage::GetAttachmentTable(ULONG, LPMAPITABLE* lppTable) {
