@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "mail/ExportFolder.h"
+#include "support/ComPtr.h"
 
 namespace velmar::mail {
 
@@ -103,13 +104,13 @@ void RemoveFile(const std::wstring& path) {
 }
 
 bool CopyStorageToFile(LPSTORAGE storage, const std::wstring& path) {
-    IStorage* file = nullptr;
-    if (FAILED(StgCreateDocfile(path.c_str(), STGM_TRANSACTED | STGM_CREATE | STGM_READWRITE, 0, &file)) ||
+    CComPtr<IStorage> file;
+    if (FAILED(
+            StgCreateDocfile(path.c_str(), STGM_TRANSACTED | STGM_CREATE | STGM_READWRITE, 0, file.Put())) ||
         !file)
         return false;
-    storage->CopyTo(0, nullptr, nullptr, file);
+    storage->CopyTo(0, nullptr, nullptr, file.get());
     file->Commit(STGC_DEFAULT);
-    file->Release();
     return true;
 }
 
