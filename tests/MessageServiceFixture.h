@@ -10,9 +10,9 @@
 #include <optional>
 #include <thread>
 
+#include "harness/ServiceProcess.h"
+#include "harness/TestFiles.h"
 #include "json/CkJsonObject.h"
-#include "tests/ServiceProcess.h"
-#include "tests/TestFiles.h"
 #include "tools/ClientChannel.h"
 
 namespace velmar::test {

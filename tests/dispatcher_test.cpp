@@ -7,12 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "harness/TestFiles.h"
 #include "json/CkJsonObject.h"
 #include "mail/VelmarMapi.h"
 #include "service/Dispatcher.h"
 #include "support/ActivityList.h"
 #include "support/CodePage.h"
-#include "tests/TestFiles.h"
 
 namespace {
 

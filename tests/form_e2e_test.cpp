@@ -7,10 +7,10 @@
 #include <optional>
 #include <sstream>
 
-#include "tests/DovecotServer.h"
+#include "harness/DovecotServer.h"
+#include "harness/SmtpTestServer.h"
+#include "harness/XDesktop.h"
 #include "tests/SendServiceFixture.h"
-#include "tests/SmtpTestServer.h"
-#include "tests/XDesktop.h"
 
 namespace {
 

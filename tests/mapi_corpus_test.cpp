@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
+#include "harness/TestFiles.h"
 #include "mapix.h"
 #include "tests/MapiTestSupport.h"
-#include "tests/TestFiles.h"
 
 namespace {
 

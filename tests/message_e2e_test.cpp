@@ -10,10 +10,10 @@
 #include <optional>
 #include <thread>
 
+#include "harness/ProcessStatus.h"
 #include "json/CkJsonArray.h"
 #include "json/CkJsonObject.h"
 #include "tests/MessageServiceFixture.h"
-#include "tests/ProcessStatus.h"
 
 namespace {
 

@@ -11,11 +11,11 @@
 #include <optional>
 #include <sstream>
 
-#include "tests/FreePort.h"
-#include "tests/ServiceProcess.h"
-#include "tests/ShellCommand.h"
-#include "tests/TestFiles.h"
-#include "tests/XDesktop.h"
+#include "harness/FreePort.h"
+#include "harness/ServiceProcess.h"
+#include "harness/ShellCommand.h"
+#include "harness/TestFiles.h"
+#include "harness/XDesktop.h"
 
 namespace {
 

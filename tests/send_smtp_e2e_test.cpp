@@ -15,9 +15,9 @@
 #include <map>
 #include <set>
 
-#include "tests/FreePort.h"
+#include "harness/FreePort.h"
+#include "harness/SmtpTestServer.h"
 #include "tests/SendServiceFixture.h"
-#include "tests/SmtpTestServer.h"
 #include "tests/TnefStream.h"
 
 namespace {

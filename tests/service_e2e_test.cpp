@@ -10,8 +10,8 @@
 #include <thread>
 #include <vector>
 
-#include "tests/ServiceProcess.h"
-#include "tests/TestFiles.h"
+#include "harness/ServiceProcess.h"
+#include "harness/TestFiles.h"
 #include "tools/ClientChannel.h"
 
 namespace {

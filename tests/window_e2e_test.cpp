@@ -8,9 +8,9 @@
 #include <regex>
 #include <sstream>
 
-#include "tests/ServiceProcess.h"
-#include "tests/TestFiles.h"
-#include "tests/XDesktop.h"
+#include "harness/ServiceProcess.h"
+#include "harness/TestFiles.h"
+#include "harness/XDesktop.h"
 #include "tools/ClientChannel.h"
 
 namespace {
