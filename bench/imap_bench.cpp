@@ -33,12 +33,12 @@
 
 #include "bench/BenchInbox.h"
 #include "bench/BenchSockets.h"
+#include "harness/DovecotServer.h"
+#include "harness/ServiceProcess.h"
+#include "harness/TestFiles.h"
 #include "mapi/imap/ImapConnection.h"
 #include "mapi/imap/ImapSync.h"
 #include "support/FramedSocket.h"
-#include "tests/DovecotServer.h"
-#include "tests/ServiceProcess.h"
-#include "tests/TestFiles.h"
 
 extern char** environ;
 

@@ -16,7 +16,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/ServiceProcess.h"
+#include "harness/ServiceProcess.h"
 #include "tools/ClientChannel.h"
 
 namespace {

@@ -22,9 +22,9 @@
 #include <thread>
 #include <vector>
 
-#include "tests/ServiceProcess.h"
-#include "tests/SmtpTestServer.h"
-#include "tests/TestFiles.h"
+#include "harness/ServiceProcess.h"
+#include "harness/SmtpTestServer.h"
+#include "harness/TestFiles.h"
 #include "tools/ClientChannel.h"
 
 extern char** environ;

@@ -21,9 +21,9 @@
 
 #include "bench/BenchInbox.h"
 #include "bench/BenchSockets.h"
+#include "harness/ProcessStatus.h"
+#include "harness/ServiceProcess.h"
 #include "support/FramedSocket.h"
-#include "tests/ProcessStatus.h"
-#include "tests/ServiceProcess.h"
 
 namespace {
 

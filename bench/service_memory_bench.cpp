@@ -18,9 +18,9 @@
 #include <thread>
 
 #include "bench/BenchSockets.h"
+#include "harness/ProcessStatus.h"
+#include "harness/ServiceProcess.h"
 #include "support/FramedSocket.h"
-#include "tests/ProcessStatus.h"
-#include "tests/ServiceProcess.h"
 
 namespace {
 

@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "bench/BenchSockets.h"
-#include "tests/ServiceProcess.h"
+#include "harness/ServiceProcess.h"
 
 namespace {
 

@@ -23,8 +23,8 @@
 
 #include "app/qt/MainWindowQt.h"
 #include "bench/BenchSockets.h"
-#include "tests/ServiceProcess.h"
-#include "tests/XDesktop.h"
+#include "harness/ServiceProcess.h"
+#include "harness/XDesktop.h"
 
 namespace {
 

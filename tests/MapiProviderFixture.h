@@ -13,9 +13,9 @@
 #include <set>
 #include <thread>
 
+#include "harness/TestFiles.h"
 #include "mapix.h"
 #include "tests/MapiTestSupport.h"
-#include "tests/TestFiles.h"
 
 namespace velmar::test {
 

@@ -4,16 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
-#include <thread>
 
 #include "json/CkJsonObject.h"
-#include "tests/ServiceProcess.h"
-#include "tests/TestFiles.h"
-#include "tools/ClientChannel.h"
+#include "tests/ServiceFixture.h"
 
 namespace velmar::test {
 
@@ -37,9 +33,10 @@ inline std::string WithAttachment(const std::string& id, const std::string& file
 
 // The real service on Maildir stores of the test's own (profile "Velmar": stores Eins, Zwei and Archiv),
 // asked through its channel; its exports go to tmp/ of the test's folder.
-class CMessageServiceTest : public ::testing::Test {
+class CMessageServiceTest : public CServiceTest {
 protected:
     void SetUp() override {
+        CServiceTest::SetUp();
         WriteFile(m_dir / "profiles.ini",
                   "[Velmar]\n"
                   "store1.name = Eins\nstore1.path = one\nstore1.address = one@x\n"
@@ -48,7 +45,6 @@ protected:
         WriteFile(m_dir / "xdg" / "Velmar" / "Velmar.ini", "[KESTA]\nARCHIVE_MSGSTORE=Archiv\n");
         fs::create_directories(m_dir / "tmp");
         SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "profiles.ini").string());
-        SetEnvironment("VELMAR_PIPE", (m_dir / "service.sock").string());
         SetEnvironment("XDG_CONFIG_DIRS", (m_dir / "xdg").string());
         // The service's export folder; the tests' own temporary folder comes back in TearDown.
         const char* previous = std::getenv("TMPDIR");
@@ -56,8 +52,7 @@ protected:
         SetEnvironment("TMPDIR", (m_dir / "tmp").string());
     }
     void TearDown() override {
-        if (m_channel) m_channel->Send(R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})");
-        if (m_service) m_service->WaitForExit(10000);
+        CServiceTest::TearDown();
         SetEnvironment("TMPDIR", m_previousTmpdir);
     }
 
@@ -65,29 +60,23 @@ protected:
         WriteFile(m_dir / store / "new" / name, text);
     }
 
+    // The headless service, logged on to the profile with its stores opened.
     void Start() {
-        m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{"--headless"},
-                          (m_dir / "activity.log").string());
-        std::string error;
-        for (int attempt = 0; attempt < 200 && !m_channel; ++attempt) {
-            m_channel = velmar::tools::ConnectToService(error);
-            if (!m_channel) std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
+        StartService();
         ASSERT_TRUE(m_channel);
         ASSERT_TRUE(Ask(R"({"command-target":"MAPI","command":"Logon","data_string":"Velmar"})"));
         ASSERT_TRUE(Ask(R"({"command-target":"MAPI","command":"OpenMessageStoreTable"})"));
     }
 
-    // The reply, parsed; null when none came.
     // The reply, parsed. A missing or broken reply is a failure of the test, and an empty object comes
     // back, so that the test goes on to fail cleanly instead of reading through a null pointer.
     std::unique_ptr<CkJsonObject> Ask(const std::string& request) {
         auto json = std::make_unique<CkJsonObject>();
-        std::string reply;
-        if (!m_channel || !m_channel->Send(request) || !m_channel->Receive(reply, 60000))
+        const std::optional<std::string> reply = Request(request);
+        if (!reply)
             ADD_FAILURE() << "no reply to " << request;
-        else if (!json->LoadText(reply))
-            ADD_FAILURE() << "no JSON in the reply to " << request << ": " << reply;
+        else if (!json->LoadText(*reply))
+            ADD_FAILURE() << "no JSON in the reply to " << request << ": " << *reply;
         return json;
     }
 
@@ -108,12 +97,7 @@ protected:
         return Ask(request.Emit());
     }
 
-    std::string Activity() { return ReadSettledFile(m_dir / "activity.log"); }
-
-    CTempDir m_dir;
     std::string m_previousTmpdir;
-    std::optional<CServiceProcess> m_service;
-    std::unique_ptr<velmar::tools::IClientChannel> m_channel;
 };
 
 }  // namespace velmar::test

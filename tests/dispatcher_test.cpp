@@ -7,18 +7,17 @@
 #include <string>
 #include <vector>
 
+#include "harness/TestFiles.h"
 #include "json/CkJsonObject.h"
 #include "mail/VelmarMapi.h"
 #include "service/Dispatcher.h"
 #include "support/ActivityList.h"
 #include "support/CodePage.h"
-#include "tests/TestFiles.h"
 
 namespace {
 
 using velmar::service::CRequestDispatcher;
 using velmar::service::IPipeConnection;
-using velmar::service::kNoReply;
 using velmar::service::kReplyWritten;
 
 #ifdef VELMAR_MAPI_LIBRARY_FILE
@@ -65,7 +64,6 @@ protected:
         m_connection.m_replies.clear();
         bool endsProgram = false;
         EXPECT_EQ(m_dispatcher.Dispatch(document, m_connection, m_stop, endsProgram), expected) << request;
-        m_bEndsProgram = endsProgram;
         return m_connection.m_replies.empty() ? "(none)" : m_connection.m_replies.back();
     }
 
@@ -87,7 +85,6 @@ protected:
     CRequestDispatcher m_dispatcher{m_mapi, m_activity};
     CRecordingConnection m_connection;
     std::atomic<bool> m_stop{false};
-    bool m_bEndsProgram = false;
     size_t m_seen = 0;
 };
 
@@ -129,18 +126,6 @@ TEST_F(Dispatcher, EveryCommandWritesItsLineAndOneReply) {
         EXPECT_EQ(m_connection.m_replies.size(), 1u) << row.command;
         EXPECT_FALSE(m_stop) << row.command;
     }
-}
-
-TEST_F(Dispatcher, UnknownEmptyAndMissingCommandsGetNothing) {
-    ServiceLines();
-    for (const char* request :
-         {R"({"command-target":"MAPI","command":"Bogus"})", R"({"command-target":"MAPI","command":""})",
-          R"({"command-target":"MAPI"})", R"({"command-target":"MAPI","command":"closevelmartaskscheduler"})",
-          R"({"command-target":"MAPI","command":"openemail"})"}) {
-        EXPECT_EQ(Dispatch(request, kNoReply), "(none)") << request;
-        EXPECT_TRUE(ServiceLines().empty()) << request;
-    }
-    EXPECT_FALSE(m_stop);
 }
 
 TEST_F(Dispatcher, ReplyEnvelopes) {
@@ -191,12 +176,6 @@ TEST_F(Dispatcher, ReplyEnvelopes) {
     EXPECT_EQ(Dispatch(R"({"command-target":"MAPI","command":"SaveToMsg","messageId":"<nie@x>"})"),
               Status("FAILED"));
     EXPECT_EQ(Dispatch(R"({"command-target":"MAPI","command":"Logoff"})"), Status(Ok(kMapiWorks)));
-}
-
-TEST_F(Dispatcher, CloseSetsTheStopFlagAndAsksToEndTheProgram) {
-    EXPECT_EQ(Dispatch(R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})"), Status("OK"));
-    EXPECT_TRUE(m_stop);
-    EXPECT_TRUE(m_bEndsProgram);
 }
 
 TEST_F(Dispatcher, AFailedWriteIsTracedAndReported) {

@@ -172,12 +172,10 @@ TEST_F(ExportFiles, AKillInTheMiddleLeavesNoPartOfAFileUnderItsName) {
         if (!killedWhileWriting) std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
     ASSERT_TRUE(killedWhileWriting) << "the export was never seen under way";
-    m_service->WaitForExit(10000);
-    m_channel.reset();
+    StopService();
     EXPECT_FALSE(fs::exists(final)) << "no file under its final name before it is whole";
 
     // The next export writes it whole.
-    m_service.reset();
     Start();
     const std::string written = OpenAttachment("<big@x>", 0);
     EXPECT_EQ(written, final.string());

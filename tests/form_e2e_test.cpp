@@ -7,10 +7,10 @@
 #include <optional>
 #include <sstream>
 
-#include "tests/DovecotServer.h"
+#include "harness/DovecotServer.h"
+#include "harness/SmtpTestServer.h"
+#include "harness/XDesktop.h"
 #include "tests/SendServiceFixture.h"
-#include "tests/SmtpTestServer.h"
-#include "tests/XDesktop.h"
 
 namespace {
 
@@ -31,24 +31,11 @@ protected:
             "Date: Tue, 24 Nov 2026 09:30:00 +0100\nMessage-ID: <angebot@example.org>\n"
             "Subject: Angebot 42\n\nGuten Tag,\nanbei das Angebot.\n");
     }
-    void TearDown() override {
-        CSendServiceTest::TearDown();
-        if (m_service && !m_service->WaitForExit(0)) m_service->Signal(SIGTERM);
-        if (m_service) m_service->WaitForExit(10000);
-    }
-
     // The program with its window (on a desktop with a tray), logged on to the test profile.
     void StartWithWindow() {
         m_desktop.emplace(true);
         ASSERT_TRUE(m_desktop->Ready()) << "Xvfb did not start";
-        m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{},
-                          (m_dir / "activity.log").string());
-        std::string error;
-        for (int attempt = 0; attempt < 200 && !m_channel; ++attempt) {
-            m_channel = velmar::tools::ConnectToService(error);
-            if (!m_channel) std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        ASSERT_TRUE(m_channel) << error;
+        StartService({});
     }
 
     std::unique_ptr<CkJsonObject> OpenEmail(const std::string& messageId) {
@@ -56,16 +43,6 @@ protected:
                    R"(","outlookProfile":"Velmar","savedMessageStore":"Eins"})");
     }
 
-    // The id of the one visible window with exactly this title, once there is one; empty when none came.
-    std::string WaitForWindow(const std::string& title, int tenths = 200) {
-        for (int i = 0; i < tenths; ++i) {
-            std::istringstream ids(m_desktop->Run("xdotool search --onlyvisible --name '^" + title + "$'"));
-            std::string id;
-            if (ids >> id) return id;
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        }
-        return {};
-    }
     // The program's question box: a visible window of the program's name that is not the tray icon.
     std::string WaitForQuestion() {
         for (int i = 0; i < 200; ++i) {
@@ -79,13 +56,6 @@ protected:
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
         }
         return {};
-    }
-    bool WaitUntilGone(const std::string& title) {
-        for (int i = 0; i < 200; ++i) {
-            if (m_desktop->Run("xdotool search --onlyvisible --name '^" + title + "$'").empty()) return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        }
-        return false;
     }
     // Keys to a window as a person types them: the window gets the keyboard first.
     void Keys(const std::string& window, const std::string& keys) {
@@ -110,17 +80,17 @@ protected:
 TEST_F(FormTest, OpenEmailShowsTheMessageAndItsReplyGoesOutThroughTheSpooler) {
     StartWithWindow();
     EXPECT_STREQ(OpenEmail("<angebot@example.org>")->StringOf("status"), "OK");
-    const std::string form = WaitForWindow("Angebot 42");
+    const std::string form = m_desktop->WaitForWindow("Angebot 42");
     ASSERT_FALSE(form.empty()) << "no form came up";
     Screenshot(form, "linux-read-form.png");
 
     Keys(form, "alt+a");
-    const std::string reply = WaitForWindow("AW: Angebot 42");
+    const std::string reply = m_desktop->WaitForWindow("AW: Angebot 42");
     ASSERT_FALSE(reply.empty()) << "no reply form came up";
     Type(reply, "Vielen Dank, wir nehmen es an.");
     Screenshot(reply, "linux-compose-form.png");
     Keys(reply, "alt+s");
-    EXPECT_TRUE(WaitUntilGone("AW: Angebot 42")) << "the reply form stays after Senden";
+    EXPECT_TRUE(m_desktop->WaitUntilGone("AW: Angebot 42")) << "the reply form stays after Senden";
 
     // Through the spooler to the server: to the sender, with the subject and the text typed.
     std::vector<CReceivedMail> mails;
@@ -135,9 +105,9 @@ TEST_F(FormTest, OpenEmailShowsTheMessageAndItsReplyGoesOutThroughTheSpooler) {
     EXPECT_NE(mails[0].data.find("anbei das Angebot."), std::string::npos) << "the original is quoted";
     EXPECT_EQ(WaitForMessages("one", ".Sent", 1).size(), 1u) << "the sent copy";
     // The read form stays until it is closed itself.
-    EXPECT_FALSE(WaitForWindow("Angebot 42", 1).empty());
+    EXPECT_FALSE(m_desktop->WaitForWindow("Angebot 42", 1).empty());
     Keys(form, "alt+c");
-    EXPECT_TRUE(WaitUntilGone("Angebot 42"));
+    EXPECT_TRUE(m_desktop->WaitUntilGone("Angebot 42"));
 }
 
 // A reply closed with "keep the changes" is kept as a draft: once its form is gone, the draft is a file of
@@ -145,24 +115,24 @@ TEST_F(FormTest, OpenEmailShowsTheMessageAndItsReplyGoesOutThroughTheSpooler) {
 TEST_F(FormTest, AReplyClosedWithItsChangesKeptIsADraft) {
     StartWithWindow();
     EXPECT_STREQ(OpenEmail("<angebot@example.org>")->StringOf("status"), "OK");
-    const std::string form = WaitForWindow("Angebot 42");
+    const std::string form = m_desktop->WaitForWindow("Angebot 42");
     ASSERT_FALSE(form.empty()) << "no form came up";
     Keys(form, "alt+a");
-    const std::string reply = WaitForWindow("AW: Angebot 42");
+    const std::string reply = m_desktop->WaitForWindow("AW: Angebot 42");
     ASSERT_FALSE(reply.empty()) << "no reply form came up";
     Type(reply, "Nur ein Entwurf.");
     Keys(reply, "alt+c");
     const std::string question = WaitForQuestion();
     ASSERT_FALSE(question.empty()) << "no question";
     Keys(question, "Return");  // "Yes", keep the changes, is the default button
-    EXPECT_TRUE(WaitUntilGone("AW: Angebot 42"));
+    EXPECT_TRUE(m_desktop->WaitUntilGone("AW: Angebot 42"));
     const std::vector<fs::path> drafts = WaitForMessages("one", ".Outbox", 1);
     ASSERT_EQ(drafts.size(), 1u) << "the draft is written once its form lets it go";
     EXPECT_NE(drafts[0].filename().string().find(":2,D"), std::string::npos) << drafts[0];
     EXPECT_NE(ReadFile(drafts[0]).find("Nur ein Entwurf."), std::string::npos);
     EXPECT_TRUE(m_server->Messages().empty()) << "a draft is not sent";
     Keys(form, "alt+c");
-    EXPECT_TRUE(WaitUntilGone("Angebot 42"));
+    EXPECT_TRUE(m_desktop->WaitUntilGone("Angebot 42"));
 }
 
 TEST_F(FormTest, LoeschenMovesTheMessageToTheTrash) {
@@ -175,10 +145,10 @@ TEST_F(FormTest, LoeschenMovesTheMessageToTheTrash) {
             R"("toEmailAddress":"","setReadIfMainMessageStore":false,"fetchEMailData":false})")
             ->StringOf("status"),
         "OK");
-    const std::string form = WaitForWindow("Angebot 42");
+    const std::string form = m_desktop->WaitForWindow("Angebot 42");
     ASSERT_FALSE(form.empty()) << "no form came up";
     Keys(form, "alt+l");
-    EXPECT_TRUE(WaitUntilGone("Angebot 42")) << "the form stays after Löschen";
+    EXPECT_TRUE(m_desktop->WaitUntilGone("Angebot 42")) << "the form stays after Löschen";
     EXPECT_EQ(WaitForMessages("one", ".Trash", 1).size(), 1u);
     EXPECT_TRUE(MessageFiles("one").empty()) << "still in the inbox";
 }
@@ -212,11 +182,11 @@ TEST_P(FormOnServers, LoeschenOfAMessageOnTheServerMovesItToTheServersTrash) {
                      R"("toEmailAddress":"","setReadIfMainMessageStore":false,"fetchEMailData":false})")
                      ->StringOf("status"),
                  "OK");
-    const std::string form = WaitForWindow("Vom Server");
+    const std::string form = m_desktop->WaitForWindow("Vom Server");
     ASSERT_FALSE(form.empty()) << "no form came up";
     if (GetParam() == EDovecotFlavour::Standard) Screenshot(form, "linux-read-form-imap.png");
     Keys(form, "alt+l");
-    EXPECT_TRUE(WaitUntilGone("Vom Server")) << "the form stays after Löschen";
+    EXPECT_TRUE(m_desktop->WaitUntilGone("Vom Server")) << "the form stays after Löschen";
     EXPECT_EQ(imap.Count("anna", "Trash", "<server@example.org>"), 1u);
     EXPECT_EQ(imap.Count("anna", "INBOX", "<server@example.org>"), 0u);
 }
@@ -224,7 +194,7 @@ TEST_P(FormOnServers, LoeschenOfAMessageOnTheServerMovesItToTheServersTrash) {
 TEST_F(FormTest, ClosingTheMainWindowAsksWhileAFormIsOpen) {
     StartWithWindow();
     EXPECT_STREQ(OpenEmail("<angebot@example.org>")->StringOf("status"), "OK");
-    const std::string form = WaitForWindow("Angebot 42");
+    const std::string form = m_desktop->WaitForWindow("Angebot 42");
     ASSERT_FALSE(form.empty()) << "no form came up";
 
     // Asked to close, the window asks first; "No" keeps the program and the form.
@@ -236,12 +206,12 @@ TEST_F(FormTest, ClosingTheMainWindowAsksWhileAFormIsOpen) {
     Keys(question, "Escape");
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     EXPECT_FALSE(m_service->WaitForExit(0));
-    EXPECT_FALSE(WaitForWindow("Angebot 42", 1).empty());
+    EXPECT_FALSE(m_desktop->WaitForWindow("Angebot 42", 1).empty());
 
     // The service stopped with the request; with the form closed, a stop signal ends the program without
     // a question.
     Keys(form, "alt+c");
-    ASSERT_TRUE(WaitUntilGone("Angebot 42"));
+    ASSERT_TRUE(m_desktop->WaitUntilGone("Angebot 42"));
     ASSERT_TRUE(m_service->Signal(SIGTERM));
     EXPECT_EQ(m_service->WaitForExit(10000), 0);
 }
@@ -249,7 +219,7 @@ TEST_F(FormTest, ClosingTheMainWindowAsksWhileAFormIsOpen) {
 TEST_F(FormTest, ClosingWithAFormOpenShutsItDownWhenTheUserSaysYes) {
     StartWithWindow();
     EXPECT_STREQ(OpenEmail("<angebot@example.org>")->StringOf("status"), "OK");
-    ASSERT_FALSE(WaitForWindow("Angebot 42").empty()) << "no form came up";
+    ASSERT_FALSE(m_desktop->WaitForWindow("Angebot 42").empty()) << "no form came up";
     EXPECT_STREQ(Ask(R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})")->StringOf("status"),
                  "OK");
     const std::string question = WaitForQuestion();

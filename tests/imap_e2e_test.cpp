@@ -11,8 +11,8 @@
 #include <map>
 #include <set>
 
+#include "harness/DovecotServer.h"
 #include "json/CkJsonArray.h"
-#include "tests/DovecotServer.h"
 #include "tests/SendServiceFixture.h"
 
 namespace {

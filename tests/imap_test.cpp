@@ -8,6 +8,8 @@
 
 #include <thread>
 
+#include "harness/DovecotServer.h"
+#include "harness/TestFiles.h"
 #include "mapi/imap/ImapConnection.h"
 #include "mapi/imap/ImapMailboxName.h"
 #include "mapi/imap/ImapMessageParts.h"
@@ -15,8 +17,6 @@
 #include "mapi/mime/MimeContent.h"
 #include "mapitags.h"
 #include "support/Utf8.h"
-#include "tests/DovecotServer.h"
-#include "tests/TestFiles.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <filesystem>
 #include <string>
 
+#include "harness/TestFiles.h"
 #include "support/IniFile.h"
 #include "support/IniPlatform.h"
-#include "tests/TestFiles.h"
 
 namespace {
 

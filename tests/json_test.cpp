@@ -4,10 +4,10 @@
 #include <thread>
 #include <vector>
 
+#include "harness/TestFiles.h"
 #include "json/CkJsonArray.h"
 #include "json/CkJsonObject.h"
 #include "support/CodePage.h"
-#include "tests/TestFiles.h"
 
 namespace {
 

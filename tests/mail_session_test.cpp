@@ -6,9 +6,9 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "harness/TestFiles.h"
 #include "mail/VelmarMapi.h"
 #include "support/ActivityList.h"
-#include "tests/TestFiles.h"
 
 namespace {
 

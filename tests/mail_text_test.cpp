@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <ctime>
 
+#include "harness/TestFiles.h"
 #include "mail/MailText.h"
-#include "tests/TestFiles.h"
 
 namespace {
 

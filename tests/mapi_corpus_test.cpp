@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
+#include "harness/TestFiles.h"
 #include "mapix.h"
 #include "tests/MapiTestSupport.h"
-#include "tests/TestFiles.h"
 
 namespace {
 
@@ -217,22 +217,6 @@ TEST_F(MapiCorpus, EveryMessageOpensWithItsPropertiesRecipientsAndAttachments) {
     }
 }
 
-TEST_F(MapiCorpus, Utf7SubjectNamesAndBody) {
-    Add(kCorpora / "mail-parser/resources/eml/legacy/001.eml");
-    Open();
-    CComPtr<IMessage> message = ByMessageId("<NDBBIAKOPKHFGPLCODIGMEKCCHAA.doug@example.com>");
-    ASSERT_TRUE(message);
-    EXPECT_EQ(WideProp(message.get(), PR_SUBJECT_W),
-              L"Die Hasen und die Fr\u00f6sche (Microsoft Outlook 00)");
-    EXPECT_EQ(WideProp(message.get(), PR_SENDER_NAME_W), L"Doug Sauder");
-    EXPECT_EQ(WideProp(message.get(), PR_SENDER_EMAIL_ADDRESS_W), L"doug@example.com");
-    EXPECT_EQ(WideProp(message.get(), PR_DISPLAY_TO_W), L"Joe Blow; J\u00fcrgen Schm\u00fcrgen");
-    const std::wstring body = WideProp(message.get(), PR_BODY_W);
-    EXPECT_EQ(body.rfind(L"Die Hasen und die Fr\u00f6sche", 0), 0u) << "the body starts with its title";
-    EXPECT_NE(body.find(L"Die Hasen klagten einst \u00fcber ihre mi\u00dfliche Lage; \"wir leben\""),
-              std::wstring::npos);
-}
-
 TEST_F(MapiCorpus, Latin1HtmlOnlyMessage) {
     Add(kCorpora / "mail-parser/resources/eml/legacy/002.eml");
     Open();
@@ -252,37 +236,6 @@ TEST_F(MapiCorpus, Latin1HtmlOnlyMessage) {
     // No text part: the plain body is the HTML as text.
     EXPECT_NE(WideProp(message.get(), PR_BODY_W).find(L"\"wir leben\", sprach ein Redner"),
               std::wstring::npos);
-}
-
-TEST_F(MapiCorpus, RelatedHtmlWithInlineImages) {
-    Add(kCorpora / "mail-parser/resources/eml/legacy/028.eml");
-    Open();
-    CComPtr<IMessage> message = ByMessageId("<NDBBIAKOPKHFGPLCODIGKEKFCHAA.doug@example.com>");
-    ASSERT_TRUE(message);
-    LPUNKNOWN unknown = nullptr;
-    ASSERT_EQ(message->OpenProperty(PR_HTML, &IID_IStream, 0, 0, &unknown), S_OK);
-    CComPtr<IStream> html(static_cast<IStream*>(unknown));
-    EXPECT_NE(ReadStream(html.get()).find("cid:823504223@17052000-0f8d"), std::string::npos);
-
-    CComPtr<IMAPITable> table;
-    ASSERT_EQ(message->GetAttachmentTable(MAPI_UNICODE, table.Put()), S_OK);
-    SizedSPropTagArray(3, columns) = {
-        3, {PR_ATTACH_LONG_FILENAME_W, PR_ATTACH_CONTENT_ID_W, PR_ATTACH_MIME_TAG_W}};
-    CRowsHolder rows;
-    ASSERT_EQ(HrQueryAllRows(table.get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0,
-                             &rows.rows),
-              S_OK);
-    ASSERT_EQ(rows.rows->cRows, 2u);
-    EXPECT_STREQ(rows.rows->aRow[0].lpProps[0].Value.lpszW, L"blueball.png");
-    EXPECT_STREQ(rows.rows->aRow[0].lpProps[1].Value.lpszW, L"823504223@17052000-0f8d");
-    EXPECT_STREQ(rows.rows->aRow[0].lpProps[2].Value.lpszW, L"image/png");
-    EXPECT_STREQ(velmar::test::RowAt(*rows.rows, 1).lpProps[0].Value.lpszW, L"redball.png");
-    EXPECT_STREQ(velmar::test::RowAt(*rows.rows, 1).lpProps[1].Value.lpszW, L"823504223@17052000-0f94");
-    CComPtr<IAttach> attach;
-    ASSERT_EQ(message->OpenAttach(0, nullptr, 0, attach.Put()), S_OK);
-    ASSERT_EQ(attach->OpenProperty(PR_ATTACH_DATA_BIN, &IID_IStream, 0, 0, &unknown), S_OK);
-    CComPtr<IStream> image(static_cast<IStream*>(unknown));
-    EXPECT_EQ(ReadStream(image.get()).substr(0, 8), std::string("\x89PNG\r\n\x1A\n", 8));
 }
 
 // Header fields and body texts of messages that break the rules the way real mail does, read as their

@@ -17,7 +17,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/TestFiles.h"
+#include "harness/TestFiles.h"
 
 namespace {
 

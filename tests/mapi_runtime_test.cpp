@@ -8,12 +8,12 @@
 #include <filesystem>
 #include <fstream>
 
+#include "harness/TestFiles.h"
 #include "imessage.h"
 #include "mapiform.h"
 #include "mapinls.h"
 #include "mapiutil.h"
 #include "tests/MapiTestSupport.h"
-#include "tests/TestFiles.h"
 
 namespace {
 

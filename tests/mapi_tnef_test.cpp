@@ -6,12 +6,12 @@
 #include <fstream>
 #include <map>
 
+#include "harness/TestFiles.h"
 #include "mapi/mime/Tnef.h"
 #include "mapi/rtf/CompressedRtf.h"
 #include "mapix.h"
 #include "support/Utf8.h"
 #include "tests/MapiTestSupport.h"
-#include "tests/TestFiles.h"
 #include "tests/TnefStream.h"
 
 namespace {

@@ -10,10 +10,10 @@
 #include <optional>
 #include <thread>
 
+#include "harness/ProcessStatus.h"
 #include "json/CkJsonArray.h"
 #include "json/CkJsonObject.h"
 #include "tests/MessageServiceFixture.h"
-#include "tests/ProcessStatus.h"
 
 namespace {
 
@@ -417,6 +417,9 @@ TEST_F(MessageCommands, CorpusMessagesAsTheirReadersSeeThem) {
     EXPECT_STREQ(hares->StringOf("subject"), "Die Hasen und die Fr\xC3\xB6sche (Microsoft Outlook 00)");
     EXPECT_STREQ(hares->StringOf("to"), "Joe Blow; J\xC3\xBCrgen Schm\xC3\xBCrgen");
     EXPECT_STREQ(hares->StringOf("from"), "Doug Sauder");
+    EXPECT_STREQ(hares->StringOf("fromAddress"), "doug@example.com");
+    EXPECT_EQ(std::string(hares->StringOf("body")).rfind("Die Hasen und die Fr\xC3\xB6sche", 0), 0u)
+        << "the body starts with its title";
     EXPECT_NE(std::string(hares->StringOf("body"))
                   .find("Die Hasen klagten einst \xC3\xBC"
                         "ber ihre mi\xC3\x9F"
@@ -435,6 +438,8 @@ TEST_F(MessageCommands, CorpusMessagesAsTheirReadersSeeThem) {
     EXPECT_EQ(html.find("cid:"), std::string::npos);
     EXPECT_EQ(fs::file_size(folder + "blueball.png"), 1325u);
     EXPECT_EQ(fs::file_size(folder + "redball.png"), 1453u);
+    EXPECT_EQ(velmar::test::ReadFile(folder + "blueball.png").substr(0, 8),
+              std::string("\x89PNG\r\n\x1A\n", 8));
 }
 
 }  // namespace

@@ -279,10 +279,7 @@ TEST_F(MimeReading, OfFilesWithOneMessageIdTheOlderIsTheMessage) {
             DeliverAt("5.M1.h", message("am aeltesten"), 400);
             EXPECT_STREQ(Data("<twice@x>")->StringOf("subject"), "am aeltesten");
         }
-        m_channel->Send(R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})");
-        m_service->WaitForExit(10000);
-        m_channel.reset();
-        m_service.reset();
+        StopService();
     }
 }
 

@@ -11,11 +11,10 @@
 #include <optional>
 #include <sstream>
 
-#include "tests/FreePort.h"
-#include "tests/ServiceProcess.h"
-#include "tests/ShellCommand.h"
-#include "tests/TestFiles.h"
-#include "tests/XDesktop.h"
+#include "harness/FreePort.h"
+#include "harness/ShellCommand.h"
+#include "harness/XDesktop.h"
+#include "tests/ServiceFixture.h"
 
 namespace {
 
@@ -24,9 +23,10 @@ namespace fs = std::filesystem;
 
 const fs::path kScreenshots = fs::path(VELMAR_BUILD_DIR) / "screenshots";
 
-class PrintTest : public ::testing::Test {
+class PrintTest : public CServiceTest {
 protected:
     void SetUp() override {
+        CServiceTest::SetUp();
         // cups-pdf runs as root only, and only root may start it.
         if (geteuid() != 0) GTEST_SKIP() << "the virtual PDF printer needs root";
         m_cups = m_dir / "cups";
@@ -38,17 +38,12 @@ protected:
         // goes; AddressSanitizer would end the printing program there, though none of it is ours.
         const char* asan = std::getenv("ASAN_OPTIONS");
         SetEnvironment("ASAN_OPTIONS", std::string(asan ? asan : "") + ":new_delete_type_mismatch=0");
-        SetEnvironment("VELMAR_PIPE", (m_dir / "service.sock").string());
-        SetEnvironment("HOME", (m_dir / "home").string());
-        SetEnvironment("XDG_CONFIG_HOME", (m_dir / "home/config").string());
-        SetEnvironment("XDG_DATA_HOME", (m_dir / "home/data").string());
-        unsetenv("VELMAR_MAPI_PROFILES");
+        UseOwnHome();
         unsetenv("DISPLAY");
         unsetenv("WAYLAND_DISPLAY");
     }
     void TearDown() override {
-        if (m_window && !m_window->WaitForExit(0)) m_window->Signal(SIGTERM);
-        if (m_window) m_window->WaitForExit(10000);
+        CServiceTest::TearDown();
         if (!m_cups.empty()) CommandOutput("bash " VELMAR_CUPS_INSTANCE " stop '" + m_cups.string() + "'");
     }
 
@@ -87,28 +82,16 @@ protected:
     void StartWindow() {
         m_desktop.emplace(true);
         ASSERT_TRUE(m_desktop->Ready()) << "Xvfb did not start";
-        m_window.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{}, (m_dir / "window.log").string());
+        m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{},
+                          (m_dir / "window.log").string());
         // The window takes print jobs once its own socket is there.
         for (int i = 0; i < 200 && !fs::exists(m_dir / "service.sock.print"); ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         ASSERT_TRUE(fs::exists(m_dir / "service.sock.print"));
     }
 
-    // The id of the one visible window with exactly this title, once there is one; empty when none came.
-    std::string WaitForWindow(const std::string& title) {
-        for (int i = 0; i < 300; ++i) {
-            std::istringstream ids(m_desktop->Run("xdotool search --onlyvisible --name '^" + title + "$'"));
-            std::string id;
-            if (ids >> id) return id;
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        }
-        return {};
-    }
-
-    CTempDir m_dir;
     fs::path m_cups;
     std::optional<CXDesktop> m_desktop;
-    std::optional<CServiceProcess> m_window;
 };
 
 TEST_F(PrintTest, AStartWithoutAWindowPrintsItsJobsInOrderAndEnds) {
@@ -284,8 +267,8 @@ TEST_F(PrintTest, ARunningWindowTakesJobsFromLaterStartsAndFromTheClient) {
     // A client's job without a window to take it, or an incomplete one, is refused.
     EXPECT_EQ(CommandOutput(std::string(VELMAR_CLIENT_PROGRAM) + " print a.html '*' '*' 0; echo \"exit $?\""),
               "exit 4\n");
-    m_window->Signal(SIGTERM);
-    ASSERT_EQ(m_window->WaitForExit(20000), 0);
+    m_service->Signal(SIGTERM);
+    ASSERT_EQ(m_service->WaitForExit(20000), 0);
     EXPECT_EQ(CommandOutput(std::string(VELMAR_CLIENT_PROGRAM) + " print '" + second +
                             "' '*' '*' 0 '*'; echo \"exit $?\""),
               "exit 3\n");
@@ -295,7 +278,7 @@ TEST_F(PrintTest, PromptOneShowsThePrintDialogWhichPrintsWhenAccepted) {
     StartWindow();
     const std::string page = Html("frage.html", "<p>Mit Druckdialog gedruckt</p>");
     ASSERT_EQ(PrintStart({page, "*", "*", "1", "*"}, "start.log"), 0);
-    const std::string dialog = WaitForWindow("Drucken");
+    const std::string dialog = m_desktop->WaitForWindow("Drucken");
     ASSERT_FALSE(dialog.empty()) << "no print dialog";
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     fs::create_directories(kScreenshots);

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "harness/TestFiles.h"
 #include "print/PrintJobQueue.h"
-#include "tests/TestFiles.h"
 
 namespace {
 

@@ -15,9 +15,9 @@
 #include <map>
 #include <set>
 
-#include "tests/FreePort.h"
+#include "harness/FreePort.h"
+#include "harness/SmtpTestServer.h"
 #include "tests/SendServiceFixture.h"
-#include "tests/SmtpTestServer.h"
 #include "tests/TnefStream.h"
 
 namespace {
@@ -444,10 +444,7 @@ TEST_F(SmtpSending, AServiceKilledWhileTheServerHoldsTheDataSendsItAgainAfterRes
     request.to = {"anna@remote.example"};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
     std::this_thread::sleep_for(std::chrono::milliseconds(800));  // the data is with the server now
-    m_service->Signal(SIGKILL);
-    m_service->WaitForExit(10000);
-    m_service.reset();
-    m_channel.reset();
+    StopService(SIGKILL);
     EXPECT_EQ(MessageFiles("one", ".Outbox").size(), 1u) << "a message in transfer stays queued";
 
     server.SetControl("{}");

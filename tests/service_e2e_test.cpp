@@ -10,9 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/ServiceProcess.h"
-#include "tests/TestFiles.h"
-#include "tools/ClientChannel.h"
+#include "tests/ServiceFixture.h"
 
 namespace {
 
@@ -36,9 +34,10 @@ std::string Reply(const char* status) {
 
 const std::string kAskMapi = R"({"command-target":"MAPI","command":"IsMAPIDllInitialized"})";
 
-class ServiceEndToEnd : public ::testing::Test {
+class ServiceEndToEnd : public velmar::test::CServiceTest {
 protected:
     void SetUp() override {
+        CServiceTest::SetUp();
         velmar::test::WriteFile(m_dir / "profiles.ini",
                                 "[Velmar]\n"
                                 "store1.name = Postfach\n"
@@ -49,38 +48,12 @@ protected:
                                 "store2.address = archiv@example.org\n"
                                 "store2.default = yes\n");
         velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "profiles.ini").string());
-        velmar::test::SetEnvironment("VELMAR_PIPE", (m_dir / "service.sock").string());
-        m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{"--headless"},
-                          (m_dir / "activity.log").string());
-        ASSERT_TRUE(m_service->Started());
-        for (int attempt = 0; attempt < 200 && !m_channel; ++attempt) {
-            std::string error;
-            m_channel = velmar::tools::ConnectToService(error);
-            if (!m_channel) std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        ASSERT_TRUE(m_channel) << "the service does not answer";
-    }
-    void TearDown() override {
-        m_channel.reset();
-        if (m_service) {
-            std::string error;
-            if (auto closer = velmar::tools::ConnectToService(error))
-                closer->Send(R"({"command-target":"MAPI","command":"CloseVelmarTaskScheduler"})");
-            m_service->WaitForExit(10000);
-        }
+        StartService();
     }
 
     std::optional<std::string> Ask(const std::string& request, int timeoutMilliseconds = 10000) {
-        std::string reply;
-        if (!m_channel->Send(request) || !m_channel->Receive(reply, timeoutMilliseconds)) return std::nullopt;
-        return reply;
+        return Request(request, timeoutMilliseconds);
     }
-
-    std::string Activity() { return velmar::test::ReadSettledFile(m_dir / "activity.log"); }
-
-    velmar::test::CTempDir m_dir;
-    std::optional<velmar::test::CServiceProcess> m_service;
-    std::unique_ptr<IClientChannel> m_channel;
 };
 
 TEST_F(ServiceEndToEnd, TwoRequestsOnOneConnectionAreAnsweredInOrder) {
@@ -100,13 +73,14 @@ TEST_F(ServiceEndToEnd, OnlyKnownCommandsForMapiAreAnswered) {
           R"({"command-target":"mapi","command":"IsMAPIDllInitialized"})",
           R"({"command-target":"MAPI","command":"Bogus"})", R"({"command-target":"MAPI","command":""})",
           R"({"command-target":"MAPI"})", R"({"command-target":"MAPI","command":"closevelmartaskscheduler"})",
-          "not json at all"}) {
+          R"({"command-target":"MAPI","command":"openemail"})", "not json at all"}) {
         EXPECT_FALSE(Ask(ignored, 300).has_value()) << ignored;
     }
     EXPECT_EQ(Ask(kAskMapi), Reply(kMapiWorks ? "OK" : "FAILED")) << "the connection is still served";
     const std::string activity = Activity();
     EXPECT_NE(activity.find("-> IsMAPIDllInitialized"), std::string::npos);
-    EXPECT_EQ(activity.find("-> closevelmartaskscheduler"), std::string::npos);
+    for (const char* line : {"-> Bogus", "-> closevelmartaskscheduler", "-> openemail", "-> \n"})
+        EXPECT_EQ(activity.find(line), std::string::npos) << line;
 }
 
 TEST_F(ServiceEndToEnd, SessionAndStoreCommands) {

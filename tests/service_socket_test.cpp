@@ -17,9 +17,9 @@
 #include <optional>
 #include <thread>
 
-#include "tests/ProcessStatus.h"
-#include "tests/ServiceProcess.h"
-#include "tests/TestFiles.h"
+#include "harness/ProcessStatus.h"
+#include "harness/ServiceProcess.h"
+#include "harness/TestFiles.h"
 
 namespace {
 
@@ -211,7 +211,8 @@ TEST_F(ServiceSocket, AnOutputNobodyReadsHoldsUpNothing) {
 
 TEST_F(ServiceSocket, OnlyASocketOfOursIsReplacedAtStart) {
     velmar::test::WriteFile(Socket(), "a file of the user's own, not a socket");
-    velmar::test::CServiceProcess refused(VELMAR_SERVICE_PROGRAM, {"--headless"}, (m_dir / "refused.log").string());
+    velmar::test::CServiceProcess refused(VELMAR_SERVICE_PROGRAM, {"--headless"},
+                                          (m_dir / "refused.log").string());
     EXPECT_EQ(refused.WaitForExit(10000), 1);
     EXPECT_EQ(velmar::test::ReadFile(Socket()), "a file of the user's own, not a socket") << "the file stays";
     EXPECT_NE(velmar::test::ReadSettledFile(m_dir / "refused.log")
@@ -253,7 +254,8 @@ TEST_F(ServiceSocket, ConnectionsPastTheLimitAreRefusedWithALine) {
 
 TEST_F(ServiceSocket, SecondCopyIsRefusedAndStaleSocketsReplaced) {
     Start();
-    velmar::test::CServiceProcess second(VELMAR_SERVICE_PROGRAM, {"--headless"}, (m_dir / "second.log").string());
+    velmar::test::CServiceProcess second(VELMAR_SERVICE_PROGRAM, {"--headless"},
+                                         (m_dir / "second.log").string());
     EXPECT_EQ(second.WaitForExit(10000), 1) << "a running copy keeps its socket";
     CRawSocket stillServed(Socket());
     ASSERT_TRUE(stillServed.Send(kAsk));

@@ -16,10 +16,10 @@
 #include <string>
 #include <vector>
 
+#include "harness/SmtpTestServer.h"
+#include "harness/TestFiles.h"
 #include "mapi/spool/SmtpSettings.h"
 #include "mapi/spool/SmtpSubmission.h"
-#include "tests/SmtpTestServer.h"
-#include "tests/TestFiles.h"
 
 namespace {
 

@@ -6,10 +6,10 @@
 
 #include <filesystem>
 
+#include "harness/TestFiles.h"
 #include "mapi/spool/DeliveryReport.h"
 #include "mapi/spool/QueuedMessage.h"
 #include "mapi/spool/SendmailDelivery.h"
-#include "tests/TestFiles.h"
 
 namespace {
 

@@ -3,11 +3,11 @@
 #include <string>
 #include <vector>
 
+#include "harness/TestFiles.h"
 #include "support/FileBytes.h"
 #include "support/NumberText.h"
 #include "support/PrintJobChannel.h"
 #include "support/Utf8.h"
-#include "tests/TestFiles.h"
 
 namespace {
 

@@ -8,15 +8,14 @@
 #include <regex>
 #include <sstream>
 
-#include "tests/ServiceProcess.h"
-#include "tests/TestFiles.h"
-#include "tests/XDesktop.h"
-#include "tools/ClientChannel.h"
+#include "harness/XDesktop.h"
+#include "tests/ServiceFixture.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using velmar::test::CXDesktop;
+using velmar::test::WaitFor;
 
 struct CXWindow {
     std::string id;
@@ -24,38 +23,28 @@ struct CXWindow {
     bool viewable = false;
 };
 
-class WindowTest : public ::testing::Test {
+class WindowTest : public velmar::test::CServiceTest {
 protected:
+    void SetUp() override {
+        CServiceTest::SetUp();
+        UseOwnHome();
+    }
+    // The program with its window on a private X desktop, with a tray or without.
     void StartProgram(bool withTray) {
-        m_desktop.emplace(withTray);
-        ASSERT_TRUE(m_desktop->Ready()) << "Xvfb did not start";
-        velmar::test::SetEnvironment("HOME", (m_dir / "home").string());
-        velmar::test::SetEnvironment("XDG_CONFIG_HOME", (m_dir / "home/config").string());
-        velmar::test::SetEnvironment("XDG_DATA_HOME", (m_dir / "home/data").string());
-        velmar::test::SetEnvironment("VELMAR_PIPE", (m_dir / "service.sock").string());
-        unsetenv("VELMAR_MAPI_PROFILES");
-        m_program.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{},
-                          (m_dir / "program.log").string());
-        std::string error;
-        for (int attempt = 0; attempt < 200 && !m_channel; ++attempt) {
-            m_channel = velmar::tools::ConnectToService(error);
-            if (!m_channel) std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        ASSERT_TRUE(m_channel) << error;
+        StartDesktop(withTray);
+        StartService({}, "program.log");
         ASSERT_TRUE(WaitFor([&] { return MainWindow().has_value(); })) << "no main window";
     }
-
-    void TearDown() override {
-        if (m_program && !m_program->WaitForExit(0)) m_program->Signal(SIGTERM);
-        if (m_program) m_program->WaitForExit(10000);
+    void StartDesktop(bool withTray) {
+        m_desktop.emplace(withTray);
+        ASSERT_TRUE(m_desktop->Ready()) << "Xvfb did not start";
     }
 
     std::string Ask(const std::string& command) {
-        std::string reply;
-        if (!m_channel->Send(R"({"command-target":"MAPI","command":")" + command + "\"}") ||
-            !m_channel->Receive(reply, 20000))
-            ADD_FAILURE() << "no reply to " << command;
-        return reply;
+        const std::optional<std::string> reply =
+            Request(R"({"command-target":"MAPI","command":")" + command + "\"}", 20000);
+        if (!reply) ADD_FAILURE() << "no reply to " << command;
+        return reply.value_or("");
     }
 
     // The windows of a name anywhere in the tree (the tray icon lives inside the tray's panel), Qt's hidden
@@ -89,14 +78,6 @@ protected:
         return std::nullopt;
     }
 
-    bool WaitFor(const std::function<bool()>& condition) {
-        for (int i = 0; i < 200; ++i) {
-            if (condition()) return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        return false;
-    }
-
     void ClickAt(int x, int y, int button = 1) {
         m_desktop->Run("xdotool mousemove " + std::to_string(x) + " " + std::to_string(y) + " click " +
                        std::to_string(button));
@@ -113,10 +94,7 @@ protected:
 
     std::string Clipboard() { return m_desktop->Run("xclip -o -selection clipboard"); }
 
-    velmar::test::CTempDir m_dir;
     std::optional<CXDesktop> m_desktop;
-    std::optional<velmar::test::CServiceProcess> m_program;
-    std::unique_ptr<velmar::tools::IClientChannel> m_channel;
 };
 
 const fs::path kScreenshots = fs::path(VELMAR_BUILD_DIR) / "screenshots";
@@ -160,7 +138,7 @@ TEST_F(WindowTest, LivesInTheTrayShowsEveryRequestCopiesClearsAndClosesByRequest
 
     // Closed by request: the client has its "OK" first, then the program ends.
     EXPECT_NE(Ask("CloseVelmarTaskScheduler").find("\"OK\""), std::string::npos);
-    EXPECT_EQ(m_program->WaitForExit(10000), 0);
+    EXPECT_EQ(m_service->WaitForExit(10000), 0);
 }
 
 TEST_F(WindowTest, AboutBoxFromTheTrayMenuAndClosedBySignal) {
@@ -180,8 +158,8 @@ TEST_F(WindowTest, AboutBoxFromTheTrayMenuAndClosedBySignal) {
     EXPECT_TRUE(WaitFor([&] { return ProgramWindows("Info über VelmarTaskScheduler").empty(); }));
     // Closing the about box does not end the program; a stop signal closes the window and does.
     EXPECT_NE(Ask("IsMAPIDllInitialized").find("\"OK\""), std::string::npos);
-    ASSERT_TRUE(m_program->Signal(SIGTERM));
-    EXPECT_EQ(m_program->WaitForExit(10000), 0);
+    ASSERT_TRUE(m_service->Signal(SIGTERM));
+    EXPECT_EQ(m_service->WaitForExit(10000), 0);
 }
 
 TEST_F(WindowTest, WithoutATrayStartsMinimisedToTheTaskBar) {
@@ -198,7 +176,7 @@ TEST_F(WindowTest, WithoutATrayStartsMinimisedToTheTaskBar) {
     EXPECT_EQ(ProgramWindows().size(), 1u) << "a box came up";
     m_desktop->Screenshot(kScreenshots / "linux-window-without-tray.png");
     EXPECT_NE(Ask("CloseVelmarTaskScheduler").find("\"OK\""), std::string::npos);
-    EXPECT_EQ(m_program->WaitForExit(10000), 0);
+    EXPECT_EQ(m_service->WaitForExit(10000), 0);
 }
 
 TEST_F(WindowTest, ClosedByRequestWhileManyClientsKeepItBusy) {
@@ -221,7 +199,7 @@ TEST_F(WindowTest, ClosedByRequestWhileManyClientsKeepItBusy) {
     }
     ASSERT_TRUE(WaitFor([&] { return answered > 500; }));
     EXPECT_NE(Ask("CloseVelmarTaskScheduler").find("\"OK\""), std::string::npos);
-    EXPECT_EQ(m_program->WaitForExit(20000), 0) << "the program hangs while closing under load";
+    EXPECT_EQ(m_service->WaitForExit(20000), 0) << "the program hangs while closing under load";
     stop = true;
     for (auto& client : clients) client.join();
 }
@@ -229,11 +207,9 @@ TEST_F(WindowTest, ClosedByRequestWhileManyClientsKeepItBusy) {
 TEST_F(WindowTest, AWindowWithoutAServiceWhenTheSocketCannotBeOffered) {
     // Something else lies where the socket would go: the service cannot start, the window stays and says why.
     velmar::test::WriteFile(m_dir / "taken", "not a socket");
-    m_desktop.emplace(true);
-    ASSERT_TRUE(m_desktop->Ready());
+    StartDesktop(true);
     velmar::test::SetEnvironment("VELMAR_PIPE", (m_dir / "taken").string());
-    velmar::test::SetEnvironment("XDG_DATA_HOME", (m_dir / "home/data").string());
-    m_program.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{}, (m_dir / "program.log").string());
+    m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{}, (m_dir / "program.log").string());
     ASSERT_TRUE(WaitFor([&] { return TrayIcon().has_value(); })) << "no window in the tray";
     const CXWindow icon = *TrayIcon();
     ClickAt(icon.x + icon.width / 2, icon.y + icon.height / 2);
@@ -244,30 +220,20 @@ TEST_F(WindowTest, AWindowWithoutAServiceWhenTheSocketCannotBeOffered) {
         copied = Clipboard();
         return copied.find("Am Ort des Sockets liegt schon etwas anderes: ") != std::string::npos;
     })) << copied;
-    EXPECT_FALSE(m_program->WaitForExit(0)) << "the window goes on without its service";
-    ASSERT_TRUE(m_program->Signal(SIGTERM));
-    EXPECT_EQ(m_program->WaitForExit(10000), 0);
+    EXPECT_FALSE(m_service->WaitForExit(0)) << "the window goes on without its service";
+    ASSERT_TRUE(m_service->Signal(SIGTERM));
+    EXPECT_EQ(m_service->WaitForExit(10000), 0);
 }
 
 TEST_F(WindowTest, ADisplayThatCannotBeReachedMeansHeadless) {
-    m_desktop.emplace(false);
-    ASSERT_TRUE(m_desktop->Ready());
+    StartDesktop(false);
     // A display nobody serves: the program must not die in Qt, but serve without a window.
     velmar::test::SetEnvironment("DISPLAY", ":" + std::to_string(60000 + getpid() % 1000));
-    velmar::test::SetEnvironment("VELMAR_PIPE", (m_dir / "service.sock").string());
-    velmar::test::SetEnvironment("XDG_DATA_HOME", (m_dir / "home/data").string());
-    m_program.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{}, (m_dir / "program.log").string());
-    std::string error;
-    for (int attempt = 0; attempt < 200 && !m_channel; ++attempt) {
-        m_channel = velmar::tools::ConnectToService(error);
-        if (!m_channel) std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    ASSERT_TRUE(m_channel) << error;
+    StartService({}, "program.log");
     EXPECT_NE(Ask("CloseVelmarTaskScheduler").find("\"OK\""), std::string::npos);
-    EXPECT_EQ(m_program->WaitForExit(10000), 0);
+    EXPECT_EQ(m_service->WaitForExit(10000), 0);
     // Headless: the activity list went to standard output.
-    EXPECT_NE(velmar::test::ReadSettledFile(m_dir / "program.log").find("-> CloseVelmarTaskScheduler"),
-              std::string::npos);
+    EXPECT_NE(Activity().find("-> CloseVelmarTaskScheduler"), std::string::npos);
 }
 
 }  // namespace

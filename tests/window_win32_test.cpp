@@ -15,8 +15,8 @@
 #include "app/WindowTexts.h"
 #include "app/win32/VelmarTaskSchedulerDlg.h"
 #include "app/win32/resource.h"
+#include "harness/ServiceProcess.h"
 #include "support/PrintJobChannel.h"
-#include "tests/ServiceProcess.h"
 #include "tools/ClientChannel.h"
 
 namespace {

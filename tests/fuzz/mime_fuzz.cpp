@@ -17,6 +17,7 @@
 #include <string_view>
 #include <vector>
 
+#include "harness/TestFiles.h"
 #include "mapi/mime/AddressList.h"
 #include "mapi/mime/EncodedWords.h"
 #include "mapi/mime/HeaderText.h"
@@ -234,19 +235,6 @@ void AppendUtf8Char(std::string& out, char32_t c) {
     velmar::AppendUtf8(out, c);
 }
 
-std::string EncodeB(std::string_view bytes) {
-    static constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string text;
-    for (size_t i = 0; i < bytes.size(); i += 3) {
-        const size_t count = std::min<size_t>(3, bytes.size() - i);
-        unsigned group = 0;
-        for (size_t k = 0; k < 3; ++k)
-            group = (group << 8) | (k < count ? static_cast<unsigned char>(bytes[i + k]) : 0u);
-        for (size_t k = 0; k < 4; ++k) text += k <= count ? kDigits[(group >> (18 - 6 * k)) & 63] : '=';
-    }
-    return text;
-}
-
 std::string EncodeQ(std::string_view bytes, CInput& input) {
     static constexpr char kHex[] = "0123456789ABCDEF0123456789abcdef";
     std::string text;
@@ -329,7 +317,9 @@ void BuildHeaderText(CInput& input, std::string& header, std::string& expected) 
             at = end;
             if (!header.empty()) header += (w > 0 && (input.Next() & 1)) ? "" : separator;
             header += "=?" + charset +
-                      ((input.Next() & 1) ? "?B?" + EncodeB(piece) : "?Q?" + EncodeQ(piece, input)) + "?=";
+                      ((input.Next() & 1) ? "?B?" + velmar::test::Base64(piece, false)
+                                          : "?Q?" + EncodeQ(piece, input)) +
+                      "?=";
         }
         lastWasEncoded = true;
     }

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -65,6 +66,26 @@ public:
         while ((got = fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, got);
         pclose(pipe);
         return output;
+    }
+
+    // The id of the one visible window with exactly this title, once there is one; empty when none came in
+    // tenths tenths of a second.
+    std::string WaitForWindow(const std::string& title, int tenths = 300) const {
+        for (int i = 0; i < tenths; ++i) {
+            std::istringstream ids(Run("xdotool search --onlyvisible --name '^" + title + "$'"));
+            std::string id;
+            if (ids >> id) return id;
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        return {};
+    }
+    // Whether no visible window of this title is left within 20 s.
+    bool WaitUntilGone(const std::string& title) const {
+        for (int i = 0; i < 200; ++i) {
+            if (Run("xdotool search --onlyvisible --name '^" + title + "$'").empty()) return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        return false;
     }
 
     // Saves the whole screen as a PNG, for a person to look at.

@@ -1,7 +1,7 @@
 #include <windows.h>
 
+#include "harness/ServiceProcess.h"
 #include "support/Utf8.h"
-#include "tests/ServiceProcess.h"
 
 namespace velmar::test {
 

@@ -15,9 +15,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/FreePort.h"
-#include "tests/ShellCommand.h"
-#include "tests/TestFiles.h"
+#include "harness/FreePort.h"
+#include "harness/ShellCommand.h"
+#include "harness/TestFiles.h"
 
 namespace velmar::test {
 

@@ -71,8 +71,9 @@ inline size_t CountOf(std::string_view text, std::string_view needle) {
     return count;
 }
 
-// Base64 in lines of 76 characters, as a MIME part carries it.
-inline std::string Base64(std::string_view bytes) {
+// Base64 in lines of 76 characters, as a MIME part carries it; in one line (an encoded word) when not
+// wrapped.
+inline std::string Base64(std::string_view bytes, bool wrapped = true) {
     static constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string text;
     for (size_t i = 0; i < bytes.size(); i += 3) {
@@ -81,7 +82,7 @@ inline std::string Base64(std::string_view bytes) {
         for (size_t k = 0; k < 3; ++k)
             group = (group << 8) | (k < count ? static_cast<unsigned char>(bytes[i + k]) : 0u);
         for (size_t k = 0; k < 4; ++k) text += k <= count ? kDigits[(group >> (18 - 6 * k)) & 63] : '=';
-        if ((i / 3 + 1) % 19 == 0) text += '\n';
+        if (wrapped && (i / 3 + 1) % 19 == 0) text += '\n';
     }
     return text;
 }

@@ -25,10 +25,10 @@
 #include <thread>
 #include <vector>
 
+#include "harness/FreePort.h"
+#include "harness/TestFiles.h"
 #include "json/CkJsonArray.h"
 #include "json/CkJsonObject.h"
-#include "tests/FreePort.h"
-#include "tests/TestFiles.h"
 
 extern char** environ;
 

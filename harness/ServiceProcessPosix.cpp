@@ -6,7 +6,7 @@
 #include <chrono>
 #include <thread>
 
-#include "tests/ServiceProcess.h"
+#include "harness/ServiceProcess.h"
 
 namespace velmar::test {
 
