@@ -13,9 +13,8 @@
 #include "mapi/provider/MaildirWriter.h"
 #include "mapi/spool/DeliveryReport.h"
 #include "mapi/spool/QueuedMessage.h"
+#include "mapi/spool/RemoteDelivery.h"
 #include "mapi/spool/SendmailDelivery.h"
-#include "mapi/spool/SmtpSettings.h"
-#include "mapi/spool/SmtpSubmission.h"
 #include "support/FileBytes.h"
 #include "support/FileDescriptor.h"
 #include "support/Utf8.h"
@@ -69,67 +68,12 @@ const CStoreConfig* StoreOwnedBy(const CProfile& profile, const std::string& add
     return nullptr;
 }
 
-CSmtpSettings SmtpSettingsOf(const CProfile& profile) {
-    CSmtpSettings settings;
-    for (const auto& [key, value] : profile.settings)
-        ApplySmtpSetting(settings, WideToUtf8(key), WideToUtf8(value));
-    return settings;
-}
-
-struct CRemoteResult {
-    std::vector<std::string> accepted;
-    std::vector<CFailedRecipient> refused;  // for good
-    std::string problem;                    // why the others wait; empty when none do
-};
-
 CRemoteResult SendRemote(const CProfile& profile, const std::string& from,
                          const std::vector<std::string>& recipients, const std::string& bytes,
                          const std::atomic<bool>& cancel) {
+    for (const IRemoteDelivery* way : {&SmtpDelivery(), &SendmailDelivery()})
+        if (way->Available(profile)) return way->Deliver(profile, from, recipients, bytes, cancel);
     CRemoteResult result;
-    const CSmtpSettings settings = SmtpSettingsOf(profile);
-    if (!settings.url.empty()) {
-        std::string error;
-        const std::optional<std::string> password = ResolveSmtpPassword(settings, ProfilesFilePath(), error);
-        if (!password) {
-            result.problem = "SMTP password: " + error;
-            return result;
-        }
-        const CSmtpResult sent = SubmitBySmtp(settings, *password, from, recipients, ToCrlf(bytes), &cancel);
-        if (sent.outcome == SmtpOutcome::Permanent) {
-            for (const std::string& recipient : recipients) {
-                const auto own =
-                    std::find_if(sent.recipients.begin(), sent.recipients.end(),
-                                 [&](const CRecipientReply& r) { return r.address == recipient; });
-                const bool ownWords = own != sent.recipients.end() && IsPermanentRefusal(own->code);
-                result.refused.push_back(
-                    {recipient,
-                     ownWords ? std::to_string(own->code) + " " + own->text
-                              : (sent.code ? std::to_string(sent.code) + " " : std::string()) + sent.text});
-            }
-            return result;
-        }
-        for (const CRecipientReply& reply : sent.recipients) {
-            if (IsPermanentRefusal(reply.code))
-                result.refused.push_back({reply.address, std::to_string(reply.code) + " " + reply.text});
-            else if (reply.code >= 200 && reply.code < 300 && sent.outcome == SmtpOutcome::Accepted)
-                result.accepted.push_back(reply.address);
-        }
-        if (result.accepted.size() + result.refused.size() < recipients.size())
-            result.problem =
-                "SMTP " + (sent.code ? std::to_string(sent.code) + " " : std::string()) + sent.text;
-        return result;
-    }
-    if (SendmailAvailable()) {
-        const CSendmailResult sent = SubmitBySendmail(from, recipients, bytes);
-        if (sent.outcome == DeliveryOutcome::Accepted) {
-            result.accepted = recipients;
-        } else if (sent.outcome == DeliveryOutcome::Permanent) {
-            for (const std::string& recipient : recipients) result.refused.push_back({recipient, sent.text});
-        } else {
-            result.problem = sent.text;
-        }
-        return result;
-    }
     result.problem = "no SMTP server (smtp.url in the profile file) and no " + std::string(kSendmailProgram) +
                      ": the message stays queued";
     return result;

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "mapi/spool/RemoteDelivery.h"
 #include "support/FileDescriptor.h"
 #include "support/PipeSignalGuard.h"
 
@@ -111,6 +112,36 @@ CSendmailResult SubmitBySendmail(const std::string& from, const std::vector<std:
         result.text = std::string(program) + " was stopped by a signal";
     }
     return result;
+}
+
+namespace {
+
+class CSendmailDelivery final : public IRemoteDelivery {
+public:
+    bool Available(const CProfile&) const override { return SendmailAvailable(); }
+
+    // The program's verdict is one for all the recipients.
+    CRemoteResult Deliver(const CProfile&, const std::string& from,
+                          const std::vector<std::string>& recipients, const std::string& message,
+                          const std::atomic<bool>&) const override {
+        CRemoteResult result;
+        const CSendmailResult sent = SubmitBySendmail(from, recipients, message);
+        if (sent.outcome == DeliveryOutcome::Accepted) {
+            result.accepted = recipients;
+        } else if (sent.outcome == DeliveryOutcome::Permanent) {
+            for (const std::string& recipient : recipients) result.refused.push_back({recipient, sent.text});
+        } else {
+            result.problem = sent.text;
+        }
+        return result;
+    }
+};
+
+}  // namespace
+
+const IRemoteDelivery& SendmailDelivery() {
+    static const CSendmailDelivery delivery;
+    return delivery;
 }
 
 }  // namespace velmar::mapi
