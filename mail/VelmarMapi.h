@@ -199,7 +199,7 @@ private:
     void FetchAttachments(LPMESSAGE lpMessage, EMailData* pEmailData);
     void FetchBody(LPMESSAGE lpMessage, EMailData* pEmailData);
     void PrepareEmbeddedImages(LPMESSAGE lpMessage, EMailData* pEmailData);
-    // Deliberate: "1" beside OpenAttachment2, the names the callers know.
+    // Deliberate: "1" and "2" are the names of the two attachment openers, not a leftover numbering.
     // strFolder: where the file goes instead of the export folder (a request's own, ending in a separator);
     // empty for the export folder.
     std::wstring OpenAttachment1(LPMESSAGE lpMessage, ULONG ulAttachmentNum,
@@ -226,7 +226,7 @@ private:
     // The copies are written into strFolder, a folder of the forward's own (see OpenAttachment1).
     void CopyAttachments(LPMESSAGE lpSource, LPMESSAGE lpTarget, std::vector<AttachmentFileEntry>& copied,
                          const std::wstring& strFolder);
-    // Deliberate: spelt so beside AddAttachments, the name the callers know.
+    // Deliberate: spelt "Attachements", beside AddAttachments; the name is this operation's, not a typo.
     void AddAttachements(LPMESSAGE lpTarget, const EMailData& source, LPMESSAGE lpSource,
                          std::vector<AttachmentFileEntry>& copied, const std::wstring& strFolder);
 
