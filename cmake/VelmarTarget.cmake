@@ -40,3 +40,21 @@ function(velmar_platform_sources out)
     endforeach()
     set(${out} ${result} PARENT_SCOPE)
 endfunction()
+
+# velmar_layer_check(library...): each library linked alone, whole, with only what it declares below it,
+# so that a reference the wrong way (or to a library it does not declare) is an undefined symbol and fails
+# the build. Plain POSIX builds only: sanitizer runtimes live in the programs.
+function(velmar_layer_check)
+    if(WIN32 OR VELMAR_FUZZ OR VELMAR_SANITIZE OR VELMAR_TSAN)
+        return()
+    endif()
+    set(empty ${CMAKE_BINARY_DIR}/layer_alone.cpp)
+    if(NOT EXISTS ${empty})
+        file(WRITE ${empty} "")
+    endif()
+    foreach(layer IN LISTS ARGN)
+        add_library(${layer}_alone SHARED ${empty})
+        target_link_libraries(${layer}_alone PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE,${layer}>")
+        target_link_options(${layer}_alone PRIVATE -Wl,--no-undefined)
+    endforeach()
+endfunction()
