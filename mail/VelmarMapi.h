@@ -262,6 +262,9 @@ private:
     };
     // This thread's outbox; null when none is open. Only its own thread makes, uses or removes its entry.
     COutbox* ThreadOutbox();
+    // This thread's outbox with its folder, opened first (traced "OpenOutbox") when it is not; null when it
+    // cannot be.
+    const COutbox* OpenedOutbox(const velmar::mail::CTraceScope& trace);
     // The session of this thread's send: its outbox's once open, else the session.
     IMAPISession* SendSession();
     std::mutex m_outboxLock;

@@ -103,6 +103,15 @@ void CVelmarMapi::OpenOutbox() {
     trace.Step(L"MAPIFreeBuffer end");
 }
 
+const CVelmarMapi::COutbox* CVelmarMapi::OpenedOutbox(const CTraceScope& trace) {
+    const COutbox* outbox = ThreadOutbox();
+    if (outbox && outbox->lpFolder) return outbox;
+    trace.Step(L"OpenOutbox");
+    OpenOutbox();
+    outbox = ThreadOutbox();
+    return outbox && outbox->lpFolder ? outbox : nullptr;
+}
+
 void CVelmarMapi::CloseOutbox() {
     const CTraceScope trace(*this, L"CVelmarMapi::CloseOutbox");
     COutbox closed;
@@ -304,15 +313,10 @@ HRESULT CVelmarMapi::SendMail(const std::wstring& strSubject, const std::wstring
         bOutlookForceSend ? L"start bOutlookForceSend = true" : L"start bOutlookForceSend = false");
     HRESULT result = S_OK;
     [&] {
-        const COutbox* outbox = ThreadOutbox();
-        if (!outbox || !outbox->lpFolder) {
-            trace.Step(L"OpenOutbox");
-            OpenOutbox();
-            outbox = ThreadOutbox();
-            if (!outbox || !outbox->lpFolder) {
-                result = MAPI_E_NOT_FOUND;
-                return;
-            }
+        const COutbox* outbox = OpenedOutbox(trace);
+        if (!outbox) {
+            result = MAPI_E_NOT_FOUND;
+            return;
         }
         // From here on the send works on its outbox and its message alone: other requests go on meanwhile,
         // however many recipients, large files or a slow server it has.

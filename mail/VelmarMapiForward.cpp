@@ -33,13 +33,8 @@ ULONG CVelmarMapi::ForwardMail(const std::wstring& strMessageId, const std::wstr
     MapiBufferPtr<SPropValue> sentItems;
     CComPtr<IMessage> message;
     [&] {
-        const COutbox* outbox = ThreadOutbox();
-        if (!outbox || !outbox->lpFolder) {
-            trace.Step(L"OpenOutbox");
-            OpenOutbox();
-            outbox = ThreadOutbox();
-            if (!outbox || !outbox->lpFolder) return;
-        }
+        const COutbox* outbox = OpenedOutbox(trace);
+        if (!outbox) return;
         // From here on the forward works on its source, its outbox and its message alone: other requests go
         // on meanwhile.
         const CSessionLockGap gap(*this);
