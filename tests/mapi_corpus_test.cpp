@@ -61,33 +61,25 @@ protected:
         ASSERT_EQ(m_session->OpenMsgStore(0, id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb),
                                           nullptr, MAPI_BEST_ACCESS, m_store.Put()),
                   S_OK);
-        ULONG type = 0;
-        LPUNKNOWN inbox = nullptr;
-        ASSERT_EQ(m_store->OpenEntry(0, nullptr, nullptr, 0, &type, &inbox), S_OK);
-        m_inbox.Reset(static_cast<IMAPIFolder*>(inbox));
+        m_inbox = velmar::test::OpenEntryAs<IMAPIFolder>(m_store.get(), 0, nullptr, 0);
+        ASSERT_TRUE(m_inbox);
     }
 
     CComPtr<IMessage> OpenRow(const SRow& row) {
         const SPropValue* id = PpropFindProp(row.lpProps, row.cValues, PR_ENTRYID);
-        ULONG type = 0;
-        LPUNKNOWN message = nullptr;
-        EXPECT_EQ(m_store->OpenEntry(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb),
-                                     nullptr, 0, &type, &message),
-                  S_OK);
-        return CComPtr<IMessage>(static_cast<IMessage*>(message));
+        CComPtr<IMessage> message =
+            velmar::test::OpenEntryAs<IMessage>(m_store.get(), id->Value.bin.cb, id->Value.bin.lpb, 0);
+        EXPECT_TRUE(message);
+        return message;
     }
 
     CComPtr<IMessage> ByMessageId(const char* messageId) {
         CComPtr<IMAPITable> table;
         EXPECT_EQ(m_inbox->GetContentsTable(0, table.Put()), S_OK);
-        SPropValue value{};
-        value.ulPropTag = PR_INTERNET_MESSAGE_ID_A;
-        value.Value.lpszA = const_cast<LPSTR>(messageId);
-        SRestriction restriction{};
-        restriction.rt = RES_PROPERTY;
-        restriction.res.resProperty = {RELOP_EQ, PR_INTERNET_MESSAGE_ID_A, &value};
         CRowsHolder rows;
-        EXPECT_EQ(HrQueryAllRows(table.get(), nullptr, &restriction, nullptr, 0, &rows.rows), S_OK);
+        EXPECT_EQ(HrQueryAllRows(table.get(), nullptr, velmar::test::CMessageIdRestriction(messageId).Get(),
+                                 nullptr, 0, &rows.rows),
+                  S_OK);
         if (!rows.rows || rows.rows->cRows != 1) return CComPtr<IMessage>();
         return OpenRow(rows.rows->aRow[0]);
     }

@@ -25,19 +25,15 @@ TEST_F(MapiProvider, MessageRenamedAfterTheTableWasReadStillHasItsContent) {
     Deliver(m_mainPath, "1700000070.M1P1.host", kRichMessage);
     BackdateFolder(m_mainPath);
 
-    CComPtr<IMAPITable> table;
-    ASSERT_EQ(inbox->GetContentsTable(0, table.Put()), S_OK);
-    CRowsHolder rows;
-    ASSERT_EQ(table->QueryRows(1, 0, &rows.rows), S_OK);
-    ASSERT_EQ(rows.rows->cRows, 1u);
-    const SPropValue* id = PpropFindProp(rows.rows->aRow[0].lpProps, rows.rows->aRow[0].cValues, PR_ENTRYID);
-    ASSERT_NE(id, nullptr);
+    const std::vector<CListedMessage> listed = Listing(inbox.get());
+    ASSERT_EQ(listed.size(), 1u);
+    ASSERT_FALSE(listed[0].entryId.empty());
 
     // A mail client takes the message to cur/ and marks it read, within the tick the index saw.
     fs::rename(m_mainPath / "new" / "1700000070.M1P1.host", m_mainPath / "cur" / "1700000070.M1P1.host:2,S");
     BackdateFolder(m_mainPath);
 
-    CComPtr<IMessage> message = OpenById(store.get(), RowBytes(rows.rows->aRow[0], PR_ENTRYID));
+    CComPtr<IMessage> message = OpenById(store.get(), listed[0].entryId);
     ASSERT_TRUE(message);
     EXPECT_EQ(WideProp(message.get(), PR_BODY_W), L"Gr\u00fc\u00dfe");
     EXPECT_EQ(LongProp(message.get(), PR_MESSAGE_FLAGS) & MSGFLAG_READ, static_cast<LONG>(MSGFLAG_READ));
@@ -231,14 +227,8 @@ TEST_F(MapiProvider, SymbolicLinksBelowAStoreAreNotFollowed) {
     ASSERT_EQ(HrQueryAllRows(hierarchy.get(), nullptr, nullptr, nullptr, 0, &folders.rows), S_OK);
     ASSERT_EQ(folders.rows->cRows, 1u);
     EXPECT_EQ(RowText(folders.rows->aRow[0], PR_DISPLAY_NAME_W), L"Outbox");
-    const std::vector<BYTE> sentId = BinaryProp(store.get(), PR_IPM_SENTMAIL_ENTRYID);
-    ULONG type = 0;
-    LPUNKNOWN object = nullptr;
-    ASSERT_EQ(store->OpenEntry(static_cast<ULONG>(sentId.size()),
-                               reinterpret_cast<LPENTRYID>(const_cast<BYTE*>(sentId.data())), nullptr, 0,
-                               &type, &object),
-              S_OK);
-    CComPtr<IMAPIFolder> sent(static_cast<IMAPIFolder*>(object));
+    CComPtr<IMAPIFolder> sent = StoreFolder(store.get(), PR_IPM_SENTMAIL_ENTRYID, 0);
+    ASSERT_TRUE(sent);
     EXPECT_TRUE(Listing(sent.get()).empty());
     EXPECT_EQ(LongProp(sent.get(), PR_CONTENT_COUNT), 0);
 }
@@ -345,19 +335,6 @@ TEST_F(MapiProvider, HeaderFieldsAreFoundAnywhereInALongHeaderBlock) {
 }  // namespace
 
 namespace {
-
-// Opens the store's folder whose entry id the store keeps in idTag.
-CComPtr<IMAPIFolder> StoreFolder(IMsgStore* store, ULONG idTag) {
-    LPSPropValue id = nullptr;
-    EXPECT_EQ(HrGetOneProp(store, idTag, &id), S_OK);
-    ULONG type = 0;
-    LPUNKNOWN folder = nullptr;
-    EXPECT_EQ(store->OpenEntry(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), nullptr,
-                               MAPI_MODIFY, &type, &folder),
-              S_OK);
-    MAPIFreeBuffer(id);
-    return CComPtr<IMAPIFolder>(static_cast<IMAPIFolder*>(folder));
-}
 
 size_t FilesIn(const fs::path& folder) {
     size_t count = 0;

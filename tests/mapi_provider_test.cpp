@@ -68,14 +68,9 @@ TEST_F(MapiProvider, StoreTableAndStores) {
     // The outbox named by the store opens as a folder.
     const std::vector<BYTE> outbox = BinaryProp(store.get(), PR_IPM_OUTBOX_ENTRYID);
     ASSERT_FALSE(outbox.empty());
-    ULONG type = 0;
-    LPUNKNOWN object = nullptr;
-    ASSERT_EQ(session->OpenEntry(static_cast<ULONG>(outbox.size()),
-                                 reinterpret_cast<LPENTRYID>(const_cast<BYTE*>(outbox.data())), nullptr,
-                                 MAPI_BEST_ACCESS, &type, &object),
-              S_OK);
-    CComPtr<IMAPIFolder> folder(static_cast<IMAPIFolder*>(object));
-    EXPECT_EQ(type, MAPI_FOLDER);
+    CComPtr<IMAPIFolder> folder =
+        OpenEntryAs<IMAPIFolder>(session.get(), outbox, MAPI_BEST_ACCESS, MAPI_FOLDER);
+    ASSERT_TRUE(folder);
     EXPECT_EQ(WideProp(folder.get(), PR_DISPLAY_NAME_W), L"Outbox");
 
     // Entry ids that are not ours, or cut short, are refused cleanly.

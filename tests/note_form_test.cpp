@@ -156,16 +156,8 @@ protected:
         m_session = Logon(L"Arbeit");
         m_store = OpenStore(m_session.get(), 0);
         m_inbox = Inbox(m_store.get());
-        LPSPropValue outboxId = nullptr;
-        ASSERT_EQ(HrGetOneProp(m_store.get(), PR_IPM_OUTBOX_ENTRYID, &outboxId), S_OK);
-        ULONG type = 0;
-        LPUNKNOWN outbox = nullptr;
-        ASSERT_EQ(
-            m_store->OpenEntry(outboxId->Value.bin.cb, reinterpret_cast<LPENTRYID>(outboxId->Value.bin.lpb),
-                               nullptr, MAPI_MODIFY, &type, &outbox),
-            S_OK);
-        MAPIFreeBuffer(outboxId);
-        m_outbox.Reset(static_cast<IMAPIFolder*>(outbox));
+        m_outbox = StoreFolder(m_store.get(), PR_IPM_OUTBOX_ENTRYID);
+        ASSERT_TRUE(m_outbox);
     }
     void TearDown() override {
         m_log.newMessages.clear();
@@ -238,11 +230,8 @@ protected:
         std::vector<std::wstring> names;
         for (ULONG r = 0; r < rows.rows->cRows; ++r) {
             const SRow& row = rows.rows->aRow[r];
-            const SPropValue* name = PpropFindProp(row.lpProps, row.cValues, PR_DISPLAY_NAME_W);
-            const SPropValue* address = PpropFindProp(row.lpProps, row.cValues, PR_EMAIL_ADDRESS_W);
             const SPropValue* type = PpropFindProp(row.lpProps, row.cValues, PR_RECIPIENT_TYPE);
-            names.push_back(std::wstring(name ? name->Value.lpszW : L"") + L"|" +
-                            (address ? address->Value.lpszW : L"") + L"|" +
+            names.push_back(RowText(row, PR_DISPLAY_NAME_W) + L"|" + RowText(row, PR_EMAIL_ADDRESS_W) + L"|" +
                             std::to_wstring(type ? type->Value.l : -1));
         }
         return names;
@@ -265,14 +254,8 @@ protected:
             CComPtr<IAttach> attach;
             EXPECT_EQ(message->OpenAttach(static_cast<ULONG>(number->Value.l), nullptr, 0, attach.Put()),
                       S_OK);
-            LPUNKNOWN opened = nullptr;
-            EXPECT_EQ(attach->OpenProperty(PR_ATTACH_DATA_BIN, &IID_IStream, STGM_READ, 0, &opened), S_OK);
-            CComPtr<IStream> stream(static_cast<IStream*>(opened));
-            std::string bytes(4096, '\0');
-            ULONG read = 0;
-            EXPECT_EQ(stream->Read(bytes.data(), static_cast<ULONG>(bytes.size()), &read), S_OK);
-            bytes.resize(read);
-            attachments.push_back({name ? name->Value.lpszW : L"", bytes});
+            attachments.push_back(
+                {name ? name->Value.lpszW : L"", StreamProp(attach.get(), PR_ATTACH_DATA_BIN)});
         }
         return attachments;
     }
@@ -322,14 +305,8 @@ TEST_F(NoteFormTest, ReadFormShowsTheMessageSafelyForwardsItsAttachmentAndDelete
     EXPECT_TRUE(Fields(forward).at(0)->text().isEmpty()) << "a forward is addressed by the user";
     m_log.newSites[0]->SaveMessage();
     IMessage* draft = m_log.newMessages.at(0).get();
-    LPSPropValue subject = nullptr;
-    ASSERT_EQ(HrGetOneProp(draft, PR_SUBJECT_W, &subject), S_OK);
-    EXPECT_EQ(std::wstring(subject->Value.lpszW), L"WG: Grüße aus Köln");
-    MAPIFreeBuffer(subject);
-    LPSPropValue text = nullptr;
-    ASSERT_EQ(HrGetOneProp(draft, PR_BODY_W, &text), S_OK);
-    const std::wstring bodyText = text->Value.lpszW;
-    MAPIFreeBuffer(text);
+    EXPECT_EQ(WideProp(draft, PR_SUBJECT_W), L"WG: Grüße aus Köln");
+    const std::wstring bodyText = WideProp(draft, PR_BODY_W);
     EXPECT_NE(bodyText.find(L"-----Ursprüngliche Nachricht-----"), std::wstring::npos) << bodyText;
     EXPECT_NE(bodyText.find(L"Betreff: Grüße aus Köln"), std::wstring::npos) << bodyText;
     const std::vector<CAttachmentInfo> carried = Attachments(draft);
@@ -372,9 +349,7 @@ TEST_F(NoteFormTest, AForwardedAttachmentsNameStaysInsideItsField) {
     ASSERT_TRUE(ProcessUntil([&] { return (forward = Window("WG: Anlage")); }));
     m_log.newSites.at(0)->SaveMessage();
     IMessage* draft = m_log.newMessages.at(0).get();
-    LPSPropValue entryId = nullptr;  // asked for, the saved draft is written
-    ASSERT_EQ(HrGetOneProp(draft, PR_ENTRYID, &entryId), S_OK);
-    MAPIFreeBuffer(entryId);
+    ASSERT_FALSE(BinaryProp(draft, PR_ENTRYID).empty());  // asked for, the saved draft is written
     std::vector<fs::path> files;
     for (const auto& entry : fs::directory_iterator(m_mainPath / ".Outbox" / "cur"))
         files.push_back(entry.path());
@@ -523,10 +498,7 @@ TEST_F(NoteFormTest, ClosingAChangedMessageAsksWhetherToSaveIt) {
     Button(window, QString::fromUtf8("S&chließen"))->click();
     ASSERT_TRUE(ProcessUntil([&] { return !Window("Termin"); }));
     EXPECT_EQ(m_log.saves, 1);
-    LPSPropValue text = nullptr;
-    ASSERT_EQ(HrGetOneProp(draft.get(), PR_BODY_W, &text), S_OK);
-    EXPECT_EQ(std::wstring(text->Value.lpszW), L"Morgen um neun.");
-    MAPIFreeBuffer(text);
+    EXPECT_EQ(WideProp(draft.get(), PR_BODY_W), L"Morgen um neun.");
 }
 
 TEST(NoteAnswers, RecipientsSubjectsAndTheQuotedOriginal) {
