@@ -226,10 +226,25 @@ inline MapiBuffer<SSortOrderSet> SortOrder(std::vector<SSortOrder> order, ULONG 
     return set;
 }
 
+// Each of the above on a held table.
+inline std::vector<LONG> QueryIds(const CComPtr<IMAPITable>& table, LONG count, ULONG flags = 0) {
+    return QueryIds(*table.get(), count, flags);
+}
+inline std::vector<LONG> ViewIds(const CComPtr<IMAPITable>& table) {
+    return ViewIds(*table.get());
+}
+inline std::vector<LONG> RestrictIds(const CComPtr<IMAPITable>& table, SRestriction restriction) {
+    return RestrictIds(*table.get(), restriction);
+}
+
 inline ULONG Position(IMAPITable& table) {
     ULONG row = 0, numerator = 0, denominator = 0;
     EXPECT_EQ(table.QueryPosition(&row, &numerator, &denominator), S_OK);
     return row;
+}
+
+inline ULONG Position(const CComPtr<IMAPITable>& table) {
+    return Position(*table.get());
 }
 
 using Ids = std::vector<LONG>;
