@@ -158,6 +158,29 @@ inline CComPtr<IMAPIFolder> StoreFolder(IMsgStore* store, ULONG idTag, ULONG fla
     return folder;
 }
 
+inline void SetWideProp(IMAPIProp* object, ULONG tag, const wchar_t* text) {
+    SPropValue value{};
+    value.ulPropTag = tag;
+    value.Value.lpszW = const_cast<LPWSTR>(text);
+    ASSERT_EQ(object->SetProps(1, &value, nullptr), S_OK);
+}
+
+// A message's recipient table, each row as "name|type|address".
+inline std::vector<std::wstring> RecipientRows(IMessage* message) {
+    CComPtr<IMAPITable> table;
+    EXPECT_EQ(message->GetRecipientTable(MAPI_UNICODE, table.Put()), S_OK);
+    CRowsHolder rows;
+    EXPECT_EQ(HrQueryAllRows(table.get(), nullptr, nullptr, nullptr, 0, &rows.rows), S_OK);
+    std::vector<std::wstring> lines;
+    for (ULONG r = 0; r < rows.rows->cRows; ++r) {
+        const SRow& row = rows.rows->aRow[r];
+        const SPropValue* type = PpropFindProp(row.lpProps, row.cValues, PR_RECIPIENT_TYPE);
+        lines.push_back(RowText(row, PR_DISPLAY_NAME_W) + L"|" + std::to_wstring(type ? type->Value.l : -1) +
+                        L"|" + RowText(row, PR_EMAIL_ADDRESS_W));
+    }
+    return lines;
+}
+
 // The bytes of a property opened as a stream (an attachment's PR_ATTACH_DATA_BIN, say); "<not opened>"
 // when it cannot be.
 inline std::string StreamProp(IMAPIProp* object, ULONG tag) {
