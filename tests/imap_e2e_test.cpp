@@ -256,10 +256,7 @@ TEST_P(ImapServers, SendingFromTheServersStoreFilesTheSentCopyOnTheServer) {
     EXPECT_STREQ(Ask(R"({"command-target":"MAPI","command":"SetMessageStore","data_string":"Firma"})")
                      ->StringOf("status"),
                  "OK");
-    CSendRequest request;
-    request.subject = "Von Firma an Eins";
-    request.body = "Ein Gruß.";
-    request.to = {"one@x"};
+    CSendRequest request{.subject = "Von Firma an Eins", .body = "Ein Gruß.", .to = {"one@x"}};
     ASSERT_STREQ(Send(request)->StringOf("status"), "OK") << Activity();
     ASSERT_EQ(WaitForMessages("one", "", 1).size(), 1u) << "delivered to the Maildir store's owner";
     for (int i = 0; i < 300 && m_server->Count("anna", "Sent", "Von Firma an Eins") == 0; ++i)
@@ -289,10 +286,7 @@ TEST_F(ImapServerRefusingFolders, TheInboxIsReadAndTheSentCopyWaits) {
     EXPECT_STREQ(Ask(R"({"command-target":"MAPI","command":"SetMessageStore","data_string":"Firma"})")
                      ->StringOf("status"),
                  "OK");
-    CSendRequest request;
-    request.subject = "Ohne Ordner";
-    request.to = {"one@x"};
-    request.forceSend = true;
+    CSendRequest request{.subject = "Ohne Ordner", .to = {"one@x"}, .forceSend = true};
     ASSERT_STREQ(Send(request)->StringOf("status"), "OK") << Activity();
     EXPECT_EQ(WaitForMessages("one", "", 1).size(), 1u) << "delivered all the same";
     EXPECT_NE(Activity().find("Firma: Ordner für gesendete Nachrichten fehlt auf dem Server und lässt sich "
@@ -321,9 +315,7 @@ TEST_F(ImapService, ATunnelWhoseServerSpeaksBeforeItsGreetingIsNeverLoggedInto) 
     Start();
     EXPECT_STREQ(DataOnceFound("<tunnel@example.org>", 1)->StringOf("subject"), "Durch den Tunnel")
         << Activity();
-    CSendRequest request;
-    request.to = {"one@x"};
-    request.forceSend = true;
+    CSendRequest request{.to = {"one@x"}, .forceSend = true};
     Send(request);
     EXPECT_NE(Activity().find("Firma: Hinweis des Servers: Wartung heute Nacht"), std::string::npos)
         << Activity();
@@ -342,10 +334,7 @@ TEST_P(ImapServers, AServerThatGoesAwayAndComesBack) {
 
     m_server->Stop();
     // The forced send and receive looks for the server and says what keeps the store from it.
-    CSendRequest request;
-    request.subject = "Nur ein Anstoß";
-    request.to = {"one@x"};
-    request.forceSend = true;
+    CSendRequest request{.subject = "Nur ein Anstoß", .to = {"one@x"}, .forceSend = true};
     Send(request);
     EXPECT_NE(Activity().find("Firma: Verbindung zu localhost:" + std::to_string(m_server->Port())),
               std::string::npos)
@@ -393,10 +382,7 @@ TEST_F(ImapService, AWrongPasswordFindsNothingAndSaysWhy) {
     WriteImapProfile("falsch");
     Start();
     EXPECT_STREQ(Data("<gruss@example.org>", 1)->StringOf("status"), "FAILED");
-    CSendRequest request;
-    request.subject = "Anstoß";
-    request.to = {"one@x"};
-    request.forceSend = true;
+    CSendRequest request{.subject = "Anstoß", .to = {"one@x"}, .forceSend = true};
     Send(request);
     EXPECT_NE(Activity().find("Firma: Anmeldung von anna an localhost:" + std::to_string(m_server->Port())),
               std::string::npos)
@@ -412,9 +398,7 @@ TEST_F(ImapService, ATunnelOfAProfileOthersMayChangeIsNeverRun) {
                   ran.string() + "'; " + m_server->Tunnel("anna") + "\nstore2.address = anna@example.org\n");
     fs::permissions(m_dir / "profiles.ini", fs::perms::all);
     Start();
-    CSendRequest request;
-    request.to = {"one@x"};
-    request.forceSend = true;
+    CSendRequest request{.to = {"one@x"}, .forceSend = true};
     Send(request);
     EXPECT_NE(Activity().find("Firma: imaptunnel is ignored: the profile file " +
                               (m_dir / "profiles.ini").string() + " may be changed by others"),

@@ -118,13 +118,13 @@ TEST_F(SendCommands, RecipientsByKindAttachmentsAndAMissingFile) {
     WriteProfile("contact1.name = Zweite Person\ncontact1.address = two@x\n");
     WriteFile(m_dir / "files" / "Bericht.pdf", std::string("%PDF-1.4\n\x00\x01\x02\xff binary", 20));
     Start();
-    CSendRequest request;
-    request.subject = "Anlagen";
-    request.body = "Siehe Anlage";
-    request.to = {"Zweite Person"};                // resolved from the profile's contacts
-    request.cc = {"Archiv Kopie <archive@x>"};     // an address with a name
-    request.bcc = {"one@x", "Niemand Bekanntes"};  // the second cannot be resolved
-    request.files = {(m_dir / "files" / "Bericht.pdf").string(), (m_dir / "files" / "fehlt.txt").string()};
+    CSendRequest request{
+        .subject = "Anlagen",
+        .body = "Siehe Anlage",
+        .to = {"Zweite Person"},                // resolved from the profile's contacts
+        .cc = {"Archiv Kopie <archive@x>"},     // an address with a name
+        .bcc = {"one@x", "Niemand Bekanntes"},  // the second cannot be resolved
+        .files = {(m_dir / "files" / "Bericht.pdf").string(), (m_dir / "files" / "fehlt.txt").string()}};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
 
     const auto toTwo = WaitForMessages("two", "", 1);
@@ -179,13 +179,12 @@ TEST_F(SendCommands, ForwardKeepsBodiesAndAttachmentsWithTheNoteOnTop) {
         "Content-Transfer-Encoding: base64\n\n" +
             velmar::test::Base64("Anlagenbytes\x01\x02") + "\n--b--\n");
     Start();
-    CSendRequest request;
-    request.command = "ForwardEmail";
-    request.messageId = "<fwd1@x>";
-    request.toEmailAddress = "one@x";
-    request.brandingSubject = "[Marke]";
-    request.sendNote = "Zeile eins\r\nZeile zwei";
-    request.to = {"two@x"};
+    CSendRequest request{.command = "ForwardEmail",
+                         .to = {"two@x"},
+                         .messageId = "<fwd1@x>",
+                         .toEmailAddress = "one@x",
+                         .brandingSubject = "[Marke]",
+                         .sendNote = "Zeile eins\r\nZeile zwei"};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
 
     const auto delivered = WaitForMessages("two", "", 1);
@@ -289,11 +288,8 @@ TEST_F(SendCommands, AForwardSendsItsOwnAttachmentWhateverAnotherClientExports) 
             ++exported;
         }
     });
-    CSendRequest request;
-    request.command = "ForwardEmail";
-    request.messageId = "<quelle@x>";
-    request.toEmailAddress = "one@x";
-    request.to = {"two@x"};
+    CSendRequest request{
+        .command = "ForwardEmail", .to = {"two@x"}, .messageId = "<quelle@x>", .toEmailAddress = "one@x"};
     // Forwards go on until ten of them and ten exports of the other client have run beside each other.
     constexpr int kAtLeast = 10;
     int forwards = 0;
@@ -323,12 +319,11 @@ TEST_F(SendCommands, ForwardSubjectRules) {
     } cases[] = {{"", "", " Alt"}, {"", "Marke", "Marke"}, {"Neu", "Marke", "Neu"}};
     size_t count = 0;
     for (const auto& rule : cases) {
-        CSendRequest request;
-        request.command = "ForwardEmail";
-        request.messageId = "<plain@x>";
-        request.subject = rule.subject;
-        request.brandingSubject = rule.branding;
-        request.to = {"two@x"};
+        CSendRequest request{.command = "ForwardEmail",
+                             .subject = rule.subject,
+                             .to = {"two@x"},
+                             .messageId = "<plain@x>",
+                             .brandingSubject = rule.branding};
         EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
         const auto delivered = WaitForMessages("two", "", ++count);
         ASSERT_EQ(delivered.size(), count);
@@ -361,12 +356,11 @@ TEST_F(SendCommands, ForwardOfAnRtfOnlySource) {
     ASSERT_STREQ(source->StringOf("status"), "OK");
     const std::string sourceBody = source->StringOf("body");
 
-    CSendRequest request;
-    request.command = "ForwardEmail";
-    request.messageId = "<rtf@x>";
-    request.subject = "Weiter";
-    request.sendNote = "Bitte lesen\r\n";
-    request.to = {"two@x"};
+    CSendRequest request{.command = "ForwardEmail",
+                         .subject = "Weiter",
+                         .to = {"two@x"},
+                         .messageId = "<rtf@x>",
+                         .sendNote = "Bitte lesen\r\n"};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
     const auto delivered = WaitForMessages("two", "", 1);
     ASSERT_EQ(delivered.size(), 1u) << Activity();
@@ -379,10 +373,7 @@ TEST_F(SendCommands, ForwardOfAnRtfOnlySource) {
 TEST_F(SendCommands, AnUnknownMessageIsNotForwarded) {
     WriteProfile("");
     Start();
-    CSendRequest request;
-    request.command = "ForwardEmail";
-    request.messageId = "<nicht-da@x>";
-    request.to = {"two@x"};
+    CSendRequest request{.command = "ForwardEmail", .to = {"two@x"}, .messageId = "<nicht-da@x>"};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
     EXPECT_TRUE(MessageFiles("one", ".Outbox").empty());
     EXPECT_TRUE(MessageFiles("two").empty());
@@ -423,10 +414,8 @@ TEST_F(SendCommands, ASubmitOnAFullOrReadOnlyDiskFailsAndLeavesNothingBehind) {
     Start();
     WriteFile(store / "filler", std::string(150 * 1024, 'f'));
 
-    CSendRequest request;
-    request.subject = "Passt nicht";
-    request.to = {"two@x"};
-    request.files = {(m_dir / "files" / "gross.bin").string()};
+    CSendRequest request{
+        .subject = "Passt nicht", .to = {"two@x"}, .files = {(m_dir / "files" / "gross.bin").string()}};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
     EXPECT_NE(Activity().find("CVelmarMapi::SendMail error Submit Message 0x"), std::string::npos);
     EXPECT_TRUE(QueuedOrHalfWritten(store / ".Outbox").empty()) << "no half-written or queued file";
