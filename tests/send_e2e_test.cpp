@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "tests/SendServiceFixture.h"
+#include "tests/TraceLines.h"
 #include "tools/ClientChannel.h"
 
 namespace {
@@ -22,41 +23,19 @@ using velmar::test::WriteFile;
 
 class SendCommands : public velmar::test::CSendServiceTest {};
 
-const std::vector<std::string> kAddRecipientTrace = {
-    "CVelmarMapi::AddRecipient start",
-    "CVelmarMapi::AddRecipient OpenAddressBook start",
-    "CVelmarMapi::AddRecipient HrAllocAdrList start",
-    "CVelmarMapi::HrAllocAdrList start",
-    "CVelmarMapi::HrAllocAdrList MAPIAllocateBuffer 1 start",
-    "CVelmarMapi::HrAllocAdrList MAPIAllocateBuffer 1 end",
-    "CVelmarMapi::HrAllocAdrList MAPIAllocateBuffer 2 start",
-    "CVelmarMapi::HrAllocAdrList MAPIAllocateBuffer 2 end",
-    "CVelmarMapi::HrAllocAdrList end",
-    "CVelmarMapi::AddRecipient HrAllocAdrList end",
-    "CVelmarMapi::AddRecipient ",
-    "CVelmarMapi::AddRecipient ModifyRecipients",
-    "CVelmarMapi::AddRecipient SaveChanges start",
-    "CVelmarMapi::AddRecipient SaveChanges end",
-    "CVelmarMapi::AddRecipient FreePadrlist",
-    "CVelmarMapi::AddRecipient end",
-};
+using velmar::test::Joined;
+using velmar::test::Steps;
 
-const std::vector<std::string> kOpenOutboxTrace = {
-    "CVelmarMapi::OpenOutbox start",
-    "CVelmarMapi::OpenOutbox OpenMsgStore start Eins",
-    "CVelmarMapi::OpenOutbox OpenMsgStore end",
-    "CVelmarMapi::OpenOutbox OpenEntry start",
-    "CVelmarMapi::OpenOutbox OpenEntry end",
-    "CVelmarMapi::OpenOutbox MAPIFreeBuffer start",
-    "CVelmarMapi::OpenOutbox MAPIFreeBuffer end",
-    "CVelmarMapi::OpenOutbox end",
-};
+const std::vector<std::string> kAddRecipientTrace = Joined<std::string>(
+    {Steps("AddRecipient", {"start", "OpenAddressBook start", "HrAllocAdrList start"}),
+     Steps("HrAllocAdrList", {"start", "MAPIAllocateBuffer 1 start", "MAPIAllocateBuffer 1 end",
+                              "MAPIAllocateBuffer 2 start", "MAPIAllocateBuffer 2 end", "end"}),
+     Steps("AddRecipient", {"HrAllocAdrList end", "", "ModifyRecipients", "SaveChanges start",
+                            "SaveChanges end", "FreePadrlist", "end"})});
 
-std::vector<std::string> Joined(std::initializer_list<std::vector<std::string>> parts) {
-    std::vector<std::string> lines;
-    for (const auto& part : parts) lines.insert(lines.end(), part.begin(), part.end());
-    return lines;
-}
+const std::vector<std::string> kOpenOutboxTrace =
+    Steps("OpenOutbox", {"start", "OpenMsgStore start Eins", "OpenMsgStore end", "OpenEntry start",
+                         "OpenEntry end", "MAPIFreeBuffer start", "MAPIFreeBuffer end", "end"});
 
 TEST_F(SendCommands, MailToAStoreOwnerArrivesInItsInboxAndIsFiledAsSent) {
     WriteProfile("");
@@ -97,18 +76,19 @@ TEST_F(SendCommands, MailToAStoreOwnerArrivesInItsInboxAndIsFiledAsSent) {
     EXPECT_STREQ(data->StringOf("fromAddress"), "one@x");
     EXPECT_STREQ(data->StringOf("to"), "two@x");
 
-    const std::vector<std::string> expected = Joined({
-        {"CVelmarMapi::SendMail start bOutlookForceSend = false", "CVelmarMapi::SendMail OpenOutbox"},
+    const std::vector<std::string> expected = Joined<std::string>({
+        Steps("SendMail", {"start bOutlookForceSend = false", "OpenOutbox"}),
         kOpenOutboxTrace,
-        {"CVelmarMapi::SendMail CreateMessage", "CVelmarMapi::SendMail HrGetOnePropSent",
-         "CVelmarMapi::SendMail AddRecipients", "CVelmarMapi::AddRecipients start"},
+        Steps("SendMail", {"CreateMessage", "HrGetOnePropSent", "AddRecipients"}),
+        Steps("AddRecipients", {"start"}),
         kAddRecipientTrace,
-        {"CVelmarMapi::AddRecipients end", "CVelmarMapi::SendMail SetProps",
-         "CVelmarMapi::SendMail HrGetOnePropSent PR_MAILBOX_OWNER_ENTRYID",
-         "CVelmarMapi::SendMail SetProps Representing", "CVelmarMapi::SendMail SetBody",
-         "CVelmarMapi::SetBody start", "CVelmarMapi::SetBody SetProps", "CVelmarMapi::SetBody end",
-         "CVelmarMapi::SendMail SubmitMessage", "CVelmarMapi::SendMail CloseOutbox",
-         "CVelmarMapi::CloseOutbox start", "CVelmarMapi::CloseOutbox end", "CVelmarMapi::SendMail end"},
+        Steps("AddRecipients", {"end"}),
+        Steps("SendMail",
+              {"SetProps", "HrGetOnePropSent PR_MAILBOX_OWNER_ENTRYID", "SetProps Representing", "SetBody"}),
+        Steps("SetBody", {"start", "SetProps", "end"}),
+        Steps("SendMail", {"SubmitMessage", "CloseOutbox"}),
+        Steps("CloseOutbox", {"start", "end"}),
+        Steps("SendMail", {"end"}),
     });
     EXPECT_EQ(TraceBetween(expected.front(), expected.back()), expected);
     EXPECT_NE(Activity().find("-> SendEmail"), std::string::npos);
@@ -214,46 +194,20 @@ TEST_F(SendCommands, ForwardKeepsBodiesAndAttachmentsWithTheNoteOnTop) {
         for (const char* prefix : {"CVelmarMapi::ForwardMail ", "CVelmarMapi::CopyAttachments ",
                                    "CVelmarMapi::AddAttachements ", "CVelmarMapi::SendMail "})
             if (line.rfind(prefix, 0) == 0) steps.push_back(line);
-    const std::vector<std::string> expected = {
-        "CVelmarMapi::ForwardMail start bOutlookForceSend = false",
-        "CVelmarMapi::ForwardMail GetpMessage",
-        "CVelmarMapi::ForwardMail OpenOutbox",
-        "CVelmarMapi::ForwardMail CreateMessage",
-        "CVelmarMapi::ForwardMail FetchBody",
-        "CVelmarMapi::ForwardMail EmailDate FetchBody",
-        "CVelmarMapi::ForwardMail GetProps",
-        "CVelmarMapi::ForwardMail GetSubject: Urspr\xc3\xbcnglich",
-        "CVelmarMapi::ForwardMail CopyProps",
-        "CVelmarMapi::ForwardMail GetSendNote",
-        "CVelmarMapi::ForwardMail InsertTextIntoHTMLBodyBegin",
-        "CVelmarMapi::ForwardMail SetBody",
-        "CVelmarMapi::ForwardMail SetProps",
-        "CVelmarMapi::ForwardMail HrGetOneProp",
-        "CVelmarMapi::ForwardMail SetProps",
-        "CVelmarMapi::ForwardMail AddRecipients",
-        "CVelmarMapi::ForwardMail CopyAttachments",
-        "CVelmarMapi::CopyAttachments start",
-        "CVelmarMapi::CopyAttachments FetchAttachments start",
-        "CVelmarMapi::CopyAttachments FetchAttachments end",
-        "CVelmarMapi::AddAttachements start",
-        "CVelmarMapi::AddAttachements searchAttachementIndex",
-        "CVelmarMapi::AddAttachements addAttachments",
-        "CVelmarMapi::AddAttachements end",
-        "CVelmarMapi::CopyAttachments end",
-        "CVelmarMapi::SendMail HrGetOnePropSent PR_MAILBOX_OWNER_ENTRYID",
-        "CVelmarMapi::SendMail SetProps Representing",
-        "CVelmarMapi::ForwardMail SubmitMessage start",
-        "CVelmarMapi::ForwardMail SubmitMessage end",
-        "CVelmarMapi::ForwardMail RemoveFiles start",
-        "CVelmarMapi::ForwardMail RemoveFiles end",
-        "CVelmarMapi::ForwardMail MAPIFreeBuffer start",
-        "CVelmarMapi::ForwardMail MAPIFreeBuffer end",
-        "CVelmarMapi::ForwardMail CloseOutbox",
-        "CVelmarMapi::ForwardMail MAPIFreeBuffer start",
-        "CVelmarMapi::ForwardMail MAPIFreeBuffer end",
-        "CVelmarMapi::ForwardMail releases",
-        "CVelmarMapi::ForwardMail end",
-    };
+    const std::vector<std::string> expected = Joined<std::string>({
+        Steps("ForwardMail",
+              {"start bOutlookForceSend = false", "GetpMessage", "OpenOutbox", "CreateMessage", "FetchBody",
+               "EmailDate FetchBody", "GetProps", "GetSubject: Urspr\xc3\xbcnglich", "CopyProps",
+               "GetSendNote", "InsertTextIntoHTMLBodyBegin", "SetBody", "SetProps", "HrGetOneProp",
+               "SetProps", "AddRecipients", "CopyAttachments"}),
+        Steps("CopyAttachments", {"start", "FetchAttachments start", "FetchAttachments end"}),
+        Steps("AddAttachements", {"start", "searchAttachementIndex", "addAttachments", "end"}),
+        Steps("CopyAttachments", {"end"}),
+        Steps("SendMail", {"HrGetOnePropSent PR_MAILBOX_OWNER_ENTRYID", "SetProps Representing"}),
+        Steps("ForwardMail", {"SubmitMessage start", "SubmitMessage end", "RemoveFiles start",
+                              "RemoveFiles end", "MAPIFreeBuffer start", "MAPIFreeBuffer end", "CloseOutbox",
+                              "MAPIFreeBuffer start", "MAPIFreeBuffer end", "releases", "end"}),
+    });
     EXPECT_EQ(steps, expected);
 }
 
