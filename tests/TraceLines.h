@@ -27,4 +27,12 @@ std::vector<TLine> Joined(std::initializer_list<std::vector<TLine>> parts) {
     return lines;
 }
 
+// What Logoff does before it logs the session off; Logon does it first too.
+inline std::vector<std::wstring> LogoffTrace() {
+    return Joined<std::wstring>(
+        {Steps(L"Logoff", {L"start", L"SetAddrBook"}), Steps(L"SetAddrBook", {L"start", L"end"}),
+         Steps(L"Logoff", {L"ReleaseSessionData start"}), Steps(L"ReleaseSessionData", {L"start", L"end"}),
+         Steps(L"Logoff", {L"ReleaseSessionData end"})});
+}
+
 }  // namespace velmar::test

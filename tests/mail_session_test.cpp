@@ -52,11 +52,7 @@ Lines WithoutPointers(Lines lines) {
 using velmar::test::Joined;
 using velmar::test::Steps;
 
-// What Logoff does before it logs the session off, and the steps of MAPIInitialize.
-const Lines kLogoff = Joined<std::wstring>(
-    {Steps(L"Logoff", {L"start", L"SetAddrBook"}), Steps(L"SetAddrBook", {L"start", L"end"}),
-     Steps(L"Logoff", {L"ReleaseSessionData start"}), Steps(L"ReleaseSessionData", {L"start", L"end"}),
-     Steps(L"Logoff", {L"ReleaseSessionData end"})});
+const Lines kLogoff = velmar::test::LogoffTrace();
 const Lines kInitialize = Steps(L"MAPIInitialize", {L"start", L"end"});
 
 TEST_F(MailSession, ProfilesLogonStoresAndTheirTrace) {
