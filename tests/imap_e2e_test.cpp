@@ -122,8 +122,7 @@ TEST_P(ImapServers, EveryMessageCommandServesTheServersMailBesideMaildir) {
     EXPECT_STREQ(Data("<lokal@example.org>", 0)->StringOf("subject"), "Lokal");
 
     // An attachment exported from the server's message, byte for byte.
-    const auto attachment = Ask(
-        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<anhang@example.org>","attachmentIndex":0})");
+    const auto attachment = OpenAttachment("<anhang@example.org>", 0);
     ASSERT_STREQ(attachment->StringOf("status"), "OK") << Activity();
     EXPECT_EQ(ReadFile(attachment->StringOf("fileName")), "%PDF-1.4\ntest\n");
 
@@ -218,8 +217,7 @@ TEST_F(ImapService, LargeAttachmentsAreFetchedWhenOpened) {
     ASSERT_EQ(cached.size(), 1u) << "the message alone, without its large attachments";
     EXPECT_LT(cached.begin()->second, 10000u);
 
-    const auto opened = Ask(
-        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<gross@example.org>","attachmentIndex":1})");
+    const auto opened = OpenAttachment("<gross@example.org>", 1);
     ASSERT_STREQ(opened->StringOf("status"), "OK") << Activity();
     EXPECT_EQ(ReadFile(opened->StringOf("fileName")), report);
     cached = CachedMessages(cache);
@@ -230,8 +228,7 @@ TEST_F(ImapService, LargeAttachmentsAreFetchedWhenOpened) {
     // Served from the cache; the archive never fetched cannot be had: as for any attachment that cannot be
     // read, the reply names the file it would have been, and no file is written.
     EXPECT_STREQ(Data("<gross@example.org>", 1)->StringOf("status"), "OK");
-    const auto again = Ask(
-        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<gross@example.org>","attachmentIndex":1})");
+    const auto again = OpenAttachment("<gross@example.org>", 1);
     ASSERT_STREQ(again->StringOf("status"), "OK") << Activity();
     EXPECT_EQ(ReadFile(again->StringOf("fileName")), report);
     const std::string archiveRequest =

@@ -280,26 +280,22 @@ TEST_F(MessageCommands, InlineImagesAndAttachmentFiles) {
     ASSERT_EQ(attachments->Count(), 1) << "inline images are not listed as attachments";
     EXPECT_STREQ(attachments->ObjectAt(0)->StringOf("fileName"), "a-b+c.pdf");
 
-    auto opened = Ask(
-        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<rel@x>","attachmentIndex":1})");
+    auto opened = OpenAttachment("<rel@x>", 1);
     const fs::path pdf = m_dir / "tmp" / "Velmar" / "a_b_c.pdf";
     EXPECT_EQ(std::string(opened->StringOf("fileName")), pdf.string());
     std::ifstream in(pdf, std::ios::binary);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "%PDF-1.4\n");
     velmar::test::WriteFile(pdf, "an older file of the same name, longer than the new one");
-    Ask(R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<rel@x>","attachmentIndex":1})");
+    OpenAttachment("<rel@x>", 1);
     EXPECT_EQ(fs::file_size(pdf), 9u) << "an existing file is overwritten";
 
-    auto cut = Ask(
-        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<long@x>","attachmentIndex":0})");
+    auto cut = OpenAttachment("<long@x>", 0);
     // The cut to 259 characters comes first, then the file system's own limit of 255 bytes.
     EXPECT_EQ(fs::path(cut->StringOf("fileName")).filename().string(), std::string(255, 'n'));
     EXPECT_TRUE(fs::is_regular_file(cut->StringOf("fileName"))) << "the path handed out names a written file";
-    auto odd = Ask(
-        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<odd@x>","attachmentIndex":0})");
+    auto odd = OpenAttachment("<odd@x>", 0);
     EXPECT_EQ(fs::path(odd->StringOf("fileName")).filename().string(), "______");
-    auto none = Ask(
-        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<gone@x>","attachmentIndex":1})");
+    auto none = OpenAttachment("<gone@x>", 1);
     EXPECT_STREQ(none->StringOf("fileName"), "");
     EXPECT_STREQ(none->StringOf("status"), "OK");
     for (const auto& entry : fs::recursive_directory_iterator(m_dir / "tmp"))
@@ -321,8 +317,7 @@ TEST_F(MessageCommands, EmbeddedMessagesBrokenMailAndBigAttachments) {
     for (size_t size = 0; size < 50u * 1024 * 1024; size += 24) big += chunk;
     Deliver("one", "11.M1.h", WithAttachment("<big@x>", "big.bin", big));
     Start();
-    auto embedded = Ask(
-        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<outer@x>","attachmentIndex":0})");
+    auto embedded = OpenAttachment("<outer@x>", 0);
     const std::string path = embedded->StringOf("fileName");
     EXPECT_EQ(fs::path(path).filename(), "inner.eml");
     EXPECT_FALSE(fs::exists(path)) << "an embedded message answers with a path and writes no file";
@@ -330,8 +325,7 @@ TEST_F(MessageCommands, EmbeddedMessagesBrokenMailAndBigAttachments) {
     auto empty = MessageData("<nobody@x>", "", 0, false);
     EXPECT_STREQ(empty->StringOf("subject"), "leer");
     EXPECT_STREQ(empty->StringOf("body"), "");
-    auto bigFile = Ask(
-        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<big@x>","attachmentIndex":0})");
+    auto bigFile = OpenAttachment("<big@x>", 0);
     EXPECT_GE(fs::file_size(bigFile->StringOf("fileName")), 50u * 1024 * 1024);
 
     // Several connections asking for the same message at once.
@@ -359,8 +353,7 @@ TEST_F(MessageCommands, NothingIsWrittenThroughALinkInPlaceOfTheExportFolder) {
     fs::create_directories(m_dir / "elsewhere");
     fs::create_directory_symlink(m_dir / "elsewhere", m_dir / "tmp" / "Velmar");
     Start();
-    auto reply = Ask(
-        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<linked@x>","attachmentIndex":0})");
+    auto reply = OpenAttachment("<linked@x>", 0);
     ASSERT_TRUE(reply);
     EXPECT_FALSE(fs::exists(m_dir / "elsewhere" / "payload.txt"));
     EXPECT_NE(Activity().find("ERROR: Cannot Create: " + (m_dir / "tmp" / "Velmar").string() + "/"),
@@ -386,8 +379,7 @@ TEST_F(MessageCommands, WinmailShowsWhatOutlookPackedIntoIt) {
     ASSERT_EQ(attachments->Count(), 2) << "the winmail.dat itself is not listed";
     EXPECT_STREQ(attachments->ObjectAt(0)->StringOf("fileName"), "AUTHORS");
     EXPECT_STREQ(attachments->ObjectAt(1)->StringOf("fileName"), "README");
-    auto readme = Ask(
-        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<files@x>","attachmentIndex":1})");
+    auto readme = OpenAttachment("<files@x>", 1);
     EXPECT_EQ(ReadFile(readme->StringOf("fileName")), ReadFile(tnef / "two-files" / "README"));
 
     auto panic = MessageData("<panic@x>", "", 0, false);

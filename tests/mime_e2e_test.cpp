@@ -43,13 +43,6 @@ protected:
         return names;
     }
 
-    // The path OpenAttachment answers with.
-    std::string Export(const std::string& id, int index) {
-        auto reply = Ask(R"({"command-target":"MAPI","command":"OpenAttachment","messageId":")" + id +
-                         R"(","attachmentIndex":)" + std::to_string(index) + "}");
-        return reply && reply->StringOf("fileName") ? reply->StringOf("fileName") : "(no reply)";
-    }
-
     // Delivers a message file into the first store with the given modification time.
     void DeliverAt(const std::string& name, const std::string& text, int secondsAgo) {
         Deliver("one", name, text);
@@ -84,7 +77,7 @@ TEST_F(MimeReading, AdjacentEncodedWordsReadWhole) {
                  "e")
         << "the bytes of adjacent words are joined before they are read as UTF-8";
     EXPECT_EQ(FileNames(*data), (std::vector<std::string>{"Hello World.txt", "Hello World.bin"}));
-    const std::string path = Export("<words@x>", 1);
+    const std::string path = ExportedPath("<words@x>", 1);
     EXPECT_EQ(path, ExportFolder() + "Hello World.bin");
     EXPECT_EQ(ReadFile(path), std::string("\x00\x01\x02", 3));
 }
@@ -161,9 +154,9 @@ TEST_F(MimeReading, Base64WithoutPaddingIsDecodedWhole) {
     Deliver("one", "2.M1.h", velmar::test::WithAttachment("<pad2@x>", "hell.txt", "SGVsbA"));
     Deliver("one", "3.M1.h", velmar::test::WithAttachment("<joined@x>", "joined.txt", "SGVsbG8=\nIFdvcmxk"));
     Start();
-    EXPECT_EQ(ReadFile(Export("<pad@x>", 0)), "Hello");
-    EXPECT_EQ(ReadFile(Export("<pad2@x>", 0)), "Hell");
-    EXPECT_EQ(ReadFile(Export("<joined@x>", 0)), "Hello World") << "padding ends a group, not the data";
+    EXPECT_EQ(ReadFile(ExportedPath("<pad@x>", 0)), "Hello");
+    EXPECT_EQ(ReadFile(ExportedPath("<pad2@x>", 0)), "Hell");
+    EXPECT_EQ(ReadFile(ExportedPath("<joined@x>", 0)), "Hello World") << "padding ends a group, not the data";
 }
 
 // In a file that mixes CR LF and LF line ends, the line break before a boundary, CR and all, belongs to
@@ -178,8 +171,8 @@ TEST_F(MimeReading, LineBreakBeforeABoundaryIsTheBoundarys) {
     auto data = Data("<mixed@x>");
     EXPECT_STREQ(data->StringOf("body"), "Zeile");
     EXPECT_EQ(FileNames(*data), (std::vector<std::string>{"data.txt", "cr.txt"}));
-    EXPECT_EQ(ReadFile(Export("<mixed@x>", 0)), "Hello");
-    EXPECT_EQ(ReadFile(Export("<mixed@x>", 1)), "CR\r") << "a CR of the content before the CR LF stays";
+    EXPECT_EQ(ReadFile(ExportedPath("<mixed@x>", 0)), "Hello");
+    EXPECT_EQ(ReadFile(ExportedPath("<mixed@x>", 1)), "CR\r") << "a CR of the content before the CR LF stays";
 }
 
 // An attached e-mail keeps the file name its part gives it; without one it is known by its subject. Its
@@ -197,10 +190,10 @@ TEST_F(MimeReading, AttachedEmailKeepsItsFileName) {
     Start();
     auto data = Data("<fwd@x>");
     EXPECT_EQ(FileNames(*data), (std::vector<std::string>{"Fwd.eml", "Antwort f\xC3\xBCr Sie.eml", ""}));
-    const std::string named = Export("<fwd@x>", 0);
+    const std::string named = ExportedPath("<fwd@x>", 0);
     EXPECT_EQ(named, ExportFolder() + "Fwd.eml");
     EXPECT_FALSE(fs::exists(named)) << "an embedded message is exported as no file";
-    EXPECT_EQ(Export("<fwd@x>", 2), ExportFolder() + "Weitergeleitet");
+    EXPECT_EQ(ExportedPath("<fwd@x>", 2), ExportFolder() + "Weitergeleitet");
 }
 
 // The charset declaration said to be UTF-8 goes inside the head, after any doctype, or is rewritten where
