@@ -181,15 +181,6 @@ inline std::vector<std::wstring> RecipientRows(IMessage* message) {
     return lines;
 }
 
-// The bytes of a property opened as a stream (an attachment's PR_ATTACH_DATA_BIN, say); "<not opened>"
-// when it cannot be.
-inline std::string StreamProp(IMAPIProp* object, ULONG tag) {
-    LPUNKNOWN unknown = nullptr;
-    if (object->OpenProperty(tag, &IID_IStream, 0, 0, &unknown) != S_OK) return "<not opened>";
-    CComPtr<IStream> stream(static_cast<IStream*>(unknown));
-    return ReadStream(stream.get());
-}
-
 // The contents of every file in a Maildir folder's new/ and cur/.
 inline std::multiset<std::string> MessageFiles(const fs::path& folder) {
     std::multiset<std::string> files;

@@ -97,4 +97,13 @@ inline std::string ReadStream(IStream* stream) {
     return bytes;
 }
 
+// The bytes of a property opened as a stream (an attachment's PR_ATTACH_DATA_BIN, say); "<not opened>"
+// when it cannot be.
+inline std::string StreamProp(IMAPIProp* object, ULONG tag) {
+    LPUNKNOWN unknown = nullptr;
+    if (object->OpenProperty(tag, &IID_IStream, 0, 0, &unknown) != S_OK) return "<not opened>";
+    CComPtr<IStream> stream(static_cast<IStream*>(unknown));
+    return ReadStream(stream.get());
+}
+
 }  // namespace velmar::test

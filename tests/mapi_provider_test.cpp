@@ -146,22 +146,18 @@ TEST_F(MapiProvider, MessagePropertiesBodiesAndRecipients) {
     EXPECT_EQ(LongProp(message.get(), PR_MESSAGE_FLAGS) & MSGFLAG_READ, 0);
 
     // The HTML part arrives in UTF-8 and says so, whatever its charset was.
-    LPUNKNOWN unknown = nullptr;
-    ASSERT_EQ(message->OpenProperty(PR_HTML, &IID_IStream, 0, 0, &unknown), S_OK);
-    CComPtr<IStream> html(static_cast<IStream*>(unknown));
-    const std::string htmlText = ReadStream(html.get());
+    const std::string htmlText = StreamProp(message.get(), PR_HTML);
     EXPECT_NE(htmlText.find("<p>Gr\xC3\xBC\xC3\x9F"
                             "e</p>"),
               std::string::npos)
         << htmlText;
     EXPECT_NE(htmlText.find("charset=utf-8"), std::string::npos) << htmlText;
     EXPECT_EQ(htmlText.find("iso-8859-1"), std::string::npos) << htmlText;
-    ASSERT_EQ(message->OpenProperty(PR_BODY_W, &IID_IStream, 0, 0, &unknown), S_OK);
-    CComPtr<IStream> body(static_cast<IStream*>(unknown));
-    const std::string bodyBytes = ReadStream(body.get());
+    const std::string bodyBytes = StreamProp(message.get(), PR_BODY_W);
     EXPECT_EQ(
         std::wstring(reinterpret_cast<const wchar_t*>(bodyBytes.data()), bodyBytes.size() / sizeof(wchar_t)),
         L"Gr\u00fc\u00dfe");
+    LPUNKNOWN unknown = nullptr;
     EXPECT_EQ(message->OpenProperty(PR_RTF_COMPRESSED, &IID_IStream, 0, 0, &unknown), MAPI_E_NOT_FOUND);
 
     CComPtr<IMAPITable> recipients;
