@@ -259,12 +259,11 @@ TEST_F(NoteFormTest, ReadFormShowsTheMessageSafelyForwardsItsAttachmentAndDelete
     ASSERT_EQ(form->Advise(&sink, &connection), S_OK);
     ASSERT_EQ(form->DoVerb(EXCHIVERB_OPEN, nullptr, 0, nullptr), S_OK);
 
-    QWidget* window = Window(QString::fromUtf8("Grüße aus Köln"));
+    QWidget* window = Window("Grüße aus Köln");
     ASSERT_TRUE(window) << "the read window is titled with the subject";
     QStringList labels;
     for (QLabel* label : window->findChildren<QLabel*>()) labels << label->text();
-    EXPECT_TRUE(labels.contains(QString::fromUtf8("Jürgen Müller <juergen@example.org>")))
-        << labels.join('|').toStdString();
+    EXPECT_TRUE(labels.contains("Jürgen Müller <juergen@example.org>")) << labels.join('|').toStdString();
     EXPECT_TRUE(labels.contains("Anna <anna@example.org>; bob@example.org"))
         << labels.join('|').toStdString();
     const QDateTime sent(QDate(2024, 3, 3), QTime(8, 5), Qt::UTC);
@@ -272,17 +271,17 @@ TEST_F(NoteFormTest, ReadFormShowsTheMessageSafelyForwardsItsAttachmentAndDelete
         << labels.join('|').toStdString();
     auto* body = window->findChild<QTextBrowser*>();
     ASSERT_TRUE(body);
-    EXPECT_TRUE(body->toPlainText().contains(QString::fromUtf8("Grüße")));
+    EXPECT_TRUE(body->toPlainText().contains("Grüße"));
     // The picture the HTML shows in place is not listed as an attachment.
     auto* attachments = window->findChild<QListWidget*>();
     ASSERT_TRUE(attachments);
     ASSERT_EQ(attachments->count(), 1);
-    EXPECT_TRUE(attachments->item(0)->text().startsWith(QString::fromUtf8("Rechnung März.pdf")));
+    EXPECT_TRUE(attachments->item(0)->text().startsWith("Rechnung März.pdf"));
 
     // Weiterleiten: a compose form on a new message of the site, with the attachment and the original.
     Button(window, "&Weiterleiten")->click();
     QWidget* forward = nullptr;
-    ASSERT_TRUE(ProcessUntil([&] { return (forward = Window(QString::fromUtf8("WG: Grüße aus Köln"))); }));
+    ASSERT_TRUE(ProcessUntil([&] { return (forward = Window("WG: Grüße aus Köln")); }));
     ASSERT_EQ(m_log.newSites.size(), 1u);
     EXPECT_TRUE(Fields(forward).at(0)->text().isEmpty()) << "a forward is addressed by the user";
     m_log.newSites[0]->SaveMessage();
@@ -295,18 +294,18 @@ TEST_F(NoteFormTest, ReadFormShowsTheMessageSafelyForwardsItsAttachmentAndDelete
     ASSERT_EQ(carried.size(), 1u) << "the inline picture stays behind";
     EXPECT_EQ(carried[0].name, L"Rechnung März.pdf");
     EXPECT_EQ(carried[0].bytes, "%PDF-1.4\n");
-    Button(forward, QString::fromUtf8("S&chließen"))->click();
-    EXPECT_TRUE(ProcessUntil([&] { return !Window(QString::fromUtf8("WG: Grüße aus Köln")); }))
+    Button(forward, "S&chließen")->click();
+    EXPECT_TRUE(ProcessUntil([&] { return !Window("WG: Grüße aus Köln"); }))
         << "a saved forward closes without a question";
 
     // Löschen: a store that declines keeps the form open (the site has said why); then it goes.
     m_log.deleteResult = MAPI_E_DECLINE_COPY;
-    Button(window, QString::fromUtf8("&Löschen"))->click();
+    Button(window, "&Löschen")->click();
     ASSERT_TRUE(ProcessUntil([&] { return m_log.deletes == 1; }));
-    EXPECT_TRUE(Window(QString::fromUtf8("Grüße aus Köln")));
+    EXPECT_TRUE(Window("Grüße aus Köln"));
     m_log.deleteResult = S_OK;
-    Button(window, QString::fromUtf8("&Löschen"))->click();
-    EXPECT_TRUE(ProcessUntil([&] { return !Window(QString::fromUtf8("Grüße aus Köln")); }));
+    Button(window, "&Löschen")->click();
+    EXPECT_TRUE(ProcessUntil([&] { return !Window("Grüße aus Köln"); }));
     EXPECT_EQ(m_log.deletes, 2);
     EXPECT_EQ(sink.events, std::vector<std::string>{"shutdown"});
     LPMAPIVIEWCONTEXT context = reinterpret_cast<LPMAPIVIEWCONTEXT>(1);
@@ -344,8 +343,8 @@ TEST_F(NoteFormTest, AForwardedAttachmentsNameStaysInsideItsField) {
     EXPECT_EQ(carried[0].name, L"b.pdf\r\nBcc: evil@attacker.example\r\nX-Inj: 2.pdf")
         << "the name as it came";
     EXPECT_EQ(carried[0].bytes, "%PDF-1.4\n");
-    Button(forward, QString::fromUtf8("S&chließen"))->click();
-    Button(window, QString::fromUtf8("S&chließen"))->click();
+    Button(forward, "S&chließen")->click();
+    Button(window, "S&chließen")->click();
     EXPECT_TRUE(ProcessUntil([&] { return !Window("WG: Anlage") && !Window("Anlage"); }));
 }
 
@@ -412,7 +411,7 @@ TEST_F(NoteFormTest, ComposeFormSavesRecipientsOnceAndSendsOnlyToValidAddresses)
 
     const std::vector<QLineEdit*> fields = Fields(window);
     ASSERT_EQ(fields.size(), 4u);
-    fields[0]->setText(QString::fromUtf8("\"Müller, Jürgen\" <juergen@example.org>; anna@example.org"));
+    fields[0]->setText("\"Müller, Jürgen\" <juergen@example.org>; anna@example.org");
     fields[1]->setText("Carl <carl@example.org>");
     window->findChild<QPlainTextEdit*>()->setPlainText("Hallo zusammen");
     EXPECT_EQ(persist->IsDirty(), S_OK);
@@ -434,7 +433,7 @@ TEST_F(NoteFormTest, ComposeFormSavesRecipientsOnceAndSendsOnlyToValidAddresses)
     AnswerNextBox(box, QMessageBox::Ok);
     Button(window, "&Senden")->click();
     ASSERT_TRUE(ProcessUntil([&] { return box.seen; }));
-    EXPECT_EQ(box.text, QString::fromUtf8("„kein-empfaenger“ ist keine gültige E-Mail-Adresse."));
+    EXPECT_EQ(box.text, "„kein-empfaenger“ ist keine gültige E-Mail-Adresse.");
     EXPECT_EQ(m_log.submits, 0);
 
     fields[0]->setText("anna@example.org");
@@ -458,9 +457,9 @@ TEST_F(NoteFormTest, ClosingAChangedMessageAsksWhetherToSaveIt) {
 
     CBoxAnswer cancel;
     AnswerNextBox(cancel, QMessageBox::Cancel);
-    Button(window, QString::fromUtf8("S&chließen"))->click();
+    Button(window, "S&chließen")->click();
     ASSERT_TRUE(ProcessUntil([&] { return cancel.seen; }));
-    EXPECT_EQ(cancel.text, QString::fromUtf8("Möchten Sie die Änderungen speichern?"));
+    EXPECT_EQ(cancel.text, "Möchten Sie die Änderungen speichern?");
     QCoreApplication::processEvents();
     EXPECT_TRUE(Window("Termin")) << "Abbrechen keeps the form";
 
@@ -469,25 +468,25 @@ TEST_F(NoteFormTest, ClosingAChangedMessageAsksWhetherToSaveIt) {
     m_log.saveResult = MAPI_E_DISK_ERROR;
     std::vector<QString> texts;
     AnswerBoxes({QMessageBox::Yes, QMessageBox::Ok}, texts);
-    Button(window, QString::fromUtf8("S&chließen"))->click();
+    Button(window, "S&chließen")->click();
     ASSERT_TRUE(ProcessUntil([&] { return texts.size() == 2; }));
-    EXPECT_EQ(texts[1], QString::fromUtf8("Die Nachricht konnte nicht gespeichert werden."));
+    EXPECT_EQ(texts[1], "Die Nachricht konnte nicht gespeichert werden.");
     QCoreApplication::processEvents();
     EXPECT_TRUE(Window("Termin"));
 
     m_log.saveResult = S_OK;
     AnswerNextBox(yes, QMessageBox::Yes);
-    Button(window, QString::fromUtf8("S&chließen"))->click();
+    Button(window, "S&chließen")->click();
     ASSERT_TRUE(ProcessUntil([&] { return !Window("Termin"); }));
     EXPECT_EQ(m_log.saves, 1);
     EXPECT_EQ(WideProp(draft.get(), PR_BODY_W), L"Morgen um neun.");
 }
 
 TEST(NoteAnswers, RecipientsSubjectsAndTheQuotedOriginal) {
-    const std::vector<CNoteAddress> parsed = ParseRecipientField(
-        QString::fromUtf8("\"Müller, Jürgen\" <j@x.example>; b@y.example, ,Carl <c@z.example>"));
+    const std::vector<CNoteAddress> parsed =
+        ParseRecipientField("\"Müller, Jürgen\" <j@x.example>; b@y.example, ,Carl <c@z.example>");
     ASSERT_EQ(parsed.size(), 3u);
-    EXPECT_EQ(parsed[0].name, QString::fromUtf8("Müller, Jürgen"));
+    EXPECT_EQ(parsed[0].name, "Müller, Jürgen");
     EXPECT_EQ(parsed[0].address, "j@x.example");
     EXPECT_EQ(parsed[1].Text(), "b@y.example");
     EXPECT_EQ(parsed[2].Text(), "Carl <c@z.example>");
@@ -502,8 +501,7 @@ TEST(NoteAnswers, RecipientsSubjectsAndTheQuotedOriginal) {
     EXPECT_EQ(reply.subject, "AW: Angebot");
     EXPECT_EQ(reply.to, "Berta <b@x.example>");
     EXPECT_TRUE(reply.cc.isEmpty());
-    EXPECT_TRUE(reply.body.startsWith(
-        QString::fromUtf8("\n\n-----Ursprüngliche Nachricht-----\nVon: Berta <b@x.example>\n")))
+    EXPECT_TRUE(reply.body.startsWith("\n\n-----Ursprüngliche Nachricht-----\nVon: Berta <b@x.example>\n"))
         << reply.body.toStdString();
     EXPECT_TRUE(reply.body.endsWith("Betreff: Angebot\n\nText"));
     const CComposeContent all = AnswerContent(original, EAnswerKind::ReplyAll);
