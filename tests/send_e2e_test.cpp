@@ -40,12 +40,9 @@ const std::vector<std::string> kOpenOutboxTrace =
 TEST_F(SendCommands, MailToAStoreOwnerArrivesInItsInboxAndIsFiledAsSent) {
     WriteProfile("");
     Start();
-    CSendRequest request;
-    request.subject =
-        "Gr\xc3\xbc\xc3\x9f"
-        "e aus K\xc3\xb6ln";
-    request.body = "Erste Zeile\nZweite Zeile: \xc3\xa4\xc3\xb6\xc3\xbc";
-    request.to = {"two@x"};
+    CSendRequest request{.subject = "Grüße aus Köln",
+                         .body = "Erste Zeile\nZweite Zeile: \xc3\xa4\xc3\xb6\xc3\xbc",
+                         .to = {"two@x"}};
     auto reply = Send(request);
     EXPECT_STREQ(reply->StringOf("status"), "OK");
 

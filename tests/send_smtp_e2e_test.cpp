@@ -65,23 +65,14 @@ TEST_F(SmtpSending, TheServerGetsTheBytesAndTheEnvelopeOverStartTlsWithAuth) {
                   server.CertificateFile() + "\n");
     constexpr char kBytes[] = "Inhalt \x00\x01\x02\xfe\xff der Anlage";
     const std::string bytes(kBytes, sizeof kBytes - 1);
-    WriteFile(m_dir / "files" /
-                  "Bericht \xc3\x9c"
-                  "bersicht.pdf",
-              bytes);
+    WriteFile(m_dir / "files" / "Bericht Übersicht.pdf", bytes);
     Start();
-    CSendRequest request;
-    request.subject =
-        "Gr\xc3\xbc\xc3\x9f"
-        "e";
-    request.body = "Hallo Anna";
-    request.to = {"Anna \xc3\x84pfel <anna@remote.example>"};
-    request.cc = {"cc@remote.example"};
-    request.bcc = {"hidden@remote.example"};
-    request.files = {(m_dir / "files" /
-                      "Bericht \xc3\x9c"
-                      "bersicht.pdf")
-                         .string()};
+    CSendRequest request{.subject = "Grüße",
+                         .body = "Hallo Anna",
+                         .to = {"Anna \xc3\x84pfel <anna@remote.example>"},
+                         .cc = {"cc@remote.example"},
+                         .bcc = {"hidden@remote.example"},
+                         .files = {(m_dir / "files" / "Bericht Übersicht.pdf").string()}};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
 
     const std::vector<CReceivedMail> mails = server.WaitForMessages(1);
@@ -453,13 +444,10 @@ TEST_F(SmtpSending, APrivatePostfixDeliversTheMessageIntoItsMaildir) {
     } stop{script + "stop " + folder.string()};
     WriteProfile("smtp.url = smtp://127.0.0.1:" + std::to_string(port) + "\n");
     Start();
-    CSendRequest request;
-    request.subject =
-        "\xc3\x9c"
-        "ber Postfix";
-    request.body = "Zeile eins\n.\nZeile nach einem Punkt";
-    request.to = {"Anna <anna@example.test>"};
-    request.bcc = {"bcc@example.test"};
+    CSendRequest request{.subject = "Über Postfix",
+                         .body = "Zeile eins\n.\nZeile nach einem Punkt",
+                         .to = {"Anna <anna@example.test>"},
+                         .bcc = {"bcc@example.test"}};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
     const auto find = [&](const char* user) {
         std::vector<fs::path> files;
