@@ -215,10 +215,7 @@ TEST_F(MapiCorpus, Latin1HtmlOnlyMessage) {
     EXPECT_EQ(WideProp(message.get(), PR_SUBJECT_W), L"Die Hasen und die Fr\u00f6sche");
     EXPECT_EQ(WideProp(message.get(), PR_DISPLAY_TO_W), L"Heinz M\u00fcller");
     const std::string text = StreamProp(message.get(), PR_HTML);
-    EXPECT_NE(text.find("Die Hasen klagten einst \xC3\xBC"
-                        "ber"),
-              std::string::npos)
-        << "Latin-1 arrives as UTF-8";
+    EXPECT_NE(text.find("Die Hasen klagten einst über"), std::string::npos) << "Latin-1 arrives as UTF-8";
     EXPECT_NE(text.find("charset=utf-8"), std::string::npos);
     // No text part: the plain body is the HTML as text.
     EXPECT_NE(WideProp(message.get(), PR_BODY_W).find(L"\"wir leben\", sprach ein Redner"),

@@ -152,10 +152,7 @@ TEST_F(MapiProvider, MessagePropertiesBodiesAndRecipients) {
 
     // The HTML part arrives in UTF-8 and says so, whatever its charset was.
     const std::string htmlText = StreamProp(message.get(), PR_HTML);
-    EXPECT_NE(htmlText.find("<p>Gr\xC3\xBC\xC3\x9F"
-                            "e</p>"),
-              std::string::npos)
-        << htmlText;
+    EXPECT_NE(htmlText.find("<p>Grüße</p>"), std::string::npos) << htmlText;
     EXPECT_NE(htmlText.find("charset=utf-8"), std::string::npos) << htmlText;
     EXPECT_EQ(htmlText.find("iso-8859-1"), std::string::npos) << htmlText;
     const std::string bodyBytes = StreamProp(message.get(), PR_BODY_W);

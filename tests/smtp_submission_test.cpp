@@ -240,9 +240,7 @@ protected:
                "\r\nMessage-ID: <" + subject +
                "@x.example>\r\nMIME-Version: 1.0\r\n"
                "Content-Type: text/plain; charset=utf-8\r\nContent-Transfer-Encoding: 8bit\r\n\r\n" +
-               body +
-               "\r\n.\r\n..zwei Punkte\r\n.ein Punkt\r\nGr\xc3\xbc\xc3\x9f"
-               "e\r\n";
+               body + "\r\n.\r\n..zwei Punkte\r\n.ein Punkt\r\nGrüße\r\n";
     }
 
     // A submission without a password, from one@x.example.
