@@ -101,15 +101,15 @@ TEST_F(MapiProvider, ReadFlagNeverReplacesAnotherFileOfItsKey) {
     }
     EXPECT_EQ(MessageFiles(m_mainPath), std::multiset<std::string>(std::begin(texts), std::end(texts)))
         << "every file is still there with its content";
-    EXPECT_EQ(velmar::test::ReadFile(m_mainPath / "cur" / "1700000090.M1P1.host:2,"), texts[0]);
-    EXPECT_EQ(velmar::test::ReadFile(m_mainPath / "cur" / "1700000090.M1P1.host:2,S"), texts[1]);
+    EXPECT_EQ(ReadFile(m_mainPath / "cur" / "1700000090.M1P1.host:2,"), texts[0]);
+    EXPECT_EQ(ReadFile(m_mainPath / "cur" / "1700000090.M1P1.host:2,S"), texts[1]);
     // Which of the two moved@x files ends under which name depends on the order the folder lists them in;
     // that both are there, each with its own content, does not.
     std::multiset<std::string> moved;
     for (const char* sub : {"new", "cur"})
         for (const auto& file : fs::directory_iterator(m_mainPath / sub))
             if (file.path().filename().string().rfind("1700000091.", 0) == 0)
-                moved.insert(velmar::test::ReadFile(file.path()));
+                moved.insert(ReadFile(file.path()));
     EXPECT_EQ(moved, (std::multiset<std::string>{texts[2], texts[3]}));
 }
 
@@ -145,13 +145,13 @@ TEST_F(MapiProvider, EachFileOfOneKeyIsAMessageOfItsOwn) {
     // A flag change acts on the message's own file, also when another program renamed it meanwhile.
     fs::rename(cur / "1700000100.M1P1.host:2,F", cur / "1700000100.M1P1.host:2,FR");
     ASSERT_EQ(first->SetReadFlag(0), S_OK);
-    EXPECT_EQ(velmar::test::ReadFile(cur / "1700000100.M1P1.host:2,FRS"), firstText);
-    EXPECT_EQ(velmar::test::ReadFile(cur / "1700000100.M1P1.host:2,S"), secondText);
+    EXPECT_EQ(ReadFile(cur / "1700000100.M1P1.host:2,FRS"), firstText);
+    EXPECT_EQ(ReadFile(cur / "1700000100.M1P1.host:2,S"), secondText);
     fs::rename(cur / "1700000100.M1P1.host:2,S", cur / "1700000100.M1P1.host:2,ST");
     ASSERT_EQ(second->SetReadFlag(CLEAR_READ_FLAG), S_OK);
-    EXPECT_EQ(velmar::test::ReadFile(cur / "1700000100.M1P1.host:2,T"), secondText);
+    EXPECT_EQ(ReadFile(cur / "1700000100.M1P1.host:2,T"), secondText);
     EXPECT_FALSE(fs::exists(cur / "1700000100.M1P1.host:2,ST"));
-    EXPECT_EQ(velmar::test::ReadFile(cur / "1700000100.M1P1.host:2,FRS"), firstText);
+    EXPECT_EQ(ReadFile(cur / "1700000100.M1P1.host:2,FRS"), firstText);
 
     // The renamed files are the same two messages, in the same order, under the same entry ids.
     const std::vector<CListedMessage> after = Listing(inbox.get(), "<same@x>");
@@ -196,7 +196,7 @@ TEST_F(MapiProvider, SymbolicLinksBelowAStoreAreNotFollowed) {
     fs::create_directories(outside / "tmp");
     const fs::path empty = m_dir / "empty";
     fs::create_directories(empty);
-    velmar::test::WriteFile(m_dir / "linked.eml", "Message-ID: <linked@x>\nSubject: linked\n\nbody\n");
+    WriteFile(m_dir / "linked.eml", "Message-ID: <linked@x>\nSubject: linked\n\nbody\n");
     // The store links to them: its new/, its .Sent and .Trash folders, and one message file.
     fs::create_directories(m_mainPath / "cur");
     fs::create_directories(m_mainPath / "tmp");

@@ -28,10 +28,10 @@ TEST_F(MapiProvider, ProfilesAndLogon) {
     ASSERT_EQ(HrQueryAllRows(table.get(), nullptr, nullptr, nullptr, 0, &rows.rows), S_OK);
     ASSERT_EQ(rows.rows->cRows, 2u);
     EXPECT_STREQ(rows.rows->aRow[0].lpProps[0].Value.lpszW, L"Arbeit");
-    EXPECT_STREQ(velmar::test::RowAt(*rows.rows, 1).lpProps[0].Value.lpszW, L"Privat");
+    EXPECT_STREQ(RowAt(*rows.rows, 1).lpProps[0].Value.lpszW, L"Privat");
     // Only the default profile's row carries PR_DEFAULT_PROFILE; the other reads as an error value.
     EXPECT_EQ(rows.rows->aRow[0].lpProps[1].ulPropTag, CHANGE_PROP_TYPE(PR_DEFAULT_PROFILE, PT_ERROR));
-    EXPECT_EQ(velmar::test::RowAt(*rows.rows, 1).lpProps[1].ulPropTag, PR_DEFAULT_PROFILE);
+    EXPECT_EQ(RowAt(*rows.rows, 1).lpProps[1].ulPropTag, PR_DEFAULT_PROFILE);
 
     LPMAPISESSION session = nullptr;
     const ULONG flags = MAPI_UNICODE | MAPI_EXTENDED | MAPI_EXPLICIT_PROFILE;
@@ -86,9 +86,9 @@ TEST_F(MapiProvider, StoreTableAndStores) {
 // Without a profile file: the embedded profile Velmar, whose store is made in the user's data folder and
 // whose owner is the user.
 TEST_F(MapiProvider, EmbeddedDefaultProfileCreatesItsStoreOwnedByTheUser) {
-    velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "none.ini").string());
-    velmar::test::SetEnvironment("XDG_DATA_HOME", (m_dir / "data").string());
-    velmar::test::SetEnvironment("USER", "maria");
+    SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "none.ini").string());
+    SetEnvironment("XDG_DATA_HOME", (m_dir / "data").string());
+    SetEnvironment("USER", "maria");
     CComPtr<IMAPISession> session = Logon(L"Velmar");
     ASSERT_TRUE(session);
     const auto stores = Stores(session.get());
@@ -195,14 +195,12 @@ TEST_F(MapiProvider, AttachmentsInlineImagesAndTheirBytes) {
     ASSERT_EQ(rows.rows->cRows, 2u);
     EXPECT_STREQ(rows.rows->aRow[0].lpProps[0].Value.lpszW, L"logo.png");
     EXPECT_STREQ(rows.rows->aRow[0].lpProps[2].Value.lpszW, L"logo@x") << "content ids lose their brackets";
-    EXPECT_STREQ(velmar::test::RowAt(*rows.rows, 1).lpProps[0].Value.lpszW, L"Rechnung M\u00e4rz.pdf");
-    EXPECT_EQ(PROP_TYPE(velmar::test::RowAt(*rows.rows, 1).lpProps[2].ulPropTag), PT_ERROR)
-        << "no content id";
+    EXPECT_STREQ(RowAt(*rows.rows, 1).lpProps[0].Value.lpszW, L"Rechnung M\u00e4rz.pdf");
+    EXPECT_EQ(PROP_TYPE(RowAt(*rows.rows, 1).lpProps[2].ulPropTag), PT_ERROR) << "no content id";
 
     const std::pair<ULONG, std::string> contents[] = {
         {static_cast<ULONG>(rows.rows->aRow[0].lpProps[1].Value.l), std::string("\x89PNG\r\n\x1A\n", 8)},
-        {static_cast<ULONG>(velmar::test::RowAt(*rows.rows, 1).lpProps[1].Value.l),
-         std::string("%PDF-1.4\n")}};
+        {static_cast<ULONG>(RowAt(*rows.rows, 1).lpProps[1].Value.l), std::string("%PDF-1.4\n")}};
     for (const auto& [number, bytes] : contents) {
         CComPtr<IAttach> attach;
         ASSERT_EQ(message->OpenAttach(number, nullptr, MAPI_BEST_ACCESS, attach.Put()), S_OK);
@@ -311,18 +309,18 @@ TEST_F(MapiProvider, ConcurrentReadersOfOneFolder) {
 }
 
 TEST_F(MapiProvider, StoreTableAndStoresNameTheirOwners) {
-    velmar::test::WriteFile(m_dir / "owners.ini",
-                            "[Arbeit]\n"
-                            "store1.name = Postfach\n"
-                            "store1.path = main\n"
-                            "store1.address = me@example.org\n"
-                            "store2.name = Archiv\n"
-                            "store2.path = archive\n"
-                            "store2.address = archive@example.org\n"
-                            "store2.owner = Anna Archiv\n"
-                            "store3.name = Ohne\n"
-                            "store3.path = nobody\n");
-    velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "owners.ini").string());
+    WriteFile(m_dir / "owners.ini",
+              "[Arbeit]\n"
+              "store1.name = Postfach\n"
+              "store1.path = main\n"
+              "store1.address = me@example.org\n"
+              "store2.name = Archiv\n"
+              "store2.path = archive\n"
+              "store2.address = archive@example.org\n"
+              "store2.owner = Anna Archiv\n"
+              "store3.name = Ohne\n"
+              "store3.path = nobody\n");
+    SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "owners.ini").string());
     CComPtr<IMAPISession> session = Logon(L"Arbeit");
     ASSERT_TRUE(session);
     CComPtr<IMAPITable> table;
@@ -350,9 +348,8 @@ TEST_F(MapiProvider, StoreTableAndStoresNameTheirOwners) {
     EXPECT_STREQ(rows.rows->aRow[0].lpProps[0].Value.lpszW, L"Postfach");
     EXPECT_EQ(rows.rows->aRow[0].lpProps[1].ulPropTag, PR_EMAIL_ADDRESS_W);
     EXPECT_STREQ(rows.rows->aRow[0].lpProps[1].Value.lpszW, L"me@example.org");
-    EXPECT_STREQ(velmar::test::RowAt(*rows.rows, 1).lpProps[1].Value.lpszW, L"archive@example.org");
-    EXPECT_EQ(velmar::test::RowAt(*rows.rows, 2).lpProps[1].ulPropTag,
-              CHANGE_PROP_TYPE(PR_EMAIL_ADDRESS_W, PT_ERROR))
+    EXPECT_STREQ(RowAt(*rows.rows, 1).lpProps[1].Value.lpszW, L"archive@example.org");
+    EXPECT_EQ(RowAt(*rows.rows, 2).lpProps[1].ulPropTag, CHANGE_PROP_TYPE(PR_EMAIL_ADDRESS_W, PT_ERROR))
         << "a store without an address has none";
 
     // The owner's name: the profile's, else the address's local part.
@@ -363,8 +360,8 @@ TEST_F(MapiProvider, StoreTableAndStoresNameTheirOwners) {
     ASSERT_EQ(table->QueryRows(10, 0, &owners.rows), S_OK);
     ASSERT_EQ(owners.rows->cRows, 3u);
     EXPECT_EQ(RowText(owners.rows->aRow[0], PR_MAILBOX_OWNER_NAME_W), L"me");
-    EXPECT_EQ(RowText(velmar::test::RowAt(*owners.rows, 1), PR_MAILBOX_OWNER_NAME_W), L"Anna Archiv");
-    EXPECT_EQ(RowText(velmar::test::RowAt(*owners.rows, 2), PR_MAILBOX_OWNER_NAME_W), L"<error>");
+    EXPECT_EQ(RowText(RowAt(*owners.rows, 1), PR_MAILBOX_OWNER_NAME_W), L"Anna Archiv");
+    EXPECT_EQ(RowText(RowAt(*owners.rows, 2), PR_MAILBOX_OWNER_NAME_W), L"<error>");
 
     // The stores themselves say the same.
     const std::pair<const wchar_t*, const wchar_t*> expected[] = {
@@ -397,10 +394,10 @@ TEST_F(MapiProvider, ContentsTableValuesSortAndRestrict) {
     ASSERT_EQ(rows.rows->cRows, 3u);
     const wchar_t* subjects[] = {L"Gr\u00fc\u00dfe aus K\u00f6ln", L"Beta", L"Alpha"};
     for (ULONG r = 0; r < 3; ++r) EXPECT_EQ(RowText(rows.rows->aRow[r], PR_SUBJECT_W), subjects[r]) << r;
-    const SRow& beta = velmar::test::RowAt(*rows.rows, 1);
+    const SRow& beta = RowAt(*rows.rows, 1);
     EXPECT_EQ(RowText(beta, PR_INTERNET_MESSAGE_ID_W), L"<b@x>") << "8-bit ids read as wide strings";
     EXPECT_EQ(beta.lpProps[2].Value.l, static_cast<LONG>(MSGFLAG_READ)) << "the file has the S flag";
-    EXPECT_EQ(velmar::test::RowAt(*rows.rows, 2).lpProps[2].Value.l, 0);
+    EXPECT_EQ(RowAt(*rows.rows, 2).lpProps[2].Value.l, 0);
     EXPECT_STREQ(beta.lpProps[3].Value.lpszA, "IPM.Note");
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(beta.lpProps[4].Value.bin.lpb),
                           beta.lpProps[4].Value.bin.cb),

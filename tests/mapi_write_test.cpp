@@ -194,12 +194,11 @@ TEST_F(MapiWrite, CopyPropsTakesBodiesFromAMessageReadFromItsFile) {
 }
 
 TEST_F(MapiWrite, ResolveNameKnowsAddressesOwnersAndContacts) {
-    velmar::test::WriteFile(
-        m_dir / "profiles.ini",
-        "[Arbeit]\nstore1.name = Postfach\nstore1.path = main\nstore1.address = me@example.org\n"
-        "store1.owner = Maria Muster\ncontact1.name = Anna Beispiel\n"
-        "contact1.address = anna@example.org\ncontact2.name = Doppelt\ncontact2.address = a@x\n"
-        "contact3.name = doppelt\ncontact3.address = b@x\n");
+    WriteFile(m_dir / "profiles.ini",
+              "[Arbeit]\nstore1.name = Postfach\nstore1.path = main\nstore1.address = me@example.org\n"
+              "store1.owner = Maria Muster\ncontact1.name = Anna Beispiel\n"
+              "contact1.address = anna@example.org\ncontact2.name = Doppelt\ncontact2.address = a@x\n"
+              "contact3.name = doppelt\ncontact3.address = b@x\n");
     CComPtr<IMAPISession> session = Logon(L"Arbeit");
     const std::pair<const wchar_t*, const wchar_t*> cases[] = {
         {L"plain@example.org", L"plain@example.org|plain@example.org"},

@@ -355,7 +355,7 @@ TEST_F(NoteFormTest, ReadFormShowsNoPictureOrStyleFromOutsideTheMessage) {
     const std::string picture = (m_dir / "local.png").string();
     const std::string style = (m_dir / "local.css").string();
     ASSERT_TRUE(red.save(QString::fromStdString(picture)));
-    velmar::test::WriteFile(style, "p { color: red }");
+    WriteFile(style, "p { color: red }");
     QByteArray png;
     QBuffer buffer(&png);
     buffer.open(QIODevice::WriteOnly);
@@ -523,5 +523,5 @@ TEST(NoteAnswers, RecipientsSubjectsAndTheQuotedOriginal) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    return velmar::test::RunOffscreenQtTests(argc, argv);
+    return RunOffscreenQtTests(argc, argv);
 }
