@@ -196,20 +196,13 @@ protected:
         ASSERT_EQ(MAPIInitialize(nullptr), S_OK);
         m_mainPath = m_dir / "main";
         m_archivePath = m_dir / "archive";
-        velmar::test::WriteFile(m_dir / "profiles.ini",
-                                "[Arbeit]\n"
-                                "store1.name = Postfach\n"
-                                "store1.path = main\n"
-                                "store1.address = me@example.org\n"
-                                "store2.name = Archiv\n"
-                                "store2.path = " +
-                                    m_archivePath.string() +
-                                    "\n"
-                                    "store2.address = archive@example.org\n"
-                                    "store2.default = yes\n"
-                                    "[Privat]\n"
-                                    "default = yes\n"
-                                    "store1.path = private\n");
+        velmar::test::WriteFile(
+            m_dir / "profiles.ini",
+            "[Arbeit]\nstore1.name = Postfach\nstore1.path = main\nstore1.address = me@example.org\n"
+            "store2.name = Archiv\nstore2.path = " +
+                m_archivePath.string() +
+                "\nstore2.address = archive@example.org\nstore2.default = yes\n"
+                "[Privat]\ndefault = yes\nstore1.path = private\n");
         velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "profiles.ini").string());
     }
     void TearDown() override { MAPIUninitialize(); }

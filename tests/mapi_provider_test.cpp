@@ -310,16 +310,9 @@ TEST_F(MapiProvider, ConcurrentReadersOfOneFolder) {
 
 TEST_F(MapiProvider, StoreTableAndStoresNameTheirOwners) {
     WriteFile(m_dir / "owners.ini",
-              "[Arbeit]\n"
-              "store1.name = Postfach\n"
-              "store1.path = main\n"
-              "store1.address = me@example.org\n"
-              "store2.name = Archiv\n"
-              "store2.path = archive\n"
-              "store2.address = archive@example.org\n"
-              "store2.owner = Anna Archiv\n"
-              "store3.name = Ohne\n"
-              "store3.path = nobody\n");
+              "[Arbeit]\nstore1.name = Postfach\nstore1.path = main\nstore1.address = me@example.org\n"
+              "store2.name = Archiv\nstore2.path = archive\nstore2.address = archive@example.org\n"
+              "store2.owner = Anna Archiv\nstore3.name = Ohne\nstore3.path = nobody\n");
     SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "owners.ini").string());
     CComPtr<IMAPISession> session = Logon(L"Arbeit");
     ASSERT_TRUE(session);
