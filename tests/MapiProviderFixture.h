@@ -132,13 +132,7 @@ inline std::vector<CListedMessage> Listing(IMAPIFolder* folder, const char* mess
     SizedSPropTagArray(3, columns) = {3, {PR_ENTRYID, PR_INSTANCE_KEY, PR_SUBJECT_W}};
     EXPECT_EQ(table->SetColumns(reinterpret_cast<LPSPropTagArray>(&columns), 0), S_OK);
     if (messageId) {
-        SPropValue value{};
-        value.ulPropTag = PR_INTERNET_MESSAGE_ID_A;
-        value.Value.lpszA = const_cast<LPSTR>(messageId);
-        SRestriction restriction{};
-        restriction.rt = RES_PROPERTY;
-        restriction.res.resProperty = {RELOP_EQ, PR_INTERNET_MESSAGE_ID_A, &value};
-        EXPECT_EQ(table->Restrict(&restriction, 0), S_OK);
+        EXPECT_EQ(table->Restrict(CMessageIdRestriction(messageId).Get(), 0), S_OK);
     }
     CRowsHolder rows;
     EXPECT_EQ(table->QueryRows(1000, 0, &rows.rows), S_OK);
@@ -153,23 +147,38 @@ inline std::vector<CListedMessage> Listing(IMAPIFolder* folder, const char* mess
 
 // Opens a message by its entry id; null when that fails.
 inline CComPtr<IMessage> OpenById(IMsgStore* store, const std::vector<BYTE>& entryId) {
-    ULONG type = 0;
-    LPUNKNOWN object = nullptr;
-    if (FAILED(store->OpenEntry(static_cast<ULONG>(entryId.size()),
-                                reinterpret_cast<LPENTRYID>(const_cast<BYTE*>(entryId.data())), nullptr, 0,
-                                &type, &object)))
-        return CComPtr<IMessage>();
-    EXPECT_EQ(type, MAPI_MESSAGE);
-    return CComPtr<IMessage>(static_cast<IMessage*>(object));
+    return OpenEntryAs<IMessage>(store, entryId, 0, MAPI_MESSAGE);
 }
 
-// The bytes of a property opened as a stream (an attachment's PR_ATTACH_DATA_BIN, say); "<not opened>"
-// when it cannot be.
-inline std::string StreamProp(IMAPIProp* object, ULONG tag) {
-    LPUNKNOWN unknown = nullptr;
-    if (object->OpenProperty(tag, &IID_IStream, 0, 0, &unknown) != S_OK) return "<not opened>";
-    CComPtr<IStream> stream(static_cast<IStream*>(unknown));
-    return ReadStream(stream.get());
+// Opens the store's folder whose entry id the store keeps in idTag (PR_IPM_OUTBOX_ENTRYID, say).
+inline CComPtr<IMAPIFolder> StoreFolder(IMsgStore* store, ULONG idTag, ULONG flags = MAPI_MODIFY) {
+    CComPtr<IMAPIFolder> folder =
+        OpenEntryAs<IMAPIFolder>(store, BinaryProp(store, idTag), flags, MAPI_FOLDER);
+    EXPECT_TRUE(folder) << "folder of tag " << std::hex << idTag;
+    return folder;
+}
+
+inline void SetWideProp(IMAPIProp* object, ULONG tag, const wchar_t* text) {
+    SPropValue value{};
+    value.ulPropTag = tag;
+    value.Value.lpszW = const_cast<LPWSTR>(text);
+    ASSERT_EQ(object->SetProps(1, &value, nullptr), S_OK);
+}
+
+// A message's recipient table, each row as "name|type|address".
+inline std::vector<std::wstring> RecipientRows(IMessage* message) {
+    CComPtr<IMAPITable> table;
+    EXPECT_EQ(message->GetRecipientTable(MAPI_UNICODE, table.Put()), S_OK);
+    CRowsHolder rows;
+    EXPECT_EQ(HrQueryAllRows(table.get(), nullptr, nullptr, nullptr, 0, &rows.rows), S_OK);
+    std::vector<std::wstring> lines;
+    for (ULONG r = 0; r < rows.rows->cRows; ++r) {
+        const SRow& row = rows.rows->aRow[r];
+        const SPropValue* type = PpropFindProp(row.lpProps, row.cValues, PR_RECIPIENT_TYPE);
+        lines.push_back(RowText(row, PR_DISPLAY_NAME_W) + L"|" + std::to_wstring(type ? type->Value.l : -1) +
+                        L"|" + RowText(row, PR_EMAIL_ADDRESS_W));
+    }
+    return lines;
 }
 
 // The contents of every file in a Maildir folder's new/ and cur/.
@@ -187,20 +196,13 @@ protected:
         ASSERT_EQ(MAPIInitialize(nullptr), S_OK);
         m_mainPath = m_dir / "main";
         m_archivePath = m_dir / "archive";
-        velmar::test::WriteFile(m_dir / "profiles.ini",
-                                "[Arbeit]\n"
-                                "store1.name = Postfach\n"
-                                "store1.path = main\n"
-                                "store1.address = me@example.org\n"
-                                "store2.name = Archiv\n"
-                                "store2.path = " +
-                                    m_archivePath.string() +
-                                    "\n"
-                                    "store2.address = archive@example.org\n"
-                                    "store2.default = yes\n"
-                                    "[Privat]\n"
-                                    "default = yes\n"
-                                    "store1.path = private\n");
+        velmar::test::WriteFile(
+            m_dir / "profiles.ini",
+            "[Arbeit]\nstore1.name = Postfach\nstore1.path = main\nstore1.address = me@example.org\n"
+            "store2.name = Archiv\nstore2.path = " +
+                m_archivePath.string() +
+                "\nstore2.address = archive@example.org\nstore2.default = yes\n"
+                "[Privat]\ndefault = yes\nstore1.path = private\n");
         velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "profiles.ini").string());
     }
     void TearDown() override { MAPIUninitialize(); }
@@ -275,26 +277,15 @@ protected:
     CComPtr<IMessage> FindMessage(IMsgStore* store, IMAPIFolder* folder, const char* messageId) {
         CComPtr<IMAPITable> table;
         EXPECT_EQ(folder->GetContentsTable(0, table.Put()), S_OK);
-        SPropValue value{};
-        value.ulPropTag = PR_INTERNET_MESSAGE_ID_A;
-        value.Value.lpszA = const_cast<LPSTR>(messageId);
-        SRestriction restriction{};
-        restriction.rt = RES_PROPERTY;
-        restriction.res.resProperty = {RELOP_EQ, PR_INTERNET_MESSAGE_ID_A, &value};
-        EXPECT_EQ(table->Restrict(&restriction, 0), S_OK);
+        EXPECT_EQ(table->Restrict(CMessageIdRestriction(messageId).Get(), 0), S_OK);
         CRowsHolder rows;
         EXPECT_EQ(table->QueryRows(1, 0, &rows.rows), S_OK);
         if (!rows.rows || rows.rows->cRows == 0) return CComPtr<IMessage>();
-        const SPropValue* id =
-            PpropFindProp(rows.rows->aRow[0].lpProps, rows.rows->aRow[0].cValues, PR_ENTRYID);
-        EXPECT_NE(id, nullptr);
-        ULONG type = 0;
-        LPUNKNOWN message = nullptr;
-        EXPECT_EQ(store->OpenEntry(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), nullptr,
-                                   MAPI_BEST_ACCESS, &type, &message),
-                  S_OK);
-        EXPECT_EQ(type, MAPI_MESSAGE);
-        return CComPtr<IMessage>(static_cast<IMessage*>(message));
+        const std::vector<BYTE> id = RowBytes(rows.rows->aRow[0], PR_ENTRYID);
+        EXPECT_FALSE(id.empty());
+        CComPtr<IMessage> message = OpenEntryAs<IMessage>(store, id, MAPI_BEST_ACCESS, MAPI_MESSAGE);
+        EXPECT_TRUE(message);
+        return message;
     }
 
     void Deliver(const fs::path& store, const std::string& name, std::string_view text,

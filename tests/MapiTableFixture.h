@@ -172,8 +172,7 @@ inline std::shared_ptr<const ITableRows> FolderRows() {
             {Id(3), {PR_SENDER_NAME_A, std::string("carol")}, {PR_MESSAGE_SIZE, std::int32_t{50}}},
             {Id(4),
              {PR_SUBJECT_W, std::wstring(L"\u041f\u0420\u0418\u0412\u0415\u0422")},  // ПРИВЕТ
-             {PR_SENDER_NAME_A, std::string("\xC5\x81\xC3\x93"
-                                            "D\xC5\xB9")},  // ŁÓDŹ
+             {PR_SENDER_NAME_A, std::string("ŁÓDŹ")},
              {PR_MESSAGE_SIZE, std::int32_t{9000}},
              {PR_HASATTACH, false}},
         });
@@ -226,10 +225,25 @@ inline MapiBuffer<SSortOrderSet> SortOrder(std::vector<SSortOrder> order, ULONG 
     return set;
 }
 
+// Each of the above on a held table.
+inline std::vector<LONG> QueryIds(const CComPtr<IMAPITable>& table, LONG count, ULONG flags = 0) {
+    return QueryIds(*table.get(), count, flags);
+}
+inline std::vector<LONG> ViewIds(const CComPtr<IMAPITable>& table) {
+    return ViewIds(*table.get());
+}
+inline std::vector<LONG> RestrictIds(const CComPtr<IMAPITable>& table, SRestriction restriction) {
+    return RestrictIds(*table.get(), restriction);
+}
+
 inline ULONG Position(IMAPITable& table) {
     ULONG row = 0, numerator = 0, denominator = 0;
     EXPECT_EQ(table.QueryPosition(&row, &numerator, &denominator), S_OK);
     return row;
+}
+
+inline ULONG Position(const CComPtr<IMAPITable>& table) {
+    return Position(*table.get());
 }
 
 using Ids = std::vector<LONG>;

@@ -54,6 +54,39 @@ inline std::vector<BYTE> BinaryProp(IMAPIProp* object, ULONG tag) {
     return bytes;
 }
 
+// Opens an entry of a session or store by its id, as the interface T; null when that fails. With an
+// expected type, the type OpenEntry reports must be that.
+template <class T, class TContainer>
+CComPtr<T> OpenEntryAs(TContainer* container, ULONG cb, const BYTE* id, ULONG flags = MAPI_BEST_ACCESS,
+                       ULONG expectedType = 0) {
+    ULONG type = 0;
+    LPUNKNOWN object = nullptr;
+    if (FAILED(container->OpenEntry(cb, reinterpret_cast<LPENTRYID>(const_cast<BYTE*>(id)), nullptr, flags,
+                                    &type, &object)))
+        return CComPtr<T>();
+    EXPECT_TRUE(!expectedType || type == expectedType) << "type " << type << ", not " << expectedType;
+    return CComPtr<T>(static_cast<T*>(object));
+}
+template <class T, class TContainer>
+CComPtr<T> OpenEntryAs(TContainer* container, const std::vector<BYTE>& id, ULONG flags = MAPI_BEST_ACCESS,
+                       ULONG expectedType = 0) {
+    return OpenEntryAs<T>(container, static_cast<ULONG>(id.size()), id.data(), flags, expectedType);
+}
+
+// The restriction the mail layer makes to look a message up: equality on PR_INTERNET_MESSAGE_ID_A.
+struct CMessageIdRestriction {
+    explicit CMessageIdRestriction(const char* messageId) {
+        value.ulPropTag = PR_INTERNET_MESSAGE_ID_A;
+        value.Value.lpszA = const_cast<LPSTR>(messageId);
+        restriction.rt = RES_PROPERTY;
+        restriction.res.resProperty = {RELOP_EQ, PR_INTERNET_MESSAGE_ID_A, &value};
+    }
+    CMessageIdRestriction(const CMessageIdRestriction&) = delete;
+    SRestriction* Get() { return &restriction; }
+    SPropValue value{};
+    SRestriction restriction{};
+};
+
 inline std::string ReadStream(IStream* stream) {
     STATSTG stat{};
     if (FAILED(stream->Stat(&stat, STATFLAG_NONAME))) return "<stat failed>";
@@ -62,6 +95,15 @@ inline std::string ReadStream(IStream* stream) {
     if (FAILED(stream->Read(bytes.data(), static_cast<ULONG>(bytes.size()), &got))) return "<read failed>";
     bytes.resize(got);
     return bytes;
+}
+
+// The bytes of a property opened as a stream (an attachment's PR_ATTACH_DATA_BIN, say); "<not opened>"
+// when it cannot be.
+inline std::string StreamProp(IMAPIProp* object, ULONG tag) {
+    LPUNKNOWN unknown = nullptr;
+    if (object->OpenProperty(tag, &IID_IStream, 0, 0, &unknown) != S_OK) return "<not opened>";
+    CComPtr<IStream> stream(static_cast<IStream*>(unknown));
+    return ReadStream(stream.get());
 }
 
 }  // namespace velmar::test

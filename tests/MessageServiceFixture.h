@@ -97,6 +97,16 @@ protected:
         return Ask(request.Emit());
     }
 
+    // The reply to OpenAttachment for a message's attachment, and the path it answers with.
+    std::unique_ptr<CkJsonObject> OpenAttachment(const std::string& id, int index) {
+        return Ask(R"({"command-target":"MAPI","command":"OpenAttachment","messageId":")" + id +
+                   R"(","attachmentIndex":)" + std::to_string(index) + "}");
+    }
+    std::string ExportedPath(const std::string& id, int index) {
+        auto reply = OpenAttachment(id, index);
+        return reply->StringOf("fileName") ? reply->StringOf("fileName") : "(no reply)";
+    }
+
     std::string m_previousTmpdir;
 };
 

@@ -33,12 +33,12 @@ protected:
 
     struct CSendRequest {
         std::string command = "SendEmail";
-        std::string subject;
-        std::string body;
-        std::vector<std::string> to, cc, bcc, files;
+        std::string subject{};
+        std::string body{};
+        std::vector<std::string> to{}, cc{}, bcc{}, files{};
         bool forceSend = false;
         // ForwardEmail only.
-        std::string messageId, toEmailAddress, brandingSubject, sendNote;
+        std::string messageId{}, toEmailAddress{}, brandingSubject{}, sendNote{};
     };
 
     std::unique_ptr<CkJsonObject> Send(const CSendRequest& request) {

@@ -31,14 +31,7 @@ bool AsOtherUser(const std::string& command) {
     return std::system(line.c_str()) == 0;
 }
 
-class ExportFiles : public velmar::test::CMessageServiceTest {
-protected:
-    std::string OpenAttachment(const std::string& id, int index) {
-        auto reply = Ask(R"({"command-target":"MAPI","command":"OpenAttachment","messageId":")" + id +
-                         R"(","attachmentIndex":)" + std::to_string(index) + "}");
-        return reply && reply->StringOf("fileName") ? reply->StringOf("fileName") : "(no reply)";
-    }
-};
+class ExportFiles : public velmar::test::CMessageServiceTest {};
 
 TEST_F(ExportFiles, AFolderOfAnotherUserIsNeverWrittenInto) {
     if (geteuid() != 0) GTEST_SKIP() << "a second user needs root";
@@ -55,7 +48,7 @@ TEST_F(ExportFiles, AFolderOfAnotherUserIsNeverWrittenInto) {
     Deliver("one", "1.M1.h", WithAttachment("<share@x>", "bericht.pdf", velmar::test::Base64("geheim")));
     Start();
 
-    const std::string written = OpenAttachment("<share@x>", 0);
+    const std::string written = ExportedPath("<share@x>", 0);
     EXPECT_EQ(fs::file_size(shared / "Velmar" / "bericht.pdf"), 0u) << "the other user's file is untouched";
     ASSERT_EQ(written.front(), '/') << written;
     EXPECT_EQ(fs::path(written).filename(), "bericht.pdf");
@@ -142,15 +135,15 @@ TEST_F(ExportFiles, NamesNoFileSystemTakesAreMadeWritable) {
     const fs::path folder = m_dir / "tmp" / "Velmar";
     std::string fitted;
     for (int i = 0; i < 127; ++i) fitted += "\xC3\xA4";  // 254 bytes: the last whole letter under 255
-    const std::string longName = OpenAttachment("<long@x>", 0);
+    const std::string longName = ExportedPath("<long@x>", 0);
     EXPECT_EQ(longName, (folder / fitted).string());
     EXPECT_EQ(velmar::test::ReadFile(longName), "lang");
     for (const char* id : {"<dot@x>", "<dots@x>"}) {
-        const std::string written = OpenAttachment(id, 0);
+        const std::string written = ExportedPath(id, 0);
         EXPECT_EQ(written, (folder / "Unknown").string()) << id << ": never the folder or its parent";
         EXPECT_TRUE(fs::is_regular_file(written)) << id;
     }
-    const std::string control = OpenAttachment("<ctl@x>", 0);
+    const std::string control = ExportedPath("<ctl@x>", 0);
     EXPECT_EQ(control, (folder / "a__31mb_c_.txt").string());
     EXPECT_EQ(velmar::test::ReadFile(control), "steuer");
 }
@@ -177,7 +170,7 @@ TEST_F(ExportFiles, AKillInTheMiddleLeavesNoPartOfAFileUnderItsName) {
 
     // The next export writes it whole.
     Start();
-    const std::string written = OpenAttachment("<big@x>", 0);
+    const std::string written = ExportedPath("<big@x>", 0);
     EXPECT_EQ(written, final.string());
     EXPECT_EQ(fs::file_size(final), big.size());
 }

@@ -122,8 +122,7 @@ TEST_P(ImapServers, EveryMessageCommandServesTheServersMailBesideMaildir) {
     EXPECT_STREQ(Data("<lokal@example.org>", 0)->StringOf("subject"), "Lokal");
 
     // An attachment exported from the server's message, byte for byte.
-    const auto attachment = Ask(
-        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<anhang@example.org>","attachmentIndex":0})");
+    const auto attachment = OpenAttachment("<anhang@example.org>", 0);
     ASSERT_STREQ(attachment->StringOf("status"), "OK") << Activity();
     EXPECT_EQ(ReadFile(attachment->StringOf("fileName")), "%PDF-1.4\ntest\n");
 
@@ -218,8 +217,7 @@ TEST_F(ImapService, LargeAttachmentsAreFetchedWhenOpened) {
     ASSERT_EQ(cached.size(), 1u) << "the message alone, without its large attachments";
     EXPECT_LT(cached.begin()->second, 10000u);
 
-    const auto opened = Ask(
-        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<gross@example.org>","attachmentIndex":1})");
+    const auto opened = OpenAttachment("<gross@example.org>", 1);
     ASSERT_STREQ(opened->StringOf("status"), "OK") << Activity();
     EXPECT_EQ(ReadFile(opened->StringOf("fileName")), report);
     cached = CachedMessages(cache);
@@ -230,8 +228,7 @@ TEST_F(ImapService, LargeAttachmentsAreFetchedWhenOpened) {
     // Served from the cache; the archive never fetched cannot be had: as for any attachment that cannot be
     // read, the reply names the file it would have been, and no file is written.
     EXPECT_STREQ(Data("<gross@example.org>", 1)->StringOf("status"), "OK");
-    const auto again = Ask(
-        R"({"command-target":"MAPI","command":"OpenAttachment","messageId":"<gross@example.org>","attachmentIndex":1})");
+    const auto again = OpenAttachment("<gross@example.org>", 1);
     ASSERT_STREQ(again->StringOf("status"), "OK") << Activity();
     EXPECT_EQ(ReadFile(again->StringOf("fileName")), report);
     const std::string archiveRequest =
@@ -256,10 +253,7 @@ TEST_P(ImapServers, SendingFromTheServersStoreFilesTheSentCopyOnTheServer) {
     EXPECT_STREQ(Ask(R"({"command-target":"MAPI","command":"SetMessageStore","data_string":"Firma"})")
                      ->StringOf("status"),
                  "OK");
-    CSendRequest request;
-    request.subject = "Von Firma an Eins";
-    request.body = "Ein Gruß.";
-    request.to = {"one@x"};
+    CSendRequest request{.subject = "Von Firma an Eins", .body = "Ein Gruß.", .to = {"one@x"}};
     ASSERT_STREQ(Send(request)->StringOf("status"), "OK") << Activity();
     ASSERT_EQ(WaitForMessages("one", "", 1).size(), 1u) << "delivered to the Maildir store's owner";
     for (int i = 0; i < 300 && m_server->Count("anna", "Sent", "Von Firma an Eins") == 0; ++i)
@@ -289,10 +283,7 @@ TEST_F(ImapServerRefusingFolders, TheInboxIsReadAndTheSentCopyWaits) {
     EXPECT_STREQ(Ask(R"({"command-target":"MAPI","command":"SetMessageStore","data_string":"Firma"})")
                      ->StringOf("status"),
                  "OK");
-    CSendRequest request;
-    request.subject = "Ohne Ordner";
-    request.to = {"one@x"};
-    request.forceSend = true;
+    CSendRequest request{.subject = "Ohne Ordner", .to = {"one@x"}, .forceSend = true};
     ASSERT_STREQ(Send(request)->StringOf("status"), "OK") << Activity();
     EXPECT_EQ(WaitForMessages("one", "", 1).size(), 1u) << "delivered all the same";
     EXPECT_NE(Activity().find("Firma: Ordner für gesendete Nachrichten fehlt auf dem Server und lässt sich "
@@ -321,9 +312,7 @@ TEST_F(ImapService, ATunnelWhoseServerSpeaksBeforeItsGreetingIsNeverLoggedInto) 
     Start();
     EXPECT_STREQ(DataOnceFound("<tunnel@example.org>", 1)->StringOf("subject"), "Durch den Tunnel")
         << Activity();
-    CSendRequest request;
-    request.to = {"one@x"};
-    request.forceSend = true;
+    CSendRequest request{.to = {"one@x"}, .forceSend = true};
     Send(request);
     EXPECT_NE(Activity().find("Firma: Hinweis des Servers: Wartung heute Nacht"), std::string::npos)
         << Activity();
@@ -342,10 +331,7 @@ TEST_P(ImapServers, AServerThatGoesAwayAndComesBack) {
 
     m_server->Stop();
     // The forced send and receive looks for the server and says what keeps the store from it.
-    CSendRequest request;
-    request.subject = "Nur ein Anstoß";
-    request.to = {"one@x"};
-    request.forceSend = true;
+    CSendRequest request{.subject = "Nur ein Anstoß", .to = {"one@x"}, .forceSend = true};
     Send(request);
     EXPECT_NE(Activity().find("Firma: Verbindung zu localhost:" + std::to_string(m_server->Port())),
               std::string::npos)
@@ -393,10 +379,7 @@ TEST_F(ImapService, AWrongPasswordFindsNothingAndSaysWhy) {
     WriteImapProfile("falsch");
     Start();
     EXPECT_STREQ(Data("<gruss@example.org>", 1)->StringOf("status"), "FAILED");
-    CSendRequest request;
-    request.subject = "Anstoß";
-    request.to = {"one@x"};
-    request.forceSend = true;
+    CSendRequest request{.subject = "Anstoß", .to = {"one@x"}, .forceSend = true};
     Send(request);
     EXPECT_NE(Activity().find("Firma: Anmeldung von anna an localhost:" + std::to_string(m_server->Port())),
               std::string::npos)
@@ -412,9 +395,7 @@ TEST_F(ImapService, ATunnelOfAProfileOthersMayChangeIsNeverRun) {
                   ran.string() + "'; " + m_server->Tunnel("anna") + "\nstore2.address = anna@example.org\n");
     fs::permissions(m_dir / "profiles.ini", fs::perms::all);
     Start();
-    CSendRequest request;
-    request.to = {"one@x"};
-    request.forceSend = true;
+    CSendRequest request{.to = {"one@x"}, .forceSend = true};
     Send(request);
     EXPECT_NE(Activity().find("Firma: imaptunnel is ignored: the profile file " +
                               (m_dir / "profiles.ini").string() + " may be changed by others"),

@@ -140,6 +140,14 @@ protected:
         return store;
     }
 
+    // Whether the sync's inbox lists that many messages within a while.
+    static bool InboxHolds(const std::shared_ptr<CImapSync>& sync, size_t rows) {
+        return Eventually([&] {
+            const auto snapshot = sync->Snapshot("INBOX");
+            return snapshot && snapshot->RowCount() == rows;
+        });
+    }
+
     CTempDir m_dir;
     std::optional<CDovecotServer> m_server;
 };
@@ -229,10 +237,7 @@ TEST_F(ImapTest, TheSyncKeepsTheIndexCurrentAndChangesTheServerOnlyWhenAsked) {
     m_server->Deliver("anna", "INBOX", Mail("<eins@example.org>", "Eins"));
     m_server->Deliver("anna", "INBOX", Mail("<zwei@example.org>", "Zwei"));
     const std::shared_ptr<CImapSync> sync = CImapSync::ForStore(Store(StartTls()));
-    ASSERT_TRUE(Eventually([&] {
-        const auto snapshot = sync->Snapshot("INBOX");
-        return snapshot && snapshot->RowCount() == 2;
-    })) << velmar::WideToUtf8(sync->Problem());
+    ASSERT_TRUE(InboxHolds(sync, 2)) << velmar::WideToUtf8(sync->Problem());
     // The roles' folders did not exist: they are made, and the server marks them by their special use.
     EXPECT_EQ(sync->FolderOfRole(EImapRole::Sent).value_or("-"), "Sent");
     EXPECT_EQ(sync->FolderOfRole(EImapRole::Trash).value_or("-"), "Trash");
@@ -298,10 +303,7 @@ TEST_P(ImapServerKinds, FoldersOfTheRolesAndMovesOfOneMessage) {
     const bool german = Flavour() == EDovecotFlavour::InboxNamespace;
     m_server->Deliver("anna", german ? "Papierkorb" : "Deleted Items", Mail("<alt@example.org>", "Alt"));
     const std::shared_ptr<CImapSync> sync = CImapSync::ForStore(Store(StartTls()));
-    ASSERT_TRUE(Eventually([&] {
-        const auto snapshot = sync->Snapshot("INBOX");
-        return snapshot && snapshot->RowCount() == 2;
-    })) << velmar::WideToUtf8(sync->Problem());
+    ASSERT_TRUE(InboxHolds(sync, 2)) << velmar::WideToUtf8(sync->Problem());
     const std::string trash = m_server->ServerName(german ? "Papierkorb" : "Deleted Items");
     EXPECT_EQ(sync->FolderOfRole(EImapRole::Sent).value_or("-"), m_server->ServerName("Sent"));
     EXPECT_EQ(sync->FolderOfRole(EImapRole::Drafts).value_or("-"), m_server->ServerName("Drafts"));
@@ -343,8 +345,7 @@ TEST_F(ImapTest, ARestartAnswersFromDiskWhileTheServerIsAway) {
     std::uint32_t validity = 0, cachedUid = 0, uncachedUid = 0;
     {
         const std::shared_ptr<CImapSync> sync = CImapSync::ForStore(Store(StartTls()));
-        ASSERT_TRUE(
-            Eventually([&] { return sync->Snapshot("INBOX") && sync->Snapshot("INBOX")->RowCount() == 5; }));
+        ASSERT_TRUE(InboxHolds(sync, 5));
         const auto snapshot = sync->Snapshot("INBOX");
         validity = snapshot->State().uidValidity;
         cachedUid = snapshot->Message(1).uid;
@@ -463,8 +464,7 @@ TEST_F(ImapTest, BrokenMailReadOtherwiseByGMimeIsFetchedWhole) {
                           data + "\r\n--b--\r\n");
     m_server->Deliver("anna", "INBOX", WithLargeAttachment("<heil@example.org>", data));
     const std::shared_ptr<CImapSync> sync = CImapSync::ForStore(Store(StartTls()));
-    ASSERT_TRUE(
-        Eventually([&] { return sync->Snapshot("INBOX") && sync->Snapshot("INBOX")->RowCount() == 2; }));
+    ASSERT_TRUE(InboxHolds(sync, 2));
     const auto snapshot = sync->Snapshot("INBOX");
     for (size_t row = 0; row < 2; ++row) {
         const bool broken = snapshot->Message(row).messageId == "<kaputt@example.org>";

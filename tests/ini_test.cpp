@@ -77,9 +77,7 @@ TEST_F(IniRead, ValuesAreCutAt2999Characters) {
 }
 
 TEST_F(IniRead, Utf8TextWithByteOrderMark) {
-    const CIniSettings ini = Settings(
-        "\xEF\xBB\xBF[KESTA]\nARCHIVE_MSGSTORE=Postf\xC3\xA4"
-        "cher\n");
+    const CIniSettings ini = Settings("\xEF\xBB\xBF[KESTA]\nARCHIVE_MSGSTORE=Postfächer\n");
     EXPECT_EQ(ini.ReadString(L"KESTA", L"ARCHIVE_MSGSTORE", L""), L"Postf\u00e4cher");
 }
 

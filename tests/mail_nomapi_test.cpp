@@ -6,6 +6,7 @@
 
 #include "mail/VelmarMapi.h"
 #include "support/ActivityList.h"
+#include "tests/TraceLines.h"
 
 namespace {
 
@@ -26,28 +27,20 @@ TEST(MailWithoutMapi, FailurePaths) {
     EXPECT_EQ(defaultProfile, -1);
     mapi.Logon(L"Velmar", 0);
     EXPECT_FALSE(mapi.HasSession());
-    EXPECT_EQ(activity.Lines(), (Lines{L"CVelmarMapi::CVelmarMapi",
-                                       L"CVelmarMapi::MAPIInitialize start",
-                                       L"CVelmarMapi::MAPIInitialize end",
-                                       L"CVelmarMapi::GetProfileNames start",
-                                       L"CVelmarMapi::GetProfileNames MAPIAdminProfiles start",
-                                       L"CVelmarMapi::GetProfileNames end",
-                                       L"CVelmarMapi::Logon start",
-                                       L"CVelmarMapi::Logon Logoff",
-                                       L"CVelmarMapi::Logoff start",
-                                       L"CVelmarMapi::Logoff SetAddrBook",
-                                       L"CVelmarMapi::SetAddrBook start",
-                                       L"CVelmarMapi::SetAddrBook end",
-                                       L"CVelmarMapi::Logoff ReleaseSessionData start",
-                                       L"CVelmarMapi::ReleaseSessionData start",
-                                       L"CVelmarMapi::ReleaseSessionData end",
-                                       L"CVelmarMapi::Logoff ReleaseSessionData end",
-                                       L"CVelmarMapi::Logoff end",
-                                       L"CVelmarMapi::Logon MAPIInitialize start",
-                                       L"CVelmarMapi::MAPIInitialize start",
-                                       L"CVelmarMapi::MAPIInitialize end",
-                                       L"CVelmarMapi::Logon MAPIInitialize end",
-                                       L"CVelmarMapi::Logon"}));
+    using velmar::test::Steps;
+    const Lines initialize = Steps(L"MAPIInitialize", {L"start", L"end"});
+    EXPECT_EQ(activity.Lines(),
+              velmar::test::Joined<std::wstring>(
+                  {{L"CVelmarMapi::CVelmarMapi"},
+                   initialize,
+                   Steps(L"GetProfileNames", {L"start", L"MAPIAdminProfiles start", L"end"}),
+                   Steps(L"Logon", {L"start", L"Logoff"}),
+                   velmar::test::LogoffTrace(),
+                   Steps(L"Logoff", {L"end"}),
+                   Steps(L"Logon", {L"MAPIInitialize start"}),
+                   initialize,
+                   Steps(L"Logon", {L"MAPIInitialize end"}),
+                   {L"CVelmarMapi::Logon"}}));
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "harness/TestFiles.h"
 #include "mail/VelmarMapi.h"
 #include "support/ActivityList.h"
+#include "tests/TraceLines.h"
 
 namespace {
 
@@ -48,41 +49,40 @@ Lines WithoutPointers(Lines lines) {
     return lines;
 }
 
+using velmar::test::Joined;
+using velmar::test::Steps;
+
+const Lines kLogoff = velmar::test::LogoffTrace();
+const Lines kInitialize = Steps(L"MAPIInitialize", {L"start", L"end"});
+
 TEST_F(MailSession, ProfilesLogonStoresAndTheirTrace) {
     {
         CVelmarMapi mapi(&m_activity);
         EXPECT_TRUE(mapi.IsMAPIInitialized());
-        EXPECT_EQ(Take(), (Lines{L"CVelmarMapi::CVelmarMapi", L"CVelmarMapi::MAPIInitialize start",
-                                 L"CVelmarMapi::MAPIInitialize end"}));
+        EXPECT_EQ(Take(), Joined<std::wstring>({{L"CVelmarMapi::CVelmarMapi"}, kInitialize}));
 
         int defaultProfile = 7;
         EXPECT_EQ(mapi.GetProfileNames(defaultProfile), (Lines{L"Alpha", L"Beta"}));
         EXPECT_EQ(defaultProfile, 1);
-        EXPECT_EQ(Take(), (Lines{L"CVelmarMapi::GetProfileNames start",
-                                 L"CVelmarMapi::GetProfileNames MAPIAdminProfiles start",
-                                 L"CVelmarMapi::GetProfileNames MAPIAdminProfiles start",
-                                 L"CVelmarMapi::GetProfileNames GetProfileTable start",
-                                 L"CVelmarMapi::GetProfileNames GetProfileTable end",
-                                 L"CVelmarMapi::GetProfileNames QueryRows start",
-                                 L"CVelmarMapi::GetProfileNames QueryRows end",
-                                 L"CVelmarMapi::GetProfileNames end"}));
+        EXPECT_EQ(Take(),
+                  Steps(L"GetProfileNames", {L"start", L"MAPIAdminProfiles start", L"MAPIAdminProfiles start",
+                                             L"GetProfileTable start", L"GetProfileTable end",
+                                             L"QueryRows start", L"QueryRows end", L"end"}));
         EXPECT_EQ(mapi.GetProfileNames(defaultProfile).size(), 2u);
         EXPECT_EQ(defaultProfile, -1) << "the list is built once; later calls do not report the default";
         Take();
 
         mapi.Logon(L"Alpha", 0);
         ASSERT_TRUE(mapi.HasSession());
-        EXPECT_EQ(
-            WithoutPointers(Take()),
-            (Lines{L"CVelmarMapi::Logon start", L"CVelmarMapi::Logon Logoff", L"CVelmarMapi::Logoff start",
-                   L"CVelmarMapi::Logoff SetAddrBook", L"CVelmarMapi::SetAddrBook start",
-                   L"CVelmarMapi::SetAddrBook end", L"CVelmarMapi::Logoff ReleaseSessionData start",
-                   L"CVelmarMapi::ReleaseSessionData start", L"CVelmarMapi::ReleaseSessionData end",
-                   L"CVelmarMapi::Logoff ReleaseSessionData end", L"CVelmarMapi::Logoff end",
-                   L"CVelmarMapi::Logon MAPIInitialize start", L"CVelmarMapi::MAPIInitialize start",
-                   L"CVelmarMapi::MAPIInitialize end", L"CVelmarMapi::Logon MAPIInitialize end",
-                   L"CVelmarMapi::Logon MAPILogonEx start", L"CVelmarMapi::Logon MAPILogonEx end",
-                   L"::MAPILogonEx returns 0x0 m_lpMAPISession = 0x<pointer>", L"CVelmarMapi::Logon"}));
+        EXPECT_EQ(WithoutPointers(Take()),
+                  Joined<std::wstring>(
+                      {Steps(L"Logon", {L"start", L"Logoff"}),
+                       kLogoff,
+                       Steps(L"Logoff", {L"end"}),
+                       Steps(L"Logon", {L"MAPIInitialize start"}),
+                       kInitialize,
+                       Steps(L"Logon", {L"MAPIInitialize end", L"MAPILogonEx start", L"MAPILogonEx end"}),
+                       {L"::MAPILogonEx returns 0x0 m_lpMAPISession = 0x<pointer>", L"CVelmarMapi::Logon"}}));
 
         mapi.OpenMessageStoreTable();
         const std::vector<MsgStoreInfo> stores = mapi.MessageStores();
@@ -93,59 +93,33 @@ TEST_F(MailSession, ProfilesLogonStoresAndTheirTrace) {
         EXPECT_EQ(mapi.DefaultStore(), 1);
         EXPECT_EQ(mapi.StoreIndex(), 1);
         // Every column of every row is traced; the later of the two name columns wins.
-        const Lines rows = {L"Loop RowIndex: 0,  PropIndex: 0 -> Value: ff60102",
-                            L"Loop RowIndex: 0,  PropIndex: 1 -> Value: fff0102",
-                            L"Loop RowIndex: 0,  PropIndex: 2 -> Value: ff90102",
-                            L"Loop RowIndex: 0,  PropIndex: 3 -> Value: 3006001f",
-                            L"Found: Velmar Maildir",
-                            L"Loop RowIndex: 0,  PropIndex: 4 -> Value: 3001001f",
-                            L"Found: Eins",
-                            L"Loop RowIndex: 0,  PropIndex: 5 -> Value: 3400000b",
-                            L"Loop RowIndex: 0,  PropIndex: 6 -> Value: 34140102",
-                            L"Loop RowIndex: 0,  PropIndex: 7 -> Value: 30090003",
-                            L"Loop RowIndex: 0,  PropIndex: 8 -> Value: 3003001f",
-                            L"Loop RowIndex: 0,  PropIndex: 9 -> Value: 661c001f",
-                            L"Loop RowIndex: 1,  PropIndex: 0 -> Value: ff60102",
-                            L"Loop RowIndex: 1,  PropIndex: 1 -> Value: fff0102",
-                            L"Loop RowIndex: 1,  PropIndex: 2 -> Value: ff90102",
-                            L"Loop RowIndex: 1,  PropIndex: 3 -> Value: 3006001f",
-                            L"Found: Velmar Maildir",
-                            L"Loop RowIndex: 1,  PropIndex: 4 -> Value: 3001001f",
-                            L"Found: Zwei",
-                            L"Loop RowIndex: 1,  PropIndex: 5 -> Value: 3400000b",
-                            L"Loop RowIndex: 1,  PropIndex: 6 -> Value: 34140102",
-                            L"Loop RowIndex: 1,  PropIndex: 7 -> Value: 30090003",
-                            L"Loop RowIndex: 1,  PropIndex: 8 -> Value: 3003001f",
-                            L"Loop RowIndex: 1,  PropIndex: 9 -> Value: 661c001f"};
-        Lines table = {L"CVelmarMapi::OpenMessageStoreTable start",
-                       L"CVelmarMapi::OpenMessageStoreTable CreateDispatch",
-                       L"Store DisplayName: Eins",
-                       L"Store email: a@x",
-                       L"Store DisplayName: Zwei",
-                       L"Store email: b@x",
-                       L"Found Folders finished",
-                       L"CVelmarMapi::OpenMessageStoreTable GetMsgStoresTable start",
-                       L"CVelmarMapi::OpenMessageStoreTable GetMsgStoresTable end",
-                       L"CVelmarMapi::OpenMessageStoreTable GetRowCount",
-                       L"CVelmarMapi::OpenMessageStoreTable QueryColumns",
-                       L"CVelmarMapi::OpenMessageStoreTable SeekRow start",
-                       L"CVelmarMapi::OpenMessageStoreTable SeekRow end",
-                       L"CVelmarMapi::OpenMessageStoreTable QueryRows start",
-                       L"CVelmarMapi::OpenMessageStoreTable QueryRows end"};
-        table.insert(table.end(), rows.begin(), rows.end());
-        table.insert(table.end(), {L"CVelmarMapi::OpenMessageStoreTable FreeRows start",
-                                   L"CVelmarMapi::OpenMessageStoreTable FreeRows end",
-                                   L"CVelmarMapi::OpenMessageStoreTable MAPIFreeBuffer start",
-                                   L"CVelmarMapi::OpenMessageStoreTable MAPIFreeBuffer end",
-                                   L"CVelmarMapi::OpenMessageStoreTable end"});
+        Lines rows;
+        for (const auto& [row, name] : {std::pair{L"0", L"Eins"}, {L"1", L"Zwei"}}) {
+            int column = 0;
+            for (const wchar_t* tag : {L"ff60102", L"fff0102", L"ff90102", L"3006001f", L"3001001f",
+                                       L"3400000b", L"34140102", L"30090003", L"3003001f", L"661c001f"}) {
+                rows.push_back(std::wstring(L"Loop RowIndex: ") + row + L",  PropIndex: " +
+                               std::to_wstring(column) + L" -> Value: " + tag);
+                if (column == 3) rows.push_back(L"Found: Velmar Maildir");
+                if (column++ == 4) rows.push_back(std::wstring(L"Found: ") + name);
+            }
+        }
+        const Lines table = Joined<std::wstring>(
+            {Steps(L"OpenMessageStoreTable", {L"start", L"CreateDispatch"}),
+             {L"Store DisplayName: Eins", L"Store email: a@x", L"Store DisplayName: Zwei",
+              L"Store email: b@x", L"Found Folders finished"},
+             Steps(L"OpenMessageStoreTable",
+                   {L"GetMsgStoresTable start", L"GetMsgStoresTable end", L"GetRowCount", L"QueryColumns",
+                    L"SeekRow start", L"SeekRow end", L"QueryRows start", L"QueryRows end"}),
+             rows,
+             Steps(L"OpenMessageStoreTable", {L"FreeRows start", L"FreeRows end", L"MAPIFreeBuffer start",
+                                              L"MAPIFreeBuffer end", L"end"})});
         EXPECT_EQ(Take(), table);
 
         EXPECT_TRUE(mapi.SetMessageStore(L"Eins"));
         EXPECT_EQ(mapi.StoreIndex(), 0);
-        EXPECT_EQ(Take(), (Lines{L"CVelmarMapi::SetMessageStore start",
-                                 L"CVelmarMapi::SetMessageStore SetMessageStore start",
-                                 L"CVelmarMapi::SetMessageStore start", L"CVelmarMapi::SetMessageStore end",
-                                 L"CVelmarMapi::SetMessageStore end"}));
+        EXPECT_EQ(Take(),
+                  Steps(L"SetMessageStore", {L"start", L"SetMessageStore start", L"start", L"end", L"end"}));
         EXPECT_FALSE(mapi.SetMessageStore(L"eins")) << "names compare exactly";
         EXPECT_EQ(mapi.StoreIndex(), 0);
         Take();
@@ -157,14 +131,12 @@ TEST_F(MailSession, ProfilesLogonStoresAndTheirTrace) {
                                  L"CVelmarMapi::OutputError end"}));
     }
     EXPECT_EQ(WithoutPointers(Take()),
-              (Lines{L"CVelmarMapi::~CVelmarMapi start", L"CVelmarMapi::Logoff start",
-                     L"CVelmarMapi::Logoff SetAddrBook", L"CVelmarMapi::SetAddrBook start",
-                     L"CVelmarMapi::SetAddrBook end", L"CVelmarMapi::Logoff ReleaseSessionData start",
-                     L"CVelmarMapi::ReleaseSessionData start", L"CVelmarMapi::ReleaseSessionData end",
-                     L"CVelmarMapi::Logoff ReleaseSessionData end",
-                     L"m_lpMAPISession->Logoff returns 0x0 m_lpMAPISession = 0x<pointer>",
-                     L"CVelmarMapi::Logoff end", L"CVelmarMapi::MAPIUninitialize start",
-                     L"CVelmarMapi::MAPIUninitialize end", L"CVelmarMapi::~CVelmarMapi end"}));
+              Joined<std::wstring>({{L"CVelmarMapi::~CVelmarMapi start"},
+                                    kLogoff,
+                                    {L"m_lpMAPISession->Logoff returns 0x0 m_lpMAPISession = 0x<pointer>"},
+                                    Steps(L"Logoff", {L"end"}),
+                                    Steps(L"MAPIUninitialize", {L"start", L"end"}),
+                                    {L"CVelmarMapi::~CVelmarMapi end"}}));
 }
 
 TEST_F(MailSession, WithoutAnActivityListTheTraceIsDropped) {
@@ -196,108 +168,57 @@ TEST_F(MailSession, MessageDataAndExportTraceEveryStepInOrder) {
     mapi.GetMessageData(data, {L"Alpha", 0, {}}, L"<m@x>", L"", false);
     EXPECT_EQ(data.messageId, L"<m@x>");
     EXPECT_EQ(data.to, Lines{L"B"});
-    const Lines search = {L"CVelmarMapi::GetpMessage start",
-                          L"CVelmarMapi::GetpMessage strToEmailAddress = ",
-                          L"CVelmarMapi::GetpMessage DeTokonized: ",
-                          L"CVelmarMapi::GetpMessage All Message Boxes",
-                          L"CVelmarMapi::GetpMessage nStoreIndex = 0",
-                          L"searching in Eins",
-                          L"CVelmarMapi::SearchMessageInMessageStore start",
-                          L"CVelmarMapi::SearchMessageInMessageStore OpenMsgStore",
-                          L"CVelmarMapi::SearchMessageInMessageStore GetReceiveFolder",
-                          L"CVelmarMapi::SearchMessageInMessageStore OpenEntry",
-                          L"CVelmarMapi::SearchMessageInMessageStore GetContentsTable",
-                          L"CVelmarMapi::SearchMessageInMessageStore GetRowCount",
-                          L"CVelmarMapi::SearchMessageInMessageStore Restrict",
-                          L"CVelmarMapi::SearchMessageInMessageStore GetRowCount",
-                          L"CVelmarMapi::SearchMessageInMessageStore QueryRows",
-                          L"CVelmarMapi::SearchMessageInMessageStore OpenEntry",
-                          L"CVelmarMapi::SearchMessageInMessageStore FreeRows",
-                          L"CVelmarMapi::SearchMessageInMessageStore end",
-                          L"CVelmarMapi::GetpMessage end"};
-    Lines expected = {L"CVelmarMapi::GetMessageData start", L"CVelmarMapi::GetMessageData FindMessage",
-                      L"CVelmarMapi::FindMessage start", L"CVelmarMapi::FindMessage GetpMessage"};
-    expected.insert(expected.end(), search.begin(), search.end());
-    const Lines fill = {L"CVelmarMapi::FindMessage MapiFillMessage start",
-                        L"CVelmarMapi::MapiFillMessage start",
-                        L"CVelmarMapi::MapiFillMessage FetchProps",
-                        L"CVelmarMapi::FetchProps start",
-                        L"CVelmarMapi::FetchProps GetProps start",
-                        L"CVelmarMapi::FetchProps GetProps end",
-                        L"CVelmarMapi::FetchProps set pEmailData",
-                        L"CVelmarMapi::FetchProps end",
-                        L"CVelmarMapi::MapiFillMessage FetchRecipients",
-                        L"CVelmarMapi::FetchRecipients start",
-                        L"CVelmarMapi::FetchRecipients GetRecipientTable",
-                        L"CVelmarMapi::FetchRecipients QueryRows start",
-                        L"CVelmarMapi::FetchRecipients QueryRows end",
-                        L"CVelmarMapi::FetchRecipients set pEmailData",
-                        L"CVelmarMapi::FetchRecipients FreeProws",
-                        L"CVelmarMapi::FetchRecipients end",
-                        L"CVelmarMapi::MapiFillMessage FetchAttachments",
-                        L"CVelmarMapi::FetchAttachments start",
-                        L"CVelmarMapi::FetchAttachments GetAttachmentTable",
-                        L"CVelmarMapi::FetchAttachments GetRowCount",
-                        L"CVelmarMapi::FetchAttachments SetColumns",
-                        L"CVelmarMapi::FetchAttachments HrQueryAllRows start",
-                        L"CVelmarMapi::FetchAttachments HrQueryAllRows end",
-                        L"CVelmarMapi::FetchAttachments FreeProws",
-                        L"CVelmarMapi::FetchAttachments end",
-                        L"CVelmarMapi::MapiFillMessage FetchBody",
-                        L"CVelmarMapi::FetchBody start",
-                        L"CVelmarMapi::FetchBody OpenProperty 1",
-                        L"CVelmarMapi::FetchBody Stat",
-                        L"CVelmarMapi::FetchBody OpenProperty 2 (PR_HTML)",
-                        L"CVelmarMapi::FetchBody HrGetOneProp",
-                        L"CVelmarMapi::FetchBody OpenProperty 3",
-                        L"CVelmarMapi::FetchBody pfnWrapEx failed",
-                        L"CVelmarMapi::FetchBody MapiFreeBuffer",
-                        L"CVelmarMapi::FetchBody end",
-                        L"CVelmarMapi::MapiFillMessage PrepareEmbeddedImages",
-                        L"CVelmarMapi::PrepareEmbeddedImages",
-                        L"CVelmarMapi::MapiFillMessage end",
-                        L"CVelmarMapi::FindMessage MapiFillMessage end",
-                        L"CVelmarMapi::FindMessage cleanup",
-                        L"CVelmarMapi::FindMessage end",
-                        L"CVelmarMapi::GetMessageData end"};
-    expected.insert(expected.end(), fill.begin(), fill.end());
+    const Lines search =
+        Joined<std::wstring>({Steps(L"GetpMessage", {L"start", L"strToEmailAddress = ", L"DeTokonized: ",
+                                                     L"All Message Boxes", L"nStoreIndex = 0"}),
+                              {L"searching in Eins"},
+                              Steps(L"SearchMessageInMessageStore",
+                                    {L"start", L"OpenMsgStore", L"GetReceiveFolder", L"OpenEntry",
+                                     L"GetContentsTable", L"GetRowCount", L"Restrict", L"GetRowCount",
+                                     L"QueryRows", L"OpenEntry", L"FreeRows", L"end"}),
+                              Steps(L"GetpMessage", {L"end"})});
+    const Lines expected = Joined<std::wstring>(
+        {Steps(L"GetMessageData", {L"start", L"FindMessage"}),
+         Steps(L"FindMessage", {L"start", L"GetpMessage"}),
+         search,
+         Steps(L"FindMessage", {L"MapiFillMessage start"}),
+         Steps(L"MapiFillMessage", {L"start", L"FetchProps"}),
+         Steps(L"FetchProps", {L"start", L"GetProps start", L"GetProps end", L"set pEmailData", L"end"}),
+         Steps(L"MapiFillMessage", {L"FetchRecipients"}),
+         Steps(L"FetchRecipients", {L"start", L"GetRecipientTable", L"QueryRows start", L"QueryRows end",
+                                    L"set pEmailData", L"FreeProws", L"end"}),
+         Steps(L"MapiFillMessage", {L"FetchAttachments"}),
+         Steps(L"FetchAttachments", {L"start", L"GetAttachmentTable", L"GetRowCount", L"SetColumns",
+                                     L"HrQueryAllRows start", L"HrQueryAllRows end", L"FreeProws", L"end"}),
+         Steps(L"MapiFillMessage", {L"FetchBody"}),
+         Steps(L"FetchBody",
+               {L"start", L"OpenProperty 1", L"Stat", L"OpenProperty 2 (PR_HTML)", L"HrGetOneProp",
+                L"OpenProperty 3", L"pfnWrapEx failed", L"MapiFreeBuffer", L"end"}),
+         Steps(L"MapiFillMessage", {L"PrepareEmbeddedImages"}),
+         {L"CVelmarMapi::PrepareEmbeddedImages"},
+         Steps(L"MapiFillMessage", {L"end"}),
+         Steps(L"FindMessage", {L"MapiFillMessage end", L"cleanup", L"end"}),
+         Steps(L"GetMessageData", {L"end"})});
     EXPECT_EQ(Take(), expected);
 
     const std::wstring path = mapi.OpenAttachment2(L"<att@x>", L"", 0);
     EXPECT_EQ(path, (m_dir / "export" / "Velmar" / "n_1.txt").wstring());
-    Lines exportTrace = {L"CVelmarMapi::OpenAttachment2 start", L"CVelmarMapi::OpenAttachment2 GetpMessage"};
     // The store and its inbox stay open from the first search (MAPI_CACHE_MSGSTORE is on by default).
     Lines cachedSearch = search;
     std::erase(cachedSearch, L"CVelmarMapi::SearchMessageInMessageStore GetReceiveFolder");
     cachedSearch.erase(std::find(cachedSearch.begin(), cachedSearch.end(),
                                  L"CVelmarMapi::SearchMessageInMessageStore OpenEntry"));
-    exportTrace.insert(exportTrace.end(), cachedSearch.begin(), cachedSearch.end());
-    const Lines write = {L"CVelmarMapi::OpenAttachment2 OpenAttachment",
-                         L"CVelmarMapi::OpenAttachment1 start",
-                         L"CVelmarMapi::OpenAttachment1 OpenAttach",
-                         L"CVelmarMapi::OpenAttachment1 WriteAttachmentToFile",
-                         L"CVelmarMapi::WriteAttachmentToFile start",
-                         L"CVelmarMapi::WriteAttachmentToFile GetProps",
-                         L"CVelmarMapi::WriteAttachmentToFile CheckStringProp",
-                         L"CVelmarMapi::WriteAttachmentToFile SanitizeFileName",
-                         L"CVelmarMapi::SanitizeFileName start",
-                         L"CVelmarMapi::SanitizeFileName end",
-                         L"CVelmarMapi::WriteAttachmentToFile GetStatus",
-                         L"CVelmarMapi::WriteAttachmentToFile WriteAttachStreamToFile",
-                         L"CVelmarMapi::WriteAttachStreamToFile start",
-                         L"CVelmarMapi::WriteAttachStreamToFile OpenProperty",
-                         L"CVelmarMapi::WriteAttachStreamToFile MyOpenStreamOnFile",
-                         L"CVelmarMapi::WriteAttachStreamToFile Stat",
-                         L"CVelmarMapi::WriteAttachStreamToFile CopyTo",
-                         L"CVelmarMapi::WriteAttachStreamToFile Commit",
-                         L"CVelmarMapi::WriteAttachStreamToFile Release",
-                         L"CVelmarMapi::WriteAttachStreamToFile end",
-                         L"CVelmarMapi::WriteAttachmentToFile MAPIFreeBuffer",
-                         L"CVelmarMapi::WriteAttachmentToFile end",
-                         L"CVelmarMapi::OpenAttachment1 Release",
-                         L"CVelmarMapi::OpenAttachment2 release",
-                         L"CVelmarMapi::OpenAttachment2 end"};
-    exportTrace.insert(exportTrace.end(), write.begin(), write.end());
+    const Lines exportTrace = Joined<std::wstring>(
+        {Steps(L"OpenAttachment2", {L"start", L"GetpMessage"}), cachedSearch,
+         Steps(L"OpenAttachment2", {L"OpenAttachment"}),
+         Steps(L"OpenAttachment1", {L"start", L"OpenAttach", L"WriteAttachmentToFile"}),
+         Steps(L"WriteAttachmentToFile", {L"start", L"GetProps", L"CheckStringProp", L"SanitizeFileName"}),
+         Steps(L"SanitizeFileName", {L"start", L"end"}),
+         Steps(L"WriteAttachmentToFile", {L"GetStatus", L"WriteAttachStreamToFile"}),
+         Steps(L"WriteAttachStreamToFile", {L"start", L"OpenProperty", L"MyOpenStreamOnFile", L"Stat",
+                                            L"CopyTo", L"Commit", L"Release", L"end"}),
+         Steps(L"WriteAttachmentToFile", {L"MAPIFreeBuffer", L"end"}),
+         Steps(L"OpenAttachment1", {L"Release"}), Steps(L"OpenAttachment2", {L"release", L"end"})});
     EXPECT_EQ(Take(), exportTrace);
     velmar::test::SetEnvironment("TMPDIR", restoreTmp);
 }

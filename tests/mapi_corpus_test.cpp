@@ -19,7 +19,7 @@ using velmar::CComPtr;
 using velmar::test::CPropsHolder;
 using velmar::test::CRowsHolder;
 using velmar::test::LongProp;
-using velmar::test::ReadStream;
+using velmar::test::StreamProp;
 using velmar::test::WideProp;
 namespace fs = std::filesystem;
 
@@ -61,33 +61,25 @@ protected:
         ASSERT_EQ(m_session->OpenMsgStore(0, id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb),
                                           nullptr, MAPI_BEST_ACCESS, m_store.Put()),
                   S_OK);
-        ULONG type = 0;
-        LPUNKNOWN inbox = nullptr;
-        ASSERT_EQ(m_store->OpenEntry(0, nullptr, nullptr, 0, &type, &inbox), S_OK);
-        m_inbox.Reset(static_cast<IMAPIFolder*>(inbox));
+        m_inbox = velmar::test::OpenEntryAs<IMAPIFolder>(m_store.get(), 0, nullptr, 0);
+        ASSERT_TRUE(m_inbox);
     }
 
     CComPtr<IMessage> OpenRow(const SRow& row) {
         const SPropValue* id = PpropFindProp(row.lpProps, row.cValues, PR_ENTRYID);
-        ULONG type = 0;
-        LPUNKNOWN message = nullptr;
-        EXPECT_EQ(m_store->OpenEntry(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb),
-                                     nullptr, 0, &type, &message),
-                  S_OK);
-        return CComPtr<IMessage>(static_cast<IMessage*>(message));
+        CComPtr<IMessage> message =
+            velmar::test::OpenEntryAs<IMessage>(m_store.get(), id->Value.bin.cb, id->Value.bin.lpb, 0);
+        EXPECT_TRUE(message);
+        return message;
     }
 
     CComPtr<IMessage> ByMessageId(const char* messageId) {
         CComPtr<IMAPITable> table;
         EXPECT_EQ(m_inbox->GetContentsTable(0, table.Put()), S_OK);
-        SPropValue value{};
-        value.ulPropTag = PR_INTERNET_MESSAGE_ID_A;
-        value.Value.lpszA = const_cast<LPSTR>(messageId);
-        SRestriction restriction{};
-        restriction.rt = RES_PROPERTY;
-        restriction.res.resProperty = {RELOP_EQ, PR_INTERNET_MESSAGE_ID_A, &value};
         CRowsHolder rows;
-        EXPECT_EQ(HrQueryAllRows(table.get(), nullptr, &restriction, nullptr, 0, &rows.rows), S_OK);
+        EXPECT_EQ(HrQueryAllRows(table.get(), nullptr, velmar::test::CMessageIdRestriction(messageId).Get(),
+                                 nullptr, 0, &rows.rows),
+                  S_OK);
         if (!rows.rows || rows.rows->cRows != 1) return CComPtr<IMessage>();
         return OpenRow(rows.rows->aRow[0]);
     }
@@ -136,8 +128,8 @@ protected:
                 static_cast<ULONG>(PpropFindProp(row.lpProps, row.cValues, PR_ATTACH_NUM)->Value.l);
             CComPtr<IAttach> attach;
             ASSERT_EQ(message->OpenAttach(number, nullptr, MAPI_BEST_ACCESS, attach.Put()), S_OK) << source;
-            LPUNKNOWN data = nullptr;
             if (LongProp(attach.get(), PR_ATTACH_METHOD) == static_cast<LONG>(ATTACH_EMBEDDED_MSG)) {
+                LPUNKNOWN data = nullptr;
                 ASSERT_EQ(attach->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, 0, &data), S_OK)
                     << source;
                 CComPtr<IMessage> embedded(static_cast<IMessage*>(data));
@@ -145,11 +137,9 @@ protected:
                 EXPECT_TRUE(
                     SUCCEEDED(embedded->GetProps(nullptr, MAPI_UNICODE, &props.count, &props.values)));
             } else {
-                ASSERT_EQ(attach->OpenProperty(PR_ATTACH_DATA_BIN, &IID_IStream, 0, 0, &data), S_OK)
-                    << source;
-                CComPtr<IStream> stream(static_cast<IStream*>(data));
-                EXPECT_EQ(ReadStream(stream.get()).size(),
-                          static_cast<size_t>(LongProp(attach.get(), PR_ATTACH_SIZE)))
+                const std::string bytes = StreamProp(attach.get(), PR_ATTACH_DATA_BIN);
+                ASSERT_NE(bytes, "<not opened>") << source;
+                EXPECT_EQ(bytes.size(), static_cast<size_t>(LongProp(attach.get(), PR_ATTACH_SIZE)))
                     << source;
             }
         }
@@ -224,14 +214,8 @@ TEST_F(MapiCorpus, Latin1HtmlOnlyMessage) {
     ASSERT_TRUE(message);
     EXPECT_EQ(WideProp(message.get(), PR_SUBJECT_W), L"Die Hasen und die Fr\u00f6sche");
     EXPECT_EQ(WideProp(message.get(), PR_DISPLAY_TO_W), L"Heinz M\u00fcller");
-    LPUNKNOWN unknown = nullptr;
-    ASSERT_EQ(message->OpenProperty(PR_HTML, &IID_IStream, 0, 0, &unknown), S_OK);
-    CComPtr<IStream> html(static_cast<IStream*>(unknown));
-    const std::string text = ReadStream(html.get());
-    EXPECT_NE(text.find("Die Hasen klagten einst \xC3\xBC"
-                        "ber"),
-              std::string::npos)
-        << "Latin-1 arrives as UTF-8";
+    const std::string text = StreamProp(message.get(), PR_HTML);
+    EXPECT_NE(text.find("Die Hasen klagten einst über"), std::string::npos) << "Latin-1 arrives as UTF-8";
     EXPECT_NE(text.find("charset=utf-8"), std::string::npos);
     // No text part: the plain body is the HTML as text.
     EXPECT_NE(WideProp(message.get(), PR_BODY_W).find(L"\"wir leben\", sprach ein Redner"),
@@ -248,23 +232,19 @@ TEST_F(MapiCorpus, HeadersAndBodyTextsAsTheirAuthorsMeantThem) {
     Add(kCorpora / "MimeKit/messages/missing-subtype.txt");
     Open();
 
-    // Adjacent Q words of one charset whose payloads hold raw Latin-1 bytes.
-    CComPtr<IMessage> joined = ByMessageId("<4.2.0.58.20000519010441.00a8d140@pop.example.com>");
-    ASSERT_TRUE(joined);
-    EXPECT_EQ(WideProp(joined.get(), PR_DISPLAY_TO_W), L"J\u00fcrgen Schm\u00fcrgen");
-    EXPECT_EQ(WideProp(joined.get(), PR_SUBJECT_W), L"Die Hasen und die Fr\u00f6sche");
-
-    // Raw Latin-1 in the header fields of a message that declares ISO-8859-1.
-    CComPtr<IMessage> raw = ByMessageId("<4.2.0.58.20000519010842.00a8c7f0@pop.example.com>");
-    ASSERT_TRUE(raw);
-    EXPECT_EQ(WideProp(raw.get(), PR_SUBJECT_W), L"Die Hasen und die Fr\u00f6sche");
-    EXPECT_EQ(WideProp(raw.get(), PR_DISPLAY_TO_W), L"Heinz M\u00fcller");
-
-    // A raw byte inside a Q word is read once, in the word's charset.
-    CComPtr<IMessage> inWord = ByMessageId("<4.2.0.58.20000519003556.00a918e0@pop.example.com>");
-    ASSERT_TRUE(inWord);
-    EXPECT_EQ(WideProp(inWord.get(), PR_DISPLAY_TO_W), L"Heinz M\u00fcller");
-    EXPECT_EQ(WideProp(inWord.get(), PR_SUBJECT_W), L"Die Hasen und die Fr\u00f6sche");
+    const std::pair<const char*, const wchar_t*> headers[] = {
+        // Adjacent Q words of one charset whose payloads hold raw Latin-1 bytes.
+        {"<4.2.0.58.20000519010441.00a8d140@pop.example.com>", L"J\u00fcrgen Schm\u00fcrgen"},
+        // Raw Latin-1 in the header fields of a message that declares ISO-8859-1.
+        {"<4.2.0.58.20000519010842.00a8c7f0@pop.example.com>", L"Heinz M\u00fcller"},
+        // A raw byte inside a Q word is read once, in the word's charset.
+        {"<4.2.0.58.20000519003556.00a918e0@pop.example.com>", L"Heinz M\u00fcller"}};
+    for (const auto& [id, to] : headers) {
+        CComPtr<IMessage> message = ByMessageId(id);
+        ASSERT_TRUE(message) << id;
+        EXPECT_EQ(WideProp(message.get(), PR_DISPLAY_TO_W), to) << id;
+        EXPECT_EQ(WideProp(message.get(), PR_SUBJECT_W), L"Die Hasen und die Fr\u00f6sche") << id;
+    }
 
     // Latin-1 text in a part that declares UTF-8, and in one that declares nothing: no byte is lost.
     for (const char* id :
@@ -282,10 +262,7 @@ TEST_F(MapiCorpus, HeadersAndBodyTextsAsTheirAuthorsMeantThem) {
     // The HTML keeps its doctype first; the UTF-8 declaration goes into a head after it.
     CComPtr<IMessage> doctype = ByMessageId("<39235EAD.E48E2160@example.com>");
     ASSERT_TRUE(doctype);
-    LPUNKNOWN unknown = nullptr;
-    ASSERT_EQ(doctype->OpenProperty(PR_HTML, &IID_IStream, 0, 0, &unknown), S_OK);
-    CComPtr<IStream> htmlStream(static_cast<IStream*>(unknown));
-    const std::string html = ReadStream(htmlStream.get());
+    const std::string html = StreamProp(doctype.get(), PR_HTML);
     EXPECT_EQ(html.rfind("<!doctype html public \"-//w3c//dtd html 4.0 transitional//en\">\r\n<html><head>"
                          "<meta http-equiv=\"Content-Type\" content=\"text/html; charset=utf-8\"></head>",
                          0),

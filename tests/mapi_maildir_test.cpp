@@ -25,19 +25,15 @@ TEST_F(MapiProvider, MessageRenamedAfterTheTableWasReadStillHasItsContent) {
     Deliver(m_mainPath, "1700000070.M1P1.host", kRichMessage);
     BackdateFolder(m_mainPath);
 
-    CComPtr<IMAPITable> table;
-    ASSERT_EQ(inbox->GetContentsTable(0, table.Put()), S_OK);
-    CRowsHolder rows;
-    ASSERT_EQ(table->QueryRows(1, 0, &rows.rows), S_OK);
-    ASSERT_EQ(rows.rows->cRows, 1u);
-    const SPropValue* id = PpropFindProp(rows.rows->aRow[0].lpProps, rows.rows->aRow[0].cValues, PR_ENTRYID);
-    ASSERT_NE(id, nullptr);
+    const std::vector<CListedMessage> listed = Listing(inbox.get());
+    ASSERT_EQ(listed.size(), 1u);
+    ASSERT_FALSE(listed[0].entryId.empty());
 
     // A mail client takes the message to cur/ and marks it read, within the tick the index saw.
     fs::rename(m_mainPath / "new" / "1700000070.M1P1.host", m_mainPath / "cur" / "1700000070.M1P1.host:2,S");
     BackdateFolder(m_mainPath);
 
-    CComPtr<IMessage> message = OpenById(store.get(), RowBytes(rows.rows->aRow[0], PR_ENTRYID));
+    CComPtr<IMessage> message = OpenById(store.get(), listed[0].entryId);
     ASSERT_TRUE(message);
     EXPECT_EQ(WideProp(message.get(), PR_BODY_W), L"Gr\u00fc\u00dfe");
     EXPECT_EQ(LongProp(message.get(), PR_MESSAGE_FLAGS) & MSGFLAG_READ, static_cast<LONG>(MSGFLAG_READ));
@@ -105,15 +101,15 @@ TEST_F(MapiProvider, ReadFlagNeverReplacesAnotherFileOfItsKey) {
     }
     EXPECT_EQ(MessageFiles(m_mainPath), std::multiset<std::string>(std::begin(texts), std::end(texts)))
         << "every file is still there with its content";
-    EXPECT_EQ(velmar::test::ReadFile(m_mainPath / "cur" / "1700000090.M1P1.host:2,"), texts[0]);
-    EXPECT_EQ(velmar::test::ReadFile(m_mainPath / "cur" / "1700000090.M1P1.host:2,S"), texts[1]);
+    EXPECT_EQ(ReadFile(m_mainPath / "cur" / "1700000090.M1P1.host:2,"), texts[0]);
+    EXPECT_EQ(ReadFile(m_mainPath / "cur" / "1700000090.M1P1.host:2,S"), texts[1]);
     // Which of the two moved@x files ends under which name depends on the order the folder lists them in;
     // that both are there, each with its own content, does not.
     std::multiset<std::string> moved;
     for (const char* sub : {"new", "cur"})
         for (const auto& file : fs::directory_iterator(m_mainPath / sub))
             if (file.path().filename().string().rfind("1700000091.", 0) == 0)
-                moved.insert(velmar::test::ReadFile(file.path()));
+                moved.insert(ReadFile(file.path()));
     EXPECT_EQ(moved, (std::multiset<std::string>{texts[2], texts[3]}));
 }
 
@@ -149,13 +145,13 @@ TEST_F(MapiProvider, EachFileOfOneKeyIsAMessageOfItsOwn) {
     // A flag change acts on the message's own file, also when another program renamed it meanwhile.
     fs::rename(cur / "1700000100.M1P1.host:2,F", cur / "1700000100.M1P1.host:2,FR");
     ASSERT_EQ(first->SetReadFlag(0), S_OK);
-    EXPECT_EQ(velmar::test::ReadFile(cur / "1700000100.M1P1.host:2,FRS"), firstText);
-    EXPECT_EQ(velmar::test::ReadFile(cur / "1700000100.M1P1.host:2,S"), secondText);
+    EXPECT_EQ(ReadFile(cur / "1700000100.M1P1.host:2,FRS"), firstText);
+    EXPECT_EQ(ReadFile(cur / "1700000100.M1P1.host:2,S"), secondText);
     fs::rename(cur / "1700000100.M1P1.host:2,S", cur / "1700000100.M1P1.host:2,ST");
     ASSERT_EQ(second->SetReadFlag(CLEAR_READ_FLAG), S_OK);
-    EXPECT_EQ(velmar::test::ReadFile(cur / "1700000100.M1P1.host:2,T"), secondText);
+    EXPECT_EQ(ReadFile(cur / "1700000100.M1P1.host:2,T"), secondText);
     EXPECT_FALSE(fs::exists(cur / "1700000100.M1P1.host:2,ST"));
-    EXPECT_EQ(velmar::test::ReadFile(cur / "1700000100.M1P1.host:2,FRS"), firstText);
+    EXPECT_EQ(ReadFile(cur / "1700000100.M1P1.host:2,FRS"), firstText);
 
     // The renamed files are the same two messages, in the same order, under the same entry ids.
     const std::vector<CListedMessage> after = Listing(inbox.get(), "<same@x>");
@@ -200,7 +196,7 @@ TEST_F(MapiProvider, SymbolicLinksBelowAStoreAreNotFollowed) {
     fs::create_directories(outside / "tmp");
     const fs::path empty = m_dir / "empty";
     fs::create_directories(empty);
-    velmar::test::WriteFile(m_dir / "linked.eml", "Message-ID: <linked@x>\nSubject: linked\n\nbody\n");
+    WriteFile(m_dir / "linked.eml", "Message-ID: <linked@x>\nSubject: linked\n\nbody\n");
     // The store links to them: its new/, its .Sent and .Trash folders, and one message file.
     fs::create_directories(m_mainPath / "cur");
     fs::create_directories(m_mainPath / "tmp");
@@ -231,14 +227,8 @@ TEST_F(MapiProvider, SymbolicLinksBelowAStoreAreNotFollowed) {
     ASSERT_EQ(HrQueryAllRows(hierarchy.get(), nullptr, nullptr, nullptr, 0, &folders.rows), S_OK);
     ASSERT_EQ(folders.rows->cRows, 1u);
     EXPECT_EQ(RowText(folders.rows->aRow[0], PR_DISPLAY_NAME_W), L"Outbox");
-    const std::vector<BYTE> sentId = BinaryProp(store.get(), PR_IPM_SENTMAIL_ENTRYID);
-    ULONG type = 0;
-    LPUNKNOWN object = nullptr;
-    ASSERT_EQ(store->OpenEntry(static_cast<ULONG>(sentId.size()),
-                               reinterpret_cast<LPENTRYID>(const_cast<BYTE*>(sentId.data())), nullptr, 0,
-                               &type, &object),
-              S_OK);
-    CComPtr<IMAPIFolder> sent(static_cast<IMAPIFolder*>(object));
+    CComPtr<IMAPIFolder> sent = StoreFolder(store.get(), PR_IPM_SENTMAIL_ENTRYID, 0);
+    ASSERT_TRUE(sent);
     EXPECT_TRUE(Listing(sent.get()).empty());
     EXPECT_EQ(LongProp(sent.get(), PR_CONTENT_COUNT), 0);
 }
@@ -345,19 +335,6 @@ TEST_F(MapiProvider, HeaderFieldsAreFoundAnywhereInALongHeaderBlock) {
 }  // namespace
 
 namespace {
-
-// Opens the store's folder whose entry id the store keeps in idTag.
-CComPtr<IMAPIFolder> StoreFolder(IMsgStore* store, ULONG idTag) {
-    LPSPropValue id = nullptr;
-    EXPECT_EQ(HrGetOneProp(store, idTag, &id), S_OK);
-    ULONG type = 0;
-    LPUNKNOWN folder = nullptr;
-    EXPECT_EQ(store->OpenEntry(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), nullptr,
-                               MAPI_MODIFY, &type, &folder),
-              S_OK);
-    MAPIFreeBuffer(id);
-    return CComPtr<IMAPIFolder>(static_cast<IMAPIFolder*>(folder));
-}
 
 size_t FilesIn(const fs::path& folder) {
     size_t count = 0;

@@ -28,10 +28,10 @@ TEST_F(MapiProvider, ProfilesAndLogon) {
     ASSERT_EQ(HrQueryAllRows(table.get(), nullptr, nullptr, nullptr, 0, &rows.rows), S_OK);
     ASSERT_EQ(rows.rows->cRows, 2u);
     EXPECT_STREQ(rows.rows->aRow[0].lpProps[0].Value.lpszW, L"Arbeit");
-    EXPECT_STREQ(velmar::test::RowAt(*rows.rows, 1).lpProps[0].Value.lpszW, L"Privat");
+    EXPECT_STREQ(RowAt(*rows.rows, 1).lpProps[0].Value.lpszW, L"Privat");
     // Only the default profile's row carries PR_DEFAULT_PROFILE; the other reads as an error value.
     EXPECT_EQ(rows.rows->aRow[0].lpProps[1].ulPropTag, CHANGE_PROP_TYPE(PR_DEFAULT_PROFILE, PT_ERROR));
-    EXPECT_EQ(velmar::test::RowAt(*rows.rows, 1).lpProps[1].ulPropTag, PR_DEFAULT_PROFILE);
+    EXPECT_EQ(RowAt(*rows.rows, 1).lpProps[1].ulPropTag, PR_DEFAULT_PROFILE);
 
     LPMAPISESSION session = nullptr;
     const ULONG flags = MAPI_UNICODE | MAPI_EXTENDED | MAPI_EXPLICIT_PROFILE;
@@ -68,14 +68,9 @@ TEST_F(MapiProvider, StoreTableAndStores) {
     // The outbox named by the store opens as a folder.
     const std::vector<BYTE> outbox = BinaryProp(store.get(), PR_IPM_OUTBOX_ENTRYID);
     ASSERT_FALSE(outbox.empty());
-    ULONG type = 0;
-    LPUNKNOWN object = nullptr;
-    ASSERT_EQ(session->OpenEntry(static_cast<ULONG>(outbox.size()),
-                                 reinterpret_cast<LPENTRYID>(const_cast<BYTE*>(outbox.data())), nullptr,
-                                 MAPI_BEST_ACCESS, &type, &object),
-              S_OK);
-    CComPtr<IMAPIFolder> folder(static_cast<IMAPIFolder*>(object));
-    EXPECT_EQ(type, MAPI_FOLDER);
+    CComPtr<IMAPIFolder> folder =
+        OpenEntryAs<IMAPIFolder>(session.get(), outbox, MAPI_BEST_ACCESS, MAPI_FOLDER);
+    ASSERT_TRUE(folder);
     EXPECT_EQ(WideProp(folder.get(), PR_DISPLAY_NAME_W), L"Outbox");
 
     // Entry ids that are not ours, or cut short, are refused cleanly.
@@ -88,9 +83,12 @@ TEST_F(MapiProvider, StoreTableAndStores) {
     EXPECT_EQ(session->OpenMsgStore(0, 0, nullptr, nullptr, 0, &refused), MAPI_E_INVALID_ENTRYID);
 }
 
-TEST_F(MapiProvider, EmbeddedDefaultProfileCreatesItsStore) {
-    velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "none.ini").string());
-    velmar::test::SetEnvironment("XDG_DATA_HOME", (m_dir / "data").string());
+// Without a profile file: the embedded profile Velmar, whose store is made in the user's data folder and
+// whose owner is the user.
+TEST_F(MapiProvider, EmbeddedDefaultProfileCreatesItsStoreOwnedByTheUser) {
+    SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "none.ini").string());
+    SetEnvironment("XDG_DATA_HOME", (m_dir / "data").string());
+    SetEnvironment("USER", "maria");
     CComPtr<IMAPISession> session = Logon(L"Velmar");
     ASSERT_TRUE(session);
     const auto stores = Stores(session.get());
@@ -99,6 +97,8 @@ TEST_F(MapiProvider, EmbeddedDefaultProfileCreatesItsStore) {
     CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
     ASSERT_TRUE(store);
     EXPECT_TRUE(fs::is_directory(m_dir / "data" / "velmar-mapi" / "Maildir" / "new"));
+    EXPECT_EQ(WideProp(store.get(), PR_EMAIL_ADDRESS_W), L"maria@localhost");
+    EXPECT_EQ(WideProp(store.get(), PR_MAILBOX_OWNER_NAME_W), L"maria");
 }
 
 TEST_F(MapiProvider, LookupByMessageIdSeesNewDeliveries) {
@@ -151,22 +151,15 @@ TEST_F(MapiProvider, MessagePropertiesBodiesAndRecipients) {
     EXPECT_EQ(LongProp(message.get(), PR_MESSAGE_FLAGS) & MSGFLAG_READ, 0);
 
     // The HTML part arrives in UTF-8 and says so, whatever its charset was.
-    LPUNKNOWN unknown = nullptr;
-    ASSERT_EQ(message->OpenProperty(PR_HTML, &IID_IStream, 0, 0, &unknown), S_OK);
-    CComPtr<IStream> html(static_cast<IStream*>(unknown));
-    const std::string htmlText = ReadStream(html.get());
-    EXPECT_NE(htmlText.find("<p>Gr\xC3\xBC\xC3\x9F"
-                            "e</p>"),
-              std::string::npos)
-        << htmlText;
+    const std::string htmlText = StreamProp(message.get(), PR_HTML);
+    EXPECT_NE(htmlText.find("<p>Grüße</p>"), std::string::npos) << htmlText;
     EXPECT_NE(htmlText.find("charset=utf-8"), std::string::npos) << htmlText;
     EXPECT_EQ(htmlText.find("iso-8859-1"), std::string::npos) << htmlText;
-    ASSERT_EQ(message->OpenProperty(PR_BODY_W, &IID_IStream, 0, 0, &unknown), S_OK);
-    CComPtr<IStream> body(static_cast<IStream*>(unknown));
-    const std::string bodyBytes = ReadStream(body.get());
+    const std::string bodyBytes = StreamProp(message.get(), PR_BODY_W);
     EXPECT_EQ(
         std::wstring(reinterpret_cast<const wchar_t*>(bodyBytes.data()), bodyBytes.size() / sizeof(wchar_t)),
         L"Gr\u00fc\u00dfe");
+    LPUNKNOWN unknown = nullptr;
     EXPECT_EQ(message->OpenProperty(PR_RTF_COMPRESSED, &IID_IStream, 0, 0, &unknown), MAPI_E_NOT_FOUND);
 
     CComPtr<IMAPITable> recipients;
@@ -202,14 +195,12 @@ TEST_F(MapiProvider, AttachmentsInlineImagesAndTheirBytes) {
     ASSERT_EQ(rows.rows->cRows, 2u);
     EXPECT_STREQ(rows.rows->aRow[0].lpProps[0].Value.lpszW, L"logo.png");
     EXPECT_STREQ(rows.rows->aRow[0].lpProps[2].Value.lpszW, L"logo@x") << "content ids lose their brackets";
-    EXPECT_STREQ(velmar::test::RowAt(*rows.rows, 1).lpProps[0].Value.lpszW, L"Rechnung M\u00e4rz.pdf");
-    EXPECT_EQ(PROP_TYPE(velmar::test::RowAt(*rows.rows, 1).lpProps[2].ulPropTag), PT_ERROR)
-        << "no content id";
+    EXPECT_STREQ(RowAt(*rows.rows, 1).lpProps[0].Value.lpszW, L"Rechnung M\u00e4rz.pdf");
+    EXPECT_EQ(PROP_TYPE(RowAt(*rows.rows, 1).lpProps[2].ulPropTag), PT_ERROR) << "no content id";
 
     const std::pair<ULONG, std::string> contents[] = {
         {static_cast<ULONG>(rows.rows->aRow[0].lpProps[1].Value.l), std::string("\x89PNG\r\n\x1A\n", 8)},
-        {static_cast<ULONG>(velmar::test::RowAt(*rows.rows, 1).lpProps[1].Value.l),
-         std::string("%PDF-1.4\n")}};
+        {static_cast<ULONG>(RowAt(*rows.rows, 1).lpProps[1].Value.l), std::string("%PDF-1.4\n")}};
     for (const auto& [number, bytes] : contents) {
         CComPtr<IAttach> attach;
         ASSERT_EQ(message->OpenAttach(number, nullptr, MAPI_BEST_ACCESS, attach.Put()), S_OK);
@@ -318,18 +309,11 @@ TEST_F(MapiProvider, ConcurrentReadersOfOneFolder) {
 }
 
 TEST_F(MapiProvider, StoreTableAndStoresNameTheirOwners) {
-    velmar::test::WriteFile(m_dir / "owners.ini",
-                            "[Arbeit]\n"
-                            "store1.name = Postfach\n"
-                            "store1.path = main\n"
-                            "store1.address = me@example.org\n"
-                            "store2.name = Archiv\n"
-                            "store2.path = archive\n"
-                            "store2.address = archive@example.org\n"
-                            "store2.owner = Anna Archiv\n"
-                            "store3.name = Ohne\n"
-                            "store3.path = nobody\n");
-    velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "owners.ini").string());
+    WriteFile(m_dir / "owners.ini",
+              "[Arbeit]\nstore1.name = Postfach\nstore1.path = main\nstore1.address = me@example.org\n"
+              "store2.name = Archiv\nstore2.path = archive\nstore2.address = archive@example.org\n"
+              "store2.owner = Anna Archiv\nstore3.name = Ohne\nstore3.path = nobody\n");
+    SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "owners.ini").string());
     CComPtr<IMAPISession> session = Logon(L"Arbeit");
     ASSERT_TRUE(session);
     CComPtr<IMAPITable> table;
@@ -357,9 +341,8 @@ TEST_F(MapiProvider, StoreTableAndStoresNameTheirOwners) {
     EXPECT_STREQ(rows.rows->aRow[0].lpProps[0].Value.lpszW, L"Postfach");
     EXPECT_EQ(rows.rows->aRow[0].lpProps[1].ulPropTag, PR_EMAIL_ADDRESS_W);
     EXPECT_STREQ(rows.rows->aRow[0].lpProps[1].Value.lpszW, L"me@example.org");
-    EXPECT_STREQ(velmar::test::RowAt(*rows.rows, 1).lpProps[1].Value.lpszW, L"archive@example.org");
-    EXPECT_EQ(velmar::test::RowAt(*rows.rows, 2).lpProps[1].ulPropTag,
-              CHANGE_PROP_TYPE(PR_EMAIL_ADDRESS_W, PT_ERROR))
+    EXPECT_STREQ(RowAt(*rows.rows, 1).lpProps[1].Value.lpszW, L"archive@example.org");
+    EXPECT_EQ(RowAt(*rows.rows, 2).lpProps[1].ulPropTag, CHANGE_PROP_TYPE(PR_EMAIL_ADDRESS_W, PT_ERROR))
         << "a store without an address has none";
 
     // The owner's name: the profile's, else the address's local part.
@@ -370,33 +353,18 @@ TEST_F(MapiProvider, StoreTableAndStoresNameTheirOwners) {
     ASSERT_EQ(table->QueryRows(10, 0, &owners.rows), S_OK);
     ASSERT_EQ(owners.rows->cRows, 3u);
     EXPECT_EQ(RowText(owners.rows->aRow[0], PR_MAILBOX_OWNER_NAME_W), L"me");
-    EXPECT_EQ(RowText(velmar::test::RowAt(*owners.rows, 1), PR_MAILBOX_OWNER_NAME_W), L"Anna Archiv");
-    EXPECT_EQ(RowText(velmar::test::RowAt(*owners.rows, 2), PR_MAILBOX_OWNER_NAME_W), L"<error>");
+    EXPECT_EQ(RowText(RowAt(*owners.rows, 1), PR_MAILBOX_OWNER_NAME_W), L"Anna Archiv");
+    EXPECT_EQ(RowText(RowAt(*owners.rows, 2), PR_MAILBOX_OWNER_NAME_W), L"<error>");
 
     // The stores themselves say the same.
-    CComPtr<IMsgStore> mine = OpenStore(session.get(), 0);
-    ASSERT_TRUE(mine);
-    EXPECT_EQ(WideProp(mine.get(), PR_EMAIL_ADDRESS_W), L"me@example.org");
-    EXPECT_EQ(WideProp(mine.get(), PR_MAILBOX_OWNER_NAME_W), L"me");
-    CComPtr<IMsgStore> archive = OpenStore(session.get(), 1);
-    ASSERT_TRUE(archive);
-    EXPECT_EQ(WideProp(archive.get(), PR_EMAIL_ADDRESS_W), L"archive@example.org");
-    EXPECT_EQ(WideProp(archive.get(), PR_MAILBOX_OWNER_NAME_W), L"Anna Archiv");
-    CComPtr<IMsgStore> nobody = OpenStore(session.get(), 2);
-    ASSERT_TRUE(nobody);
-    EXPECT_EQ(WideProp(nobody.get(), PR_EMAIL_ADDRESS_W), L"<missing>");
-}
-
-TEST_F(MapiProvider, EmbeddedProfileOwnerIsTheUser) {
-    velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (m_dir / "none.ini").string());
-    velmar::test::SetEnvironment("XDG_DATA_HOME", (m_dir / "data").string());
-    velmar::test::SetEnvironment("USER", "maria");
-    CComPtr<IMAPISession> session = Logon(L"Velmar");
-    ASSERT_TRUE(session);
-    CComPtr<IMsgStore> store = OpenStore(session.get(), 0);
-    ASSERT_TRUE(store);
-    EXPECT_EQ(WideProp(store.get(), PR_EMAIL_ADDRESS_W), L"maria@localhost");
-    EXPECT_EQ(WideProp(store.get(), PR_MAILBOX_OWNER_NAME_W), L"maria");
+    const std::pair<const wchar_t*, const wchar_t*> expected[] = {
+        {L"me@example.org", L"me"}, {L"archive@example.org", L"Anna Archiv"}, {L"<missing>", L"<missing>"}};
+    for (size_t i = 0; i < std::size(expected); ++i) {
+        CComPtr<IMsgStore> store = OpenStore(session.get(), i);
+        ASSERT_TRUE(store) << i;
+        EXPECT_EQ(WideProp(store.get(), PR_EMAIL_ADDRESS_W), expected[i].first) << i;
+        EXPECT_EQ(WideProp(store.get(), PR_MAILBOX_OWNER_NAME_W), expected[i].second) << i;
+    }
 }
 
 TEST_F(MapiProvider, ContentsTableValuesSortAndRestrict) {
@@ -419,10 +387,10 @@ TEST_F(MapiProvider, ContentsTableValuesSortAndRestrict) {
     ASSERT_EQ(rows.rows->cRows, 3u);
     const wchar_t* subjects[] = {L"Gr\u00fc\u00dfe aus K\u00f6ln", L"Beta", L"Alpha"};
     for (ULONG r = 0; r < 3; ++r) EXPECT_EQ(RowText(rows.rows->aRow[r], PR_SUBJECT_W), subjects[r]) << r;
-    const SRow& beta = velmar::test::RowAt(*rows.rows, 1);
+    const SRow& beta = RowAt(*rows.rows, 1);
     EXPECT_EQ(RowText(beta, PR_INTERNET_MESSAGE_ID_W), L"<b@x>") << "8-bit ids read as wide strings";
     EXPECT_EQ(beta.lpProps[2].Value.l, static_cast<LONG>(MSGFLAG_READ)) << "the file has the S flag";
-    EXPECT_EQ(velmar::test::RowAt(*rows.rows, 2).lpProps[2].Value.l, 0);
+    EXPECT_EQ(RowAt(*rows.rows, 2).lpProps[2].Value.l, 0);
     EXPECT_STREQ(beta.lpProps[3].Value.lpszA, "IPM.Note");
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(beta.lpProps[4].Value.bin.lpb),
                           beta.lpProps[4].Value.bin.cb),

@@ -18,17 +18,17 @@ TEST(MapiTableView, RestrictReplacesTheRestrictionAndResetsTheCursor) {
     ASSERT_EQ(table->Restrict(&small, 0), S_OK);
     ASSERT_EQ(table->GetRowCount(0, &count), S_OK);
     EXPECT_EQ(count, 2u);
-    EXPECT_EQ(QueryIds(*table.get(), 1), Ids({1}));
-    EXPECT_EQ(Position(*table.get()), 1u);
+    EXPECT_EQ(QueryIds(table, 1), Ids({1}));
+    EXPECT_EQ(Position(table), 1u);
 
     // Evaluated over the source, not over the previous view.
     SRestriction attached = b.Property(RELOP_EQ, PR_HASATTACH, Bool(PR_HASATTACH, true));
     ASSERT_EQ(table->Restrict(&attached, 0), S_OK);
-    EXPECT_EQ(Position(*table.get()), 0u);
-    EXPECT_EQ(QueryIds(*table.get(), 10), Ids({0, 2}));
+    EXPECT_EQ(Position(table), 0u);
+    EXPECT_EQ(QueryIds(table, 10), Ids({0, 2}));
 
     ASSERT_EQ(table->Restrict(nullptr, 0), S_OK);
-    EXPECT_EQ(ViewIds(*table.get()), Ids({0, 1, 2, 3, 4}));
+    EXPECT_EQ(ViewIds(table), Ids({0, 1, 2, 3, 4}));
 }
 
 // Rows with a message id index whose Find fails the test when asked for the message id.
@@ -88,17 +88,17 @@ TEST(MapiTableView, EqualityOnAnIndexedPropertySkipsTheScan) {
     ASSERT_EQ(table->Restrict(&one, 0), S_OK);
     EXPECT_EQ(indexed->m_lookups.load(), 1);
     EXPECT_EQ(indexed->m_finds.load(), 0) << "no row is looked at";
-    EXPECT_EQ(ViewIds(*table.get()), Ids({54321}));
-    EXPECT_EQ(RestrictIds(*table.get(), lookup(L"<3@example.org>")), Ids({3, 7}));
-    EXPECT_EQ(RestrictIds(*table.get(), lookup(L"<none@example.org>")), Ids({}));
+    EXPECT_EQ(ViewIds(table), Ids({54321}));
+    EXPECT_EQ(RestrictIds(table, lookup(L"<3@example.org>")), Ids({3, 7}));
+    EXPECT_EQ(RestrictIds(table, lookup(L"<none@example.org>")), Ids({}));
 
     // The same answers from a scan over the same rows.
     CComPtr<IMAPITable> scanned =
         MakeTable(std::make_shared<CRowList>(std::vector<ULONG>{kTagId}, Messages(20)));
     ASSERT_TRUE(scanned);
-    EXPECT_EQ(RestrictIds(*scanned.get(), lookup(L"<3@example.org>")), Ids({3, 7}));
-    EXPECT_EQ(RestrictIds(*scanned.get(), lookup(L"<12@example.org>")), Ids({12}));
-    EXPECT_EQ(RestrictIds(*scanned.get(), lookup(L"<none@example.org>")), Ids({}));
+    EXPECT_EQ(RestrictIds(scanned, lookup(L"<3@example.org>")), Ids({3, 7}));
+    EXPECT_EQ(RestrictIds(scanned, lookup(L"<12@example.org>")), Ids({12}));
+    EXPECT_EQ(RestrictIds(scanned, lookup(L"<none@example.org>")), Ids({}));
 
     // Where the source has no index, the table scans.
     const int lookups = indexed->m_lookups.load();
@@ -107,7 +107,7 @@ TEST(MapiTableView, EqualityOnAnIndexedPropertySkipsTheScan) {
     ULONG count = 0;
     ASSERT_EQ(table->GetRowCount(0, &count), S_OK);
     EXPECT_EQ(count, kMessages / 10);
-    EXPECT_EQ(QueryIds(*table.get(), 2), Ids({9, 19}));
+    EXPECT_EQ(QueryIds(table, 2), Ids({9, 19}));
     EXPECT_EQ(indexed->m_lookups.load(), lookups + 1);
     EXPECT_GE(indexed->m_finds.load(), static_cast<int>(kMessages));
 }
@@ -117,31 +117,31 @@ TEST(MapiTableCursor, SeekRowClampsAndReportsTheRowsMoved) {
     LONG sought = 99;
     EXPECT_EQ(table->SeekRow(BOOKMARK_BEGINNING, 2, &sought), S_OK);
     EXPECT_EQ(sought, 2);
-    EXPECT_EQ(Position(*table.get()), 2u);
+    EXPECT_EQ(Position(table), 2u);
     EXPECT_EQ(table->SeekRow(BOOKMARK_CURRENT, 10, &sought), S_OK);
     EXPECT_EQ(sought, 3);
-    EXPECT_EQ(Position(*table.get()), 5u);
+    EXPECT_EQ(Position(table), 5u);
     EXPECT_EQ(table->SeekRow(BOOKMARK_CURRENT, -7, &sought), S_OK);
     EXPECT_EQ(sought, -5);
-    EXPECT_EQ(Position(*table.get()), 0u);
+    EXPECT_EQ(Position(table), 0u);
     EXPECT_EQ(table->SeekRow(BOOKMARK_END, -2, &sought), S_OK);
     EXPECT_EQ(sought, -2);
-    EXPECT_EQ(QueryIds(*table.get(), 1, TBL_NOADVANCE), Ids({3}));
+    EXPECT_EQ(QueryIds(table, 1, TBL_NOADVANCE), Ids({3}));
     EXPECT_EQ(table->SeekRow(BOOKMARK_END, 1, &sought), S_OK);
     EXPECT_EQ(sought, 0);
     EXPECT_EQ(table->SeekRow(BOOKMARK_BEGINNING, -1, &sought), S_OK);
     EXPECT_EQ(sought, 0);
     EXPECT_EQ(table->SeekRow(BOOKMARK_CURRENT, 1, nullptr), S_OK);
-    EXPECT_EQ(Position(*table.get()), 1u);
+    EXPECT_EQ(Position(table), 1u);
     EXPECT_EQ(table->SeekRow(BOOKMARK{7}, 0, &sought), MAPI_E_INVALID_BOOKMARK);
-    EXPECT_EQ(Position(*table.get()), 1u);
+    EXPECT_EQ(Position(table), 1u);
 
     ULONG row = 0, numerator = 0, denominator = 0;
     ASSERT_EQ(table->QueryPosition(&row, &numerator, &denominator), S_OK);
     EXPECT_EQ(numerator, 1u);
     EXPECT_EQ(denominator, 5u);
     EXPECT_EQ(table->SeekRowApprox(1, 2), S_OK);
-    EXPECT_EQ(Position(*table.get()), 2u);
+    EXPECT_EQ(Position(table), 2u);
     EXPECT_EQ(table->SeekRowApprox(1, 0), MAPI_E_INVALID_PARAMETER);
 }
 
@@ -149,23 +149,23 @@ TEST(MapiTableCursor, QueryRowsReadsForwardOrBackFromTheCursor) {
     CComPtr<IMAPITable> table = FolderTable();
     ASSERT_EQ(table->SeekRow(BOOKMARK_BEGINNING, 3, nullptr), S_OK);
     // Back two rows, read forward, and stay at the first row read.
-    EXPECT_EQ(QueryIds(*table.get(), -2), Ids({1, 2}));
-    EXPECT_EQ(Position(*table.get()), 1u);
-    EXPECT_EQ(QueryIds(*table.get(), -5), Ids({0}));
-    EXPECT_EQ(Position(*table.get()), 0u);
-    EXPECT_EQ(QueryIds(*table.get(), -1), Ids({}));
-    EXPECT_EQ(QueryIds(*table.get(), 2, TBL_NOADVANCE), Ids({0, 1}));
-    EXPECT_EQ(Position(*table.get()), 0u);
-    EXPECT_EQ(QueryIds(*table.get(), 0), Ids({}));
-    EXPECT_EQ(Position(*table.get()), 0u);
-    EXPECT_EQ(QueryIds(*table.get(), 3), Ids({0, 1, 2}));
-    EXPECT_EQ(QueryIds(*table.get(), 0x7FFFFFFF), Ids({3, 4}));
-    EXPECT_EQ(QueryIds(*table.get(), 1), Ids({}));
-    EXPECT_EQ(Position(*table.get()), 5u);
+    EXPECT_EQ(QueryIds(table, -2), Ids({1, 2}));
+    EXPECT_EQ(Position(table), 1u);
+    EXPECT_EQ(QueryIds(table, -5), Ids({0}));
+    EXPECT_EQ(Position(table), 0u);
+    EXPECT_EQ(QueryIds(table, -1), Ids({}));
+    EXPECT_EQ(QueryIds(table, 2, TBL_NOADVANCE), Ids({0, 1}));
+    EXPECT_EQ(Position(table), 0u);
+    EXPECT_EQ(QueryIds(table, 0), Ids({}));
+    EXPECT_EQ(Position(table), 0u);
+    EXPECT_EQ(QueryIds(table, 3), Ids({0, 1, 2}));
+    EXPECT_EQ(QueryIds(table, 0x7FFFFFFF), Ids({3, 4}));
+    EXPECT_EQ(QueryIds(table, 1), Ids({}));
+    EXPECT_EQ(Position(table), 5u);
     ASSERT_EQ(table->SeekRow(BOOKMARK_END, 0, nullptr), S_OK);
-    EXPECT_EQ(QueryIds(*table.get(), -2, TBL_NOADVANCE), Ids({3, 4}));
-    EXPECT_EQ(Position(*table.get()), 5u);
-    EXPECT_EQ(QueryIds(*table.get(), static_cast<LONG>(0x80000000)), Ids({0, 1, 2, 3, 4}));
+    EXPECT_EQ(QueryIds(table, -2, TBL_NOADVANCE), Ids({3, 4}));
+    EXPECT_EQ(Position(table), 5u);
+    EXPECT_EQ(QueryIds(table, static_cast<LONG>(0x80000000)), Ids({0, 1, 2, 3, 4}));
     EXPECT_EQ(table->QueryRows(1, 0, nullptr), MAPI_E_INVALID_PARAMETER);
 }
 
@@ -175,15 +175,15 @@ TEST(MapiTableCursor, FindRowMovesToTheFirstMatchAtOrAfterTheOrigin) {
     SRestriction attached = b.Property(RELOP_EQ, PR_HASATTACH, Bool(PR_HASATTACH, true));
     ASSERT_EQ(table->SeekRow(BOOKMARK_END, 0, nullptr), S_OK);
     EXPECT_EQ(table->FindRow(&attached, BOOKMARK_BEGINNING, 0), S_OK);
-    EXPECT_EQ(Position(*table.get()), 0u);
-    EXPECT_EQ(QueryIds(*table.get(), 1), Ids({0}));
+    EXPECT_EQ(Position(table), 0u);
+    EXPECT_EQ(QueryIds(table, 1), Ids({0}));
     EXPECT_EQ(table->FindRow(&attached, BOOKMARK_CURRENT, 0), S_OK);
-    EXPECT_EQ(Position(*table.get()), 2u);
+    EXPECT_EQ(Position(table), 2u);
     EXPECT_EQ(table->FindRow(&attached, BOOKMARK_CURRENT, 0), S_OK) << "the current row itself counts";
-    EXPECT_EQ(Position(*table.get()), 2u);
+    EXPECT_EQ(Position(table), 2u);
     ASSERT_EQ(table->SeekRow(BOOKMARK_CURRENT, 1, nullptr), S_OK);
     EXPECT_EQ(table->FindRow(&attached, BOOKMARK_CURRENT, 0), MAPI_E_NOT_FOUND);
-    EXPECT_EQ(Position(*table.get()), 3u);
+    EXPECT_EQ(Position(table), 3u);
     EXPECT_EQ(table->FindRow(&attached, BOOKMARK_END, 0), MAPI_E_NOT_FOUND);
     EXPECT_EQ(table->FindRow(&attached, BOOKMARK_BEGINNING, kDirBackward), MAPI_E_NO_SUPPORT);
     EXPECT_EQ(table->FindRow(&attached, BOOKMARK{9}, 0), MAPI_E_INVALID_BOOKMARK);
@@ -192,8 +192,8 @@ TEST(MapiTableCursor, FindRowMovesToTheFirstMatchAtOrAfterTheOrigin) {
     ASSERT_EQ(table->SortTable(SortOrder({{PR_MESSAGE_SIZE, TABLE_SORT_DESCEND}}).get(), 0), S_OK);
     SRestriction small = b.Property(RELOP_LT, PR_MESSAGE_SIZE, Long(PR_MESSAGE_SIZE, 1000));
     EXPECT_EQ(table->FindRow(&small, BOOKMARK_BEGINNING, 0), S_OK);
-    EXPECT_EQ(Position(*table.get()), 3u);
-    EXPECT_EQ(QueryIds(*table.get(), 5), Ids({1, 3}));
+    EXPECT_EQ(Position(table), 3u);
+    EXPECT_EQ(QueryIds(table, 5), Ids({1, 3}));
 }
 
 TEST(MapiTableColumns, MissingValuesComeBackAsNotFoundErrors) {
@@ -262,8 +262,8 @@ TEST(MapiTableColumns, SetColumnsAndQueryColumnsRoundTrip) {
 }
 
 // Sorts the table by the given columns and returns its ids from the top.
-Ids SortedIds(IMAPITable& table, std::vector<SSortOrder> order) {
-    EXPECT_EQ(table.SortTable(SortOrder(std::move(order)).get(), 0), S_OK);
+Ids SortedIds(const CComPtr<IMAPITable>& table, std::vector<SSortOrder> order) {
+    EXPECT_EQ(table->SortTable(SortOrder(std::move(order)).get(), 0), S_OK);
     EXPECT_EQ(Position(table), 0u);
     return ViewIds(table);
 }
@@ -271,20 +271,19 @@ Ids SortedIds(IMAPITable& table, std::vector<SSortOrder> order) {
 TEST(MapiTableSort, SortsAscendingAndDescendingKeepingTiesInSourceOrder) {
     CComPtr<IMAPITable> table = FolderTable();
     ASSERT_EQ(table->SeekRow(BOOKMARK_BEGINNING, 2, nullptr), S_OK);
-    EXPECT_EQ(SortedIds(*table.get(), {{PR_MESSAGE_SIZE, TABLE_SORT_ASCEND}}), Ids({3, 1, 0, 2, 4}));
-    EXPECT_EQ(SortedIds(*table.get(), {{PR_MESSAGE_SIZE, TABLE_SORT_DESCEND}}), Ids({4, 0, 2, 1, 3}));
+    EXPECT_EQ(SortedIds(table, {{PR_MESSAGE_SIZE, TABLE_SORT_ASCEND}}), Ids({3, 1, 0, 2, 4}));
+    EXPECT_EQ(SortedIds(table, {{PR_MESSAGE_SIZE, TABLE_SORT_DESCEND}}), Ids({4, 0, 2, 1, 3}));
     // The second key decides between the two rows of equal size.
-    EXPECT_EQ(
-        SortedIds(*table.get(), {{PR_MESSAGE_SIZE, TABLE_SORT_ASCEND}, {PR_SUBJECT_W, TABLE_SORT_DESCEND}}),
-        Ids({3, 1, 2, 0, 4}));
+    EXPECT_EQ(SortedIds(table, {{PR_MESSAGE_SIZE, TABLE_SORT_ASCEND}, {PR_SUBJECT_W, TABLE_SORT_DESCEND}}),
+              Ids({3, 1, 2, 0, 4}));
     // Rows without a sender come first either way; senders order by code point ("Bob" < "carol" < "Ł...").
-    EXPECT_EQ(SortedIds(*table.get(), {{PR_SENDER_NAME_A, TABLE_SORT_ASCEND}}), Ids({2, 0, 1, 3, 4}));
-    EXPECT_EQ(SortedIds(*table.get(), {{PR_SENDER_NAME_A, TABLE_SORT_DESCEND}}), Ids({2, 4, 3, 1, 0}));
-    EXPECT_EQ(SortedIds(*table.get(), {{PR_SENDER_NAME_W, TABLE_SORT_DESCEND}}), Ids({2, 4, 3, 1, 0}));
-    EXPECT_EQ(SortedIds(*table.get(), {}), Ids({0, 1, 2, 3, 4}));
+    EXPECT_EQ(SortedIds(table, {{PR_SENDER_NAME_A, TABLE_SORT_ASCEND}}), Ids({2, 0, 1, 3, 4}));
+    EXPECT_EQ(SortedIds(table, {{PR_SENDER_NAME_A, TABLE_SORT_DESCEND}}), Ids({2, 4, 3, 1, 0}));
+    EXPECT_EQ(SortedIds(table, {{PR_SENDER_NAME_W, TABLE_SORT_DESCEND}}), Ids({2, 4, 3, 1, 0}));
+    EXPECT_EQ(SortedIds(table, {}), Ids({0, 1, 2, 3, 4}));
     // Ties follow the source, not whatever order the previous sort left.
-    EXPECT_EQ(SortedIds(*table.get(), {{PR_SUBJECT_W, TABLE_SORT_DESCEND}}), Ids({3, 4, 1, 2, 0}));
-    EXPECT_EQ(SortedIds(*table.get(), {{PR_MESSAGE_SIZE, TABLE_SORT_ASCEND}}), Ids({3, 1, 0, 2, 4}));
+    EXPECT_EQ(SortedIds(table, {{PR_SUBJECT_W, TABLE_SORT_DESCEND}}), Ids({3, 4, 1, 2, 0}));
+    EXPECT_EQ(SortedIds(table, {{PR_MESSAGE_SIZE, TABLE_SORT_ASCEND}}), Ids({3, 1, 0, 2, 4}));
 }
 
 TEST(MapiTableSort, SortOrderSurvivesRestrictAndIsReported) {
@@ -303,15 +302,15 @@ TEST(MapiTableSort, SortOrderSurvivesRestrictAndIsReported) {
     };
     EXPECT_TRUE(sortOrder().empty());
 
-    ASSERT_EQ(SortedIds(*table.get(), {{PR_MESSAGE_SIZE, TABLE_SORT_ASCEND}, {kTagId, TABLE_SORT_DESCEND}}),
+    ASSERT_EQ(SortedIds(table, {{PR_MESSAGE_SIZE, TABLE_SORT_ASCEND}, {kTagId, TABLE_SORT_DESCEND}}),
               Ids({3, 1, 2, 0, 4}));
     EXPECT_EQ(sortOrder(), (std::vector<std::pair<ULONG, ULONG>>{{PR_MESSAGE_SIZE, TABLE_SORT_ASCEND},
                                                                  {kTagId, TABLE_SORT_DESCEND}}));
-    EXPECT_EQ(RestrictIds(*table.get(), b.Exist(PR_HASATTACH)), Ids({1, 2, 0, 4}));
-    EXPECT_EQ(SortedIds(*table.get(), {}), Ids({0, 1, 2, 4}));
+    EXPECT_EQ(RestrictIds(table, b.Exist(PR_HASATTACH)), Ids({1, 2, 0, 4}));
+    EXPECT_EQ(SortedIds(table, {}), Ids({0, 1, 2, 4}));
     EXPECT_TRUE(sortOrder().empty());
     ASSERT_EQ(table->Restrict(nullptr, 0), S_OK);
-    EXPECT_EQ(ViewIds(*table.get()), Ids({0, 1, 2, 3, 4}));
+    EXPECT_EQ(ViewIds(table), Ids({0, 1, 2, 3, 4}));
 
     EXPECT_EQ(table->SortTable(SortOrder({{PR_SENDER_NAME_W, TABLE_SORT_ASCEND}}, 1).get(), 0),
               MAPI_E_TOO_COMPLEX);
@@ -360,11 +359,11 @@ TEST(MapiTableObject, TablesOverOneSourceKeepTheirOwnState) {
     CComPtr<IMAPITable> first = MakeTable(rows);
     CComPtr<IMAPITable> second = MakeTable(rows);
     ASSERT_TRUE(first && second);
-    EXPECT_EQ(RestrictIds(*first.get(), b.Exist(PR_SENDER_NAME_A)), Ids({0, 1, 3, 4}));
+    EXPECT_EQ(RestrictIds(first, b.Exist(PR_SENDER_NAME_A)), Ids({0, 1, 3, 4}));
     ASSERT_EQ(second->SeekRow(BOOKMARK_BEGINNING, 4, nullptr), S_OK);
-    EXPECT_EQ(Position(*first.get()), 4u);
-    EXPECT_EQ(QueryIds(*second.get(), 1), Ids({4}));
-    EXPECT_EQ(ViewIds(*second.get()), Ids({0, 1, 2, 3, 4}));
+    EXPECT_EQ(Position(first), 4u);
+    EXPECT_EQ(QueryIds(second, 1), Ids({4}));
+    EXPECT_EQ(ViewIds(second), Ids({0, 1, 2, 3, 4}));
 
     // Each thread restricts, sorts and reads its own table over the shared rows.
     std::atomic<int> wrong{0};
@@ -375,7 +374,7 @@ TEST(MapiTableObject, TablesOverOneSourceKeepTheirOwnState) {
         CComPtr<IMAPITable> table = MakeTable(rows);
         for (int i = 0; i < 200 && table; ++i) {
             if (table->SortTable(bySize.get(), 0) != S_OK || table->Restrict(&restriction, 0) != S_OK ||
-                QueryIds(*table.get(), 10) != expected)
+                QueryIds(table, 10) != expected)
                 ++wrong;
         }
     };

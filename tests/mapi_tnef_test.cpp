@@ -206,10 +206,8 @@ TEST(Tnef, MessageWithWinmailCarriesCompressedRtf) {
         ASSERT_EQ(session->OpenMsgStore(0, id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb),
                                         nullptr, 0, store.Put()),
                   S_OK);
-        ULONG type = 0;
-        LPUNKNOWN unknown = nullptr;
-        ASSERT_EQ(store->OpenEntry(0, nullptr, nullptr, 0, &type, &unknown), S_OK);
-        CComPtr<IMAPIFolder> inbox(static_cast<IMAPIFolder*>(unknown));
+        CComPtr<IMAPIFolder> inbox = velmar::test::OpenEntryAs<IMAPIFolder>(store.get(), 0, nullptr, 0);
+        ASSERT_TRUE(inbox);
         CComPtr<IMAPITable> contents;
         ASSERT_EQ(inbox->GetContentsTable(0, contents.Put()), S_OK);
         velmar::test::CRowsHolder messages;
@@ -217,10 +215,10 @@ TEST(Tnef, MessageWithWinmailCarriesCompressedRtf) {
         ASSERT_EQ(messages.rows->cRows, 1u);
         const SPropValue* entry =
             PpropFindProp(messages.rows->aRow[0].lpProps, messages.rows->aRow[0].cValues, PR_ENTRYID);
-        ASSERT_EQ(store->OpenEntry(entry->Value.bin.cb, reinterpret_cast<LPENTRYID>(entry->Value.bin.lpb),
-                                   nullptr, 0, &type, &unknown),
-                  S_OK);
-        CComPtr<IMessage> message(static_cast<IMessage*>(unknown));
+        CComPtr<IMessage> message =
+            velmar::test::OpenEntryAs<IMessage>(store.get(), entry->Value.bin.cb, entry->Value.bin.lpb, 0);
+        ASSERT_TRUE(message);
+        LPUNKNOWN unknown = nullptr;
         ASSERT_EQ(message->OpenProperty(PR_RTF_COMPRESSED, &IID_IStream, 0, 0, &unknown), S_OK);
         CComPtr<IStream> compressed(static_cast<IStream*>(unknown));
         RTF_WCSINFO info{sizeof(RTF_WCSINFO), MAPI_NATIVE_BODY, 0, 0};

@@ -19,19 +19,6 @@ namespace fs = std::filesystem;
 
 class MapiWrite : public CMapiProviderTest {
 protected:
-    static void SetText(IMAPIProp* object, ULONG tag, const wchar_t* text) {
-        SPropValue value{};
-        value.ulPropTag = tag;
-        value.Value.lpszW = const_cast<LPWSTR>(text);
-        ASSERT_EQ(object->SetProps(1, &value, nullptr), S_OK);
-    }
-    static std::wstring Text(IMAPIProp* object, ULONG tag) {
-        LPSPropValue value = nullptr;
-        if (FAILED(HrGetOneProp(object, tag, &value))) return L"<none>";
-        std::wstring text = value->Value.lpszW;
-        MAPIFreeBuffer(value);
-        return text;
-    }
     static void Write(IMAPIProp* object, ULONG tag, const void* bytes, size_t size) {
         LPUNKNOWN opened = nullptr;
         ASSERT_EQ(object->OpenProperty(tag, &IID_IStream, STGM_CREATE | STGM_WRITE, MAPI_CREATE | MAPI_MODIFY,
@@ -68,35 +55,19 @@ protected:
         ASSERT_EQ(session->OpenAddressBook(0, nullptr, 0, book.Put()), S_OK);
         EXPECT_EQ(book->ResolveName(0, MAPI_UNICODE, nullptr, list), S_OK);
     }
-    // The recipient table's rows as "name|type|address".
-    static std::vector<std::wstring> Recipients(IMessage* message) {
-        CComPtr<IMAPITable> table;
-        EXPECT_EQ(message->GetRecipientTable(MAPI_UNICODE, table.Put()), S_OK);
-        CRowsHolder rows;
-        EXPECT_EQ(HrQueryAllRows(table.get(), nullptr, nullptr, nullptr, 0, &rows.rows), S_OK);
-        std::vector<std::wstring> lines;
-        for (ULONG r = 0; r < rows.rows->cRows; ++r) {
-            const SRow& row = rows.rows->aRow[r];
-            const SPropValue* type = PpropFindProp(row.lpProps, row.cValues, PR_RECIPIENT_TYPE);
-            lines.push_back(RowText(row, PR_DISPLAY_NAME_W) + L"|" +
-                            std::to_wstring(type ? type->Value.l : -1) + L"|" +
-                            RowText(row, PR_EMAIL_ADDRESS_W));
-        }
-        return lines;
-    }
 };
 
 TEST_F(MapiWrite, ADraftIsSavedInItsFolderAndReadsBackAsTheSameMessage) {
     auto [session, store, inbox] = OpenMain();
     CComPtr<IMessage> message;
     ASSERT_EQ(inbox->CreateMessage(nullptr, 0, message.Put()), S_OK);
-    SetText(message.get(), PR_SUBJECT_W, L"Entwurf \u00fcber alles");
-    SetText(message.get(), PR_MESSAGE_CLASS_W, L"IPM.Note");
-    SetText(message.get(), PR_COMMENT_W, L"wieder weg");
+    SetWideProp(message.get(), PR_SUBJECT_W, L"Entwurf \u00fcber alles");
+    SetWideProp(message.get(), PR_MESSAGE_CLASS_W, L"IPM.Note");
+    SetWideProp(message.get(), PR_COMMENT_W, L"wieder weg");
     SizedSPropTagArray(1, comment) = {1, {PR_COMMENT_W}};
     ASSERT_EQ(message->DeleteProps(reinterpret_cast<LPSPropTagArray>(&comment), nullptr), S_OK);
-    EXPECT_EQ(Text(message.get(), PR_COMMENT_W), L"<none>");
-    EXPECT_EQ(Text(message.get(), PR_SUBJECT_W), L"Entwurf \u00fcber alles");
+    EXPECT_EQ(WideProp(message.get(), PR_COMMENT_W), L"<missing>");
+    EXPECT_EQ(WideProp(message.get(), PR_SUBJECT_W), L"Entwurf \u00fcber alles");
 
     // Recipients: added, one changed by its row id, one removed.
     for (auto [name, type] : {std::pair{L"Erste <first@example.org>", MAPI_TO},
@@ -114,8 +85,9 @@ TEST_F(MapiWrite, ADraftIsSavedInItsFolderAndReadsBackAsTheSameMessage) {
     LPADRLIST removed = OneEntry(L"", MAPI_BCC, 2);
     EXPECT_EQ(message->ModifyRecipients(MODRECIP_REMOVE, removed), S_OK);
     FreePadrlist(removed);
-    EXPECT_EQ(Recipients(message.get()), (std::vector<std::wstring>{L"Erste|1|first@example.org",
-                                                                    L"bcc@example.org|3|bcc@example.org"}));
+    EXPECT_EQ(
+        RecipientRows(message.get()),
+        (std::vector<std::wstring>{L"Erste|1|first@example.org", L"bcc@example.org|3|bcc@example.org"}));
 
     // Bodies through streams, the RTF one compressed by its wrapper.
     const std::wstring body = L"Text mit \u00e4\r\n";
@@ -130,8 +102,8 @@ TEST_F(MapiWrite, ADraftIsSavedInItsFolderAndReadsBackAsTheSameMessage) {
         CComPtr<IAttach> attach;
         ULONG number = 0;
         ASSERT_EQ(message->CreateAttach(nullptr, 0, &number, attach.Put()), S_OK);
-        SetText(attach.get(), PR_ATTACH_FILENAME_W, name);
-        SetText(attach.get(), PR_ATTACH_CONTENT_ID_W, contentId);
+        SetWideProp(attach.get(), PR_ATTACH_FILENAME_W, name);
+        SetWideProp(attach.get(), PR_ATTACH_CONTENT_ID_W, contentId);
         Write(attach.get(), PR_ATTACH_DATA_BIN, data.data(), data.size());
         ASSERT_EQ(attach->SaveChanges(0), S_OK);
     }
@@ -141,7 +113,7 @@ TEST_F(MapiWrite, ADraftIsSavedInItsFolderAndReadsBackAsTheSameMessage) {
         return files;
     };
     ASSERT_EQ(message->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
-    SetText(message.get(), PR_SUBJECT_W, L"Entwurf, zweite Fassung");
+    SetWideProp(message.get(), PR_SUBJECT_W, L"Entwurf, zweite Fassung");
     ASSERT_EQ(message->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
     EXPECT_TRUE(drafts().empty()) << "saves kept open are written once the file is wanted";
 
@@ -159,10 +131,10 @@ TEST_F(MapiWrite, ADraftIsSavedInItsFolderAndReadsBackAsTheSameMessage) {
                  std::vector<BYTE>(entryId->Value.bin.lpb, entryId->Value.bin.lpb + entryId->Value.bin.cb));
     MAPIFreeBuffer(entryId);
     ASSERT_TRUE(reread);
-    EXPECT_EQ(Text(reread.get(), PR_SUBJECT_W), L"Entwurf, zweite Fassung");
-    EXPECT_EQ(Text(reread.get(), PR_BODY_W), body);
-    EXPECT_EQ(Recipients(reread.get()), (std::vector<std::wstring>{L"Erste|1|first@example.org",
-                                                                   L"bcc@example.org|3|bcc@example.org"}));
+    EXPECT_EQ(WideProp(reread.get(), PR_SUBJECT_W), L"Entwurf, zweite Fassung");
+    EXPECT_EQ(WideProp(reread.get(), PR_BODY_W), body);
+    EXPECT_EQ(RecipientRows(reread.get()), (std::vector<std::wstring>{L"Erste|1|first@example.org",
+                                                                      L"bcc@example.org|3|bcc@example.org"}));
     LPSPropValue htmlValue = nullptr;
     ASSERT_EQ(HrGetOneProp(reread.get(), PR_HTML, &htmlValue), S_OK);
     const std::string htmlRead(reinterpret_cast<char*>(htmlValue->Value.bin.lpb), htmlValue->Value.bin.cb);
@@ -183,19 +155,19 @@ TEST_F(MapiWrite, ADraftIsSavedInItsFolderAndReadsBackAsTheSameMessage) {
 
     // Saved again and released: the new version replaces the file. A last save (not kept open) writes at
     // once; a message never saved leaves nothing.
-    SetText(message.get(), PR_SUBJECT_W, L"Entwurf, dritte Fassung");
+    SetWideProp(message.get(), PR_SUBJECT_W, L"Entwurf, dritte Fassung");
     ASSERT_EQ(message->SaveChanges(KEEP_OPEN_READONLY), S_OK);
     message.Reset();
     ASSERT_EQ(drafts().size(), 1u) << "a draft saved again replaces its file";
     EXPECT_NE(ReadFile(drafts()[0]).find("dritte Fassung"), std::string::npos);
     CComPtr<IMessage> closing;
     ASSERT_EQ(inbox->CreateMessage(nullptr, 0, closing.Put()), S_OK);
-    SetText(closing.get(), PR_SUBJECT_W, L"Zuletzt");
+    SetWideProp(closing.get(), PR_SUBJECT_W, L"Zuletzt");
     ASSERT_EQ(closing->SaveChanges(0), S_OK);
     EXPECT_EQ(drafts().size(), 2u);
     CComPtr<IMessage> unsaved;
     ASSERT_EQ(inbox->CreateMessage(nullptr, 0, unsaved.Put()), S_OK);
-    SetText(unsaved.get(), PR_SUBJECT_W, L"Verworfen");
+    SetWideProp(unsaved.get(), PR_SUBJECT_W, L"Verworfen");
     unsaved.Reset();
     EXPECT_EQ(drafts().size(), 2u);
 }
@@ -211,7 +183,7 @@ TEST_F(MapiWrite, CopyPropsTakesBodiesFromAMessageReadFromItsFile) {
     ASSERT_EQ(source->CopyProps(reinterpret_cast<LPSPropTagArray>(&tags), 0, nullptr, &IID_IMessage,
                                 copy.get(), 0, nullptr),
               S_OK);
-    EXPECT_EQ(Text(copy.get(), PR_BODY_W), Text(source.get(), PR_BODY_W));
+    EXPECT_EQ(WideProp(copy.get(), PR_BODY_W), WideProp(source.get(), PR_BODY_W));
     LPSPropValue html = nullptr;
     EXPECT_EQ(HrGetOneProp(copy.get(), PR_HTML, &html), S_OK) << "the source's HTML came along";
     MAPIFreeBuffer(html);
@@ -222,12 +194,11 @@ TEST_F(MapiWrite, CopyPropsTakesBodiesFromAMessageReadFromItsFile) {
 }
 
 TEST_F(MapiWrite, ResolveNameKnowsAddressesOwnersAndContacts) {
-    velmar::test::WriteFile(
-        m_dir / "profiles.ini",
-        "[Arbeit]\nstore1.name = Postfach\nstore1.path = main\nstore1.address = me@example.org\n"
-        "store1.owner = Maria Muster\ncontact1.name = Anna Beispiel\n"
-        "contact1.address = anna@example.org\ncontact2.name = Doppelt\ncontact2.address = a@x\n"
-        "contact3.name = doppelt\ncontact3.address = b@x\n");
+    WriteFile(m_dir / "profiles.ini",
+              "[Arbeit]\nstore1.name = Postfach\nstore1.path = main\nstore1.address = me@example.org\n"
+              "store1.owner = Maria Muster\ncontact1.name = Anna Beispiel\n"
+              "contact1.address = anna@example.org\ncontact2.name = Doppelt\ncontact2.address = a@x\n"
+              "contact3.name = doppelt\ncontact3.address = b@x\n");
     CComPtr<IMAPISession> session = Logon(L"Arbeit");
     const std::pair<const wchar_t*, const wchar_t*> cases[] = {
         {L"plain@example.org", L"plain@example.org|plain@example.org"},

@@ -156,16 +156,8 @@ protected:
         m_session = Logon(L"Arbeit");
         m_store = OpenStore(m_session.get(), 0);
         m_inbox = Inbox(m_store.get());
-        LPSPropValue outboxId = nullptr;
-        ASSERT_EQ(HrGetOneProp(m_store.get(), PR_IPM_OUTBOX_ENTRYID, &outboxId), S_OK);
-        ULONG type = 0;
-        LPUNKNOWN outbox = nullptr;
-        ASSERT_EQ(
-            m_store->OpenEntry(outboxId->Value.bin.cb, reinterpret_cast<LPENTRYID>(outboxId->Value.bin.lpb),
-                               nullptr, MAPI_MODIFY, &type, &outbox),
-            S_OK);
-        MAPIFreeBuffer(outboxId);
-        m_outbox.Reset(static_cast<IMAPIFolder*>(outbox));
+        m_outbox = StoreFolder(m_store.get(), PR_IPM_OUTBOX_ENTRYID);
+        ASSERT_TRUE(m_outbox);
     }
     void TearDown() override {
         m_log.newMessages.clear();
@@ -205,10 +197,7 @@ protected:
     CComPtr<IMessage> Draft(const wchar_t* subject) {
         CComPtr<IMessage> draft;
         EXPECT_EQ(m_outbox->CreateMessage(nullptr, 0, draft.Put()), S_OK);
-        SPropValue value{};
-        value.ulPropTag = PR_SUBJECT_W;
-        value.Value.lpszW = const_cast<LPWSTR>(subject);
-        EXPECT_EQ(draft->SetProps(1, &value, nullptr), S_OK);
+        SetWideProp(draft.get(), PR_SUBJECT_W, subject);
         EXPECT_EQ(draft->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
         return draft;
     }
@@ -230,24 +219,6 @@ protected:
             if (auto* edit = qobject_cast<QLineEdit*>(label->buddy())) fields.push_back(edit);
         return fields;
     }
-    static std::vector<std::wstring> RecipientNames(IMessage* message) {
-        CComPtr<IMAPITable> table;
-        EXPECT_EQ(message->GetRecipientTable(MAPI_UNICODE, table.Put()), S_OK);
-        CRowsHolder rows;
-        EXPECT_EQ(HrQueryAllRows(table.get(), nullptr, nullptr, nullptr, 0, &rows.rows), S_OK);
-        std::vector<std::wstring> names;
-        for (ULONG r = 0; r < rows.rows->cRows; ++r) {
-            const SRow& row = rows.rows->aRow[r];
-            const SPropValue* name = PpropFindProp(row.lpProps, row.cValues, PR_DISPLAY_NAME_W);
-            const SPropValue* address = PpropFindProp(row.lpProps, row.cValues, PR_EMAIL_ADDRESS_W);
-            const SPropValue* type = PpropFindProp(row.lpProps, row.cValues, PR_RECIPIENT_TYPE);
-            names.push_back(std::wstring(name ? name->Value.lpszW : L"") + L"|" +
-                            (address ? address->Value.lpszW : L"") + L"|" +
-                            std::to_wstring(type ? type->Value.l : -1));
-        }
-        return names;
-    }
-
     struct CAttachmentInfo {
         std::wstring name;
         std::string bytes;
@@ -265,14 +236,8 @@ protected:
             CComPtr<IAttach> attach;
             EXPECT_EQ(message->OpenAttach(static_cast<ULONG>(number->Value.l), nullptr, 0, attach.Put()),
                       S_OK);
-            LPUNKNOWN opened = nullptr;
-            EXPECT_EQ(attach->OpenProperty(PR_ATTACH_DATA_BIN, &IID_IStream, STGM_READ, 0, &opened), S_OK);
-            CComPtr<IStream> stream(static_cast<IStream*>(opened));
-            std::string bytes(4096, '\0');
-            ULONG read = 0;
-            EXPECT_EQ(stream->Read(bytes.data(), static_cast<ULONG>(bytes.size()), &read), S_OK);
-            bytes.resize(read);
-            attachments.push_back({name ? name->Value.lpszW : L"", bytes});
+            attachments.push_back(
+                {name ? name->Value.lpszW : L"", StreamProp(attach.get(), PR_ATTACH_DATA_BIN)});
         }
         return attachments;
     }
@@ -294,12 +259,11 @@ TEST_F(NoteFormTest, ReadFormShowsTheMessageSafelyForwardsItsAttachmentAndDelete
     ASSERT_EQ(form->Advise(&sink, &connection), S_OK);
     ASSERT_EQ(form->DoVerb(EXCHIVERB_OPEN, nullptr, 0, nullptr), S_OK);
 
-    QWidget* window = Window(QString::fromUtf8("Grüße aus Köln"));
+    QWidget* window = Window("Grüße aus Köln");
     ASSERT_TRUE(window) << "the read window is titled with the subject";
     QStringList labels;
     for (QLabel* label : window->findChildren<QLabel*>()) labels << label->text();
-    EXPECT_TRUE(labels.contains(QString::fromUtf8("Jürgen Müller <juergen@example.org>")))
-        << labels.join('|').toStdString();
+    EXPECT_TRUE(labels.contains("Jürgen Müller <juergen@example.org>")) << labels.join('|').toStdString();
     EXPECT_TRUE(labels.contains("Anna <anna@example.org>; bob@example.org"))
         << labels.join('|').toStdString();
     const QDateTime sent(QDate(2024, 3, 3), QTime(8, 5), Qt::UTC);
@@ -307,47 +271,41 @@ TEST_F(NoteFormTest, ReadFormShowsTheMessageSafelyForwardsItsAttachmentAndDelete
         << labels.join('|').toStdString();
     auto* body = window->findChild<QTextBrowser*>();
     ASSERT_TRUE(body);
-    EXPECT_TRUE(body->toPlainText().contains(QString::fromUtf8("Grüße")));
+    EXPECT_TRUE(body->toPlainText().contains("Grüße"));
     // The picture the HTML shows in place is not listed as an attachment.
     auto* attachments = window->findChild<QListWidget*>();
     ASSERT_TRUE(attachments);
     ASSERT_EQ(attachments->count(), 1);
-    EXPECT_TRUE(attachments->item(0)->text().startsWith(QString::fromUtf8("Rechnung März.pdf")));
+    EXPECT_TRUE(attachments->item(0)->text().startsWith("Rechnung März.pdf"));
 
     // Weiterleiten: a compose form on a new message of the site, with the attachment and the original.
     Button(window, "&Weiterleiten")->click();
     QWidget* forward = nullptr;
-    ASSERT_TRUE(ProcessUntil([&] { return (forward = Window(QString::fromUtf8("WG: Grüße aus Köln"))); }));
+    ASSERT_TRUE(ProcessUntil([&] { return (forward = Window("WG: Grüße aus Köln")); }));
     ASSERT_EQ(m_log.newSites.size(), 1u);
     EXPECT_TRUE(Fields(forward).at(0)->text().isEmpty()) << "a forward is addressed by the user";
     m_log.newSites[0]->SaveMessage();
     IMessage* draft = m_log.newMessages.at(0).get();
-    LPSPropValue subject = nullptr;
-    ASSERT_EQ(HrGetOneProp(draft, PR_SUBJECT_W, &subject), S_OK);
-    EXPECT_EQ(std::wstring(subject->Value.lpszW), L"WG: Grüße aus Köln");
-    MAPIFreeBuffer(subject);
-    LPSPropValue text = nullptr;
-    ASSERT_EQ(HrGetOneProp(draft, PR_BODY_W, &text), S_OK);
-    const std::wstring bodyText = text->Value.lpszW;
-    MAPIFreeBuffer(text);
+    EXPECT_EQ(WideProp(draft, PR_SUBJECT_W), L"WG: Grüße aus Köln");
+    const std::wstring bodyText = WideProp(draft, PR_BODY_W);
     EXPECT_NE(bodyText.find(L"-----Ursprüngliche Nachricht-----"), std::wstring::npos) << bodyText;
     EXPECT_NE(bodyText.find(L"Betreff: Grüße aus Köln"), std::wstring::npos) << bodyText;
     const std::vector<CAttachmentInfo> carried = Attachments(draft);
     ASSERT_EQ(carried.size(), 1u) << "the inline picture stays behind";
     EXPECT_EQ(carried[0].name, L"Rechnung März.pdf");
     EXPECT_EQ(carried[0].bytes, "%PDF-1.4\n");
-    Button(forward, QString::fromUtf8("S&chließen"))->click();
-    EXPECT_TRUE(ProcessUntil([&] { return !Window(QString::fromUtf8("WG: Grüße aus Köln")); }))
+    Button(forward, "S&chließen")->click();
+    EXPECT_TRUE(ProcessUntil([&] { return !Window("WG: Grüße aus Köln"); }))
         << "a saved forward closes without a question";
 
     // Löschen: a store that declines keeps the form open (the site has said why); then it goes.
     m_log.deleteResult = MAPI_E_DECLINE_COPY;
-    Button(window, QString::fromUtf8("&Löschen"))->click();
+    Button(window, "&Löschen")->click();
     ASSERT_TRUE(ProcessUntil([&] { return m_log.deletes == 1; }));
-    EXPECT_TRUE(Window(QString::fromUtf8("Grüße aus Köln")));
+    EXPECT_TRUE(Window("Grüße aus Köln"));
     m_log.deleteResult = S_OK;
-    Button(window, QString::fromUtf8("&Löschen"))->click();
-    EXPECT_TRUE(ProcessUntil([&] { return !Window(QString::fromUtf8("Grüße aus Köln")); }));
+    Button(window, "&Löschen")->click();
+    EXPECT_TRUE(ProcessUntil([&] { return !Window("Grüße aus Köln"); }));
     EXPECT_EQ(m_log.deletes, 2);
     EXPECT_EQ(sink.events, std::vector<std::string>{"shutdown"});
     LPMAPIVIEWCONTEXT context = reinterpret_cast<LPMAPIVIEWCONTEXT>(1);
@@ -372,9 +330,7 @@ TEST_F(NoteFormTest, AForwardedAttachmentsNameStaysInsideItsField) {
     ASSERT_TRUE(ProcessUntil([&] { return (forward = Window("WG: Anlage")); }));
     m_log.newSites.at(0)->SaveMessage();
     IMessage* draft = m_log.newMessages.at(0).get();
-    LPSPropValue entryId = nullptr;  // asked for, the saved draft is written
-    ASSERT_EQ(HrGetOneProp(draft, PR_ENTRYID, &entryId), S_OK);
-    MAPIFreeBuffer(entryId);
+    ASSERT_FALSE(BinaryProp(draft, PR_ENTRYID).empty());  // asked for, the saved draft is written
     std::vector<fs::path> files;
     for (const auto& entry : fs::directory_iterator(m_mainPath / ".Outbox" / "cur"))
         files.push_back(entry.path());
@@ -387,8 +343,8 @@ TEST_F(NoteFormTest, AForwardedAttachmentsNameStaysInsideItsField) {
     EXPECT_EQ(carried[0].name, L"b.pdf\r\nBcc: evil@attacker.example\r\nX-Inj: 2.pdf")
         << "the name as it came";
     EXPECT_EQ(carried[0].bytes, "%PDF-1.4\n");
-    Button(forward, QString::fromUtf8("S&chließen"))->click();
-    Button(window, QString::fromUtf8("S&chließen"))->click();
+    Button(forward, "S&chließen")->click();
+    Button(window, "S&chließen")->click();
     EXPECT_TRUE(ProcessUntil([&] { return !Window("WG: Anlage") && !Window("Anlage"); }));
 }
 
@@ -399,7 +355,7 @@ TEST_F(NoteFormTest, ReadFormShowsNoPictureOrStyleFromOutsideTheMessage) {
     const std::string picture = (m_dir / "local.png").string();
     const std::string style = (m_dir / "local.css").string();
     ASSERT_TRUE(red.save(QString::fromStdString(picture)));
-    velmar::test::WriteFile(style, "p { color: red }");
+    WriteFile(style, "p { color: red }");
     QByteArray png;
     QBuffer buffer(&png);
     buffer.open(QIODevice::WriteOnly);
@@ -455,7 +411,7 @@ TEST_F(NoteFormTest, ComposeFormSavesRecipientsOnceAndSendsOnlyToValidAddresses)
 
     const std::vector<QLineEdit*> fields = Fields(window);
     ASSERT_EQ(fields.size(), 4u);
-    fields[0]->setText(QString::fromUtf8("\"Müller, Jürgen\" <juergen@example.org>; anna@example.org"));
+    fields[0]->setText("\"Müller, Jürgen\" <juergen@example.org>; anna@example.org");
     fields[1]->setText("Carl <carl@example.org>");
     window->findChild<QPlainTextEdit*>()->setPlainText("Hallo zusammen");
     EXPECT_EQ(persist->IsDirty(), S_OK);
@@ -464,9 +420,9 @@ TEST_F(NoteFormTest, ComposeFormSavesRecipientsOnceAndSendsOnlyToValidAddresses)
         ASSERT_EQ(persist->Save(draft.get(), TRUE), S_OK);
         ASSERT_EQ(persist->SaveCompleted(nullptr), S_OK);
     }
-    EXPECT_EQ(RecipientNames(draft.get()), (std::vector<std::wstring>{L"Müller, Jürgen|juergen@example.org|1",
-                                                                      L"anna@example.org|anna@example.org|1",
-                                                                      L"Carl|carl@example.org|2"}));
+    EXPECT_EQ(RecipientRows(draft.get()), (std::vector<std::wstring>{L"Müller, Jürgen|1|juergen@example.org",
+                                                                     L"anna@example.org|1|anna@example.org",
+                                                                     L"Carl|2|carl@example.org"}));
     EXPECT_EQ(persist->IsDirty(), S_FALSE);
     EXPECT_EQ(sink.events, (std::vector<std::string>{"saved", "saved"}));
 
@@ -477,14 +433,14 @@ TEST_F(NoteFormTest, ComposeFormSavesRecipientsOnceAndSendsOnlyToValidAddresses)
     AnswerNextBox(box, QMessageBox::Ok);
     Button(window, "&Senden")->click();
     ASSERT_TRUE(ProcessUntil([&] { return box.seen; }));
-    EXPECT_EQ(box.text, QString::fromUtf8("„kein-empfaenger“ ist keine gültige E-Mail-Adresse."));
+    EXPECT_EQ(box.text, "„kein-empfaenger“ ist keine gültige E-Mail-Adresse.");
     EXPECT_EQ(m_log.submits, 0);
 
     fields[0]->setText("anna@example.org");
     Button(window, "&Senden")->click();
     ASSERT_TRUE(ProcessUntil([&] { return !Window("Entwurf"); }));
     EXPECT_EQ(m_log.submits, 1);
-    EXPECT_EQ(RecipientNames(draft.get()), std::vector<std::wstring>{L"anna@example.org|anna@example.org|1"});
+    EXPECT_EQ(RecipientRows(draft.get()), std::vector<std::wstring>{L"anna@example.org|1|anna@example.org"});
     EXPECT_EQ(sink.events, (std::vector<std::string>{"saved", "saved", "submitted", "shutdown"}));
     EXPECT_EQ(form->Unadvise(connection), MAPI_E_NOT_FOUND) << "the sinks went with the shutdown";
 }
@@ -501,9 +457,9 @@ TEST_F(NoteFormTest, ClosingAChangedMessageAsksWhetherToSaveIt) {
 
     CBoxAnswer cancel;
     AnswerNextBox(cancel, QMessageBox::Cancel);
-    Button(window, QString::fromUtf8("S&chließen"))->click();
+    Button(window, "S&chließen")->click();
     ASSERT_TRUE(ProcessUntil([&] { return cancel.seen; }));
-    EXPECT_EQ(cancel.text, QString::fromUtf8("Möchten Sie die Änderungen speichern?"));
+    EXPECT_EQ(cancel.text, "Möchten Sie die Änderungen speichern?");
     QCoreApplication::processEvents();
     EXPECT_TRUE(Window("Termin")) << "Abbrechen keeps the form";
 
@@ -512,28 +468,25 @@ TEST_F(NoteFormTest, ClosingAChangedMessageAsksWhetherToSaveIt) {
     m_log.saveResult = MAPI_E_DISK_ERROR;
     std::vector<QString> texts;
     AnswerBoxes({QMessageBox::Yes, QMessageBox::Ok}, texts);
-    Button(window, QString::fromUtf8("S&chließen"))->click();
+    Button(window, "S&chließen")->click();
     ASSERT_TRUE(ProcessUntil([&] { return texts.size() == 2; }));
-    EXPECT_EQ(texts[1], QString::fromUtf8("Die Nachricht konnte nicht gespeichert werden."));
+    EXPECT_EQ(texts[1], "Die Nachricht konnte nicht gespeichert werden.");
     QCoreApplication::processEvents();
     EXPECT_TRUE(Window("Termin"));
 
     m_log.saveResult = S_OK;
     AnswerNextBox(yes, QMessageBox::Yes);
-    Button(window, QString::fromUtf8("S&chließen"))->click();
+    Button(window, "S&chließen")->click();
     ASSERT_TRUE(ProcessUntil([&] { return !Window("Termin"); }));
     EXPECT_EQ(m_log.saves, 1);
-    LPSPropValue text = nullptr;
-    ASSERT_EQ(HrGetOneProp(draft.get(), PR_BODY_W, &text), S_OK);
-    EXPECT_EQ(std::wstring(text->Value.lpszW), L"Morgen um neun.");
-    MAPIFreeBuffer(text);
+    EXPECT_EQ(WideProp(draft.get(), PR_BODY_W), L"Morgen um neun.");
 }
 
 TEST(NoteAnswers, RecipientsSubjectsAndTheQuotedOriginal) {
-    const std::vector<CNoteAddress> parsed = ParseRecipientField(
-        QString::fromUtf8("\"Müller, Jürgen\" <j@x.example>; b@y.example, ,Carl <c@z.example>"));
+    const std::vector<CNoteAddress> parsed =
+        ParseRecipientField("\"Müller, Jürgen\" <j@x.example>; b@y.example, ,Carl <c@z.example>");
     ASSERT_EQ(parsed.size(), 3u);
-    EXPECT_EQ(parsed[0].name, QString::fromUtf8("Müller, Jürgen"));
+    EXPECT_EQ(parsed[0].name, "Müller, Jürgen");
     EXPECT_EQ(parsed[0].address, "j@x.example");
     EXPECT_EQ(parsed[1].Text(), "b@y.example");
     EXPECT_EQ(parsed[2].Text(), "Carl <c@z.example>");
@@ -548,8 +501,7 @@ TEST(NoteAnswers, RecipientsSubjectsAndTheQuotedOriginal) {
     EXPECT_EQ(reply.subject, "AW: Angebot");
     EXPECT_EQ(reply.to, "Berta <b@x.example>");
     EXPECT_TRUE(reply.cc.isEmpty());
-    EXPECT_TRUE(reply.body.startsWith(
-        QString::fromUtf8("\n\n-----Ursprüngliche Nachricht-----\nVon: Berta <b@x.example>\n")))
+    EXPECT_TRUE(reply.body.startsWith("\n\n-----Ursprüngliche Nachricht-----\nVon: Berta <b@x.example>\n"))
         << reply.body.toStdString();
     EXPECT_TRUE(reply.body.endsWith("Betreff: Angebot\n\nText"));
     const CComposeContent all = AnswerContent(original, EAnswerKind::ReplyAll);
@@ -571,5 +523,5 @@ TEST(NoteAnswers, RecipientsSubjectsAndTheQuotedOriginal) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    return velmar::test::RunOffscreenQtTests(argc, argv);
+    return RunOffscreenQtTests(argc, argv);
 }

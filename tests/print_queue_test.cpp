@@ -73,9 +73,7 @@ class PrintQueueTest : public ::testing::Test {
 protected:
     std::wstring Html(const char* name) {
         const fs::path path = m_dir / name;
-        velmar::test::WriteFile(path,
-                                "<p>Gr\xc3\xbc\xc3\x9f"
-                                "e</p>");
+        velmar::test::WriteFile(path, "<p>Grüße</p>");
         return path.wstring();
     }
 

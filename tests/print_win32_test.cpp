@@ -54,8 +54,7 @@ protected:
         fs::remove_all(m_dir, ignored);
     }
     std::wstring Html(const wchar_t* name) {
-        std::ofstream(m_dir / name, std::ios::binary) << "<p>Gr\xc3\xbc\xc3\x9f"
-                                                         "e</p>";
+        std::ofstream(m_dir / name, std::ios::binary) << "<p>Grüße</p>";
         return (m_dir / name).wstring();
     }
     std::function<void(const std::wstring&)> Tracer() {

@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "tests/SendServiceFixture.h"
+#include "tests/TraceLines.h"
 #include "tools/ClientChannel.h"
 
 namespace {
@@ -22,51 +23,26 @@ using velmar::test::WriteFile;
 
 class SendCommands : public velmar::test::CSendServiceTest {};
 
-const std::vector<std::string> kAddRecipientTrace = {
-    "CVelmarMapi::AddRecipient start",
-    "CVelmarMapi::AddRecipient OpenAddressBook start",
-    "CVelmarMapi::AddRecipient HrAllocAdrList start",
-    "CVelmarMapi::HrAllocAdrList start",
-    "CVelmarMapi::HrAllocAdrList MAPIAllocateBuffer 1 start",
-    "CVelmarMapi::HrAllocAdrList MAPIAllocateBuffer 1 end",
-    "CVelmarMapi::HrAllocAdrList MAPIAllocateBuffer 2 start",
-    "CVelmarMapi::HrAllocAdrList MAPIAllocateBuffer 2 end",
-    "CVelmarMapi::HrAllocAdrList end",
-    "CVelmarMapi::AddRecipient HrAllocAdrList end",
-    "CVelmarMapi::AddRecipient ",
-    "CVelmarMapi::AddRecipient ModifyRecipients",
-    "CVelmarMapi::AddRecipient SaveChanges start",
-    "CVelmarMapi::AddRecipient SaveChanges end",
-    "CVelmarMapi::AddRecipient FreePadrlist",
-    "CVelmarMapi::AddRecipient end",
-};
+using velmar::test::Joined;
+using velmar::test::Steps;
 
-const std::vector<std::string> kOpenOutboxTrace = {
-    "CVelmarMapi::OpenOutbox start",
-    "CVelmarMapi::OpenOutbox OpenMsgStore start Eins",
-    "CVelmarMapi::OpenOutbox OpenMsgStore end",
-    "CVelmarMapi::OpenOutbox OpenEntry start",
-    "CVelmarMapi::OpenOutbox OpenEntry end",
-    "CVelmarMapi::OpenOutbox MAPIFreeBuffer start",
-    "CVelmarMapi::OpenOutbox MAPIFreeBuffer end",
-    "CVelmarMapi::OpenOutbox end",
-};
+const std::vector<std::string> kAddRecipientTrace = Joined<std::string>(
+    {Steps("AddRecipient", {"start", "OpenAddressBook start", "HrAllocAdrList start"}),
+     Steps("HrAllocAdrList", {"start", "MAPIAllocateBuffer 1 start", "MAPIAllocateBuffer 1 end",
+                              "MAPIAllocateBuffer 2 start", "MAPIAllocateBuffer 2 end", "end"}),
+     Steps("AddRecipient", {"HrAllocAdrList end", "", "ModifyRecipients", "SaveChanges start",
+                            "SaveChanges end", "FreePadrlist", "end"})});
 
-std::vector<std::string> Joined(std::initializer_list<std::vector<std::string>> parts) {
-    std::vector<std::string> lines;
-    for (const auto& part : parts) lines.insert(lines.end(), part.begin(), part.end());
-    return lines;
-}
+const std::vector<std::string> kOpenOutboxTrace =
+    Steps("OpenOutbox", {"start", "OpenMsgStore start Eins", "OpenMsgStore end", "OpenEntry start",
+                         "OpenEntry end", "MAPIFreeBuffer start", "MAPIFreeBuffer end", "end"});
 
 TEST_F(SendCommands, MailToAStoreOwnerArrivesInItsInboxAndIsFiledAsSent) {
     WriteProfile("");
     Start();
-    CSendRequest request;
-    request.subject =
-        "Gr\xc3\xbc\xc3\x9f"
-        "e aus K\xc3\xb6ln";
-    request.body = "Erste Zeile\nZweite Zeile: \xc3\xa4\xc3\xb6\xc3\xbc";
-    request.to = {"two@x"};
+    CSendRequest request{.subject = "Grüße aus Köln",
+                         .body = "Erste Zeile\nZweite Zeile: \xc3\xa4\xc3\xb6\xc3\xbc",
+                         .to = {"two@x"}};
     auto reply = Send(request);
     EXPECT_STREQ(reply->StringOf("status"), "OK");
 
@@ -97,18 +73,19 @@ TEST_F(SendCommands, MailToAStoreOwnerArrivesInItsInboxAndIsFiledAsSent) {
     EXPECT_STREQ(data->StringOf("fromAddress"), "one@x");
     EXPECT_STREQ(data->StringOf("to"), "two@x");
 
-    const std::vector<std::string> expected = Joined({
-        {"CVelmarMapi::SendMail start bOutlookForceSend = false", "CVelmarMapi::SendMail OpenOutbox"},
+    const std::vector<std::string> expected = Joined<std::string>({
+        Steps("SendMail", {"start bOutlookForceSend = false", "OpenOutbox"}),
         kOpenOutboxTrace,
-        {"CVelmarMapi::SendMail CreateMessage", "CVelmarMapi::SendMail HrGetOnePropSent",
-         "CVelmarMapi::SendMail AddRecipients", "CVelmarMapi::AddRecipients start"},
+        Steps("SendMail", {"CreateMessage", "HrGetOnePropSent", "AddRecipients"}),
+        Steps("AddRecipients", {"start"}),
         kAddRecipientTrace,
-        {"CVelmarMapi::AddRecipients end", "CVelmarMapi::SendMail SetProps",
-         "CVelmarMapi::SendMail HrGetOnePropSent PR_MAILBOX_OWNER_ENTRYID",
-         "CVelmarMapi::SendMail SetProps Representing", "CVelmarMapi::SendMail SetBody",
-         "CVelmarMapi::SetBody start", "CVelmarMapi::SetBody SetProps", "CVelmarMapi::SetBody end",
-         "CVelmarMapi::SendMail SubmitMessage", "CVelmarMapi::SendMail CloseOutbox",
-         "CVelmarMapi::CloseOutbox start", "CVelmarMapi::CloseOutbox end", "CVelmarMapi::SendMail end"},
+        Steps("AddRecipients", {"end"}),
+        Steps("SendMail",
+              {"SetProps", "HrGetOnePropSent PR_MAILBOX_OWNER_ENTRYID", "SetProps Representing", "SetBody"}),
+        Steps("SetBody", {"start", "SetProps", "end"}),
+        Steps("SendMail", {"SubmitMessage", "CloseOutbox"}),
+        Steps("CloseOutbox", {"start", "end"}),
+        Steps("SendMail", {"end"}),
     });
     EXPECT_EQ(TraceBetween(expected.front(), expected.back()), expected);
     EXPECT_NE(Activity().find("-> SendEmail"), std::string::npos);
@@ -118,13 +95,13 @@ TEST_F(SendCommands, RecipientsByKindAttachmentsAndAMissingFile) {
     WriteProfile("contact1.name = Zweite Person\ncontact1.address = two@x\n");
     WriteFile(m_dir / "files" / "Bericht.pdf", std::string("%PDF-1.4\n\x00\x01\x02\xff binary", 20));
     Start();
-    CSendRequest request;
-    request.subject = "Anlagen";
-    request.body = "Siehe Anlage";
-    request.to = {"Zweite Person"};                // resolved from the profile's contacts
-    request.cc = {"Archiv Kopie <archive@x>"};     // an address with a name
-    request.bcc = {"one@x", "Niemand Bekanntes"};  // the second cannot be resolved
-    request.files = {(m_dir / "files" / "Bericht.pdf").string(), (m_dir / "files" / "fehlt.txt").string()};
+    CSendRequest request{
+        .subject = "Anlagen",
+        .body = "Siehe Anlage",
+        .to = {"Zweite Person"},                // resolved from the profile's contacts
+        .cc = {"Archiv Kopie <archive@x>"},     // an address with a name
+        .bcc = {"one@x", "Niemand Bekanntes"},  // the second cannot be resolved
+        .files = {(m_dir / "files" / "Bericht.pdf").string(), (m_dir / "files" / "fehlt.txt").string()}};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
 
     const auto toTwo = WaitForMessages("two", "", 1);
@@ -179,13 +156,12 @@ TEST_F(SendCommands, ForwardKeepsBodiesAndAttachmentsWithTheNoteOnTop) {
         "Content-Transfer-Encoding: base64\n\n" +
             velmar::test::Base64("Anlagenbytes\x01\x02") + "\n--b--\n");
     Start();
-    CSendRequest request;
-    request.command = "ForwardEmail";
-    request.messageId = "<fwd1@x>";
-    request.toEmailAddress = "one@x";
-    request.brandingSubject = "[Marke]";
-    request.sendNote = "Zeile eins\r\nZeile zwei";
-    request.to = {"two@x"};
+    CSendRequest request{.command = "ForwardEmail",
+                         .to = {"two@x"},
+                         .messageId = "<fwd1@x>",
+                         .toEmailAddress = "one@x",
+                         .brandingSubject = "[Marke]",
+                         .sendNote = "Zeile eins\r\nZeile zwei"};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
 
     const auto delivered = WaitForMessages("two", "", 1);
@@ -215,46 +191,20 @@ TEST_F(SendCommands, ForwardKeepsBodiesAndAttachmentsWithTheNoteOnTop) {
         for (const char* prefix : {"CVelmarMapi::ForwardMail ", "CVelmarMapi::CopyAttachments ",
                                    "CVelmarMapi::AddAttachements ", "CVelmarMapi::SendMail "})
             if (line.rfind(prefix, 0) == 0) steps.push_back(line);
-    const std::vector<std::string> expected = {
-        "CVelmarMapi::ForwardMail start bOutlookForceSend = false",
-        "CVelmarMapi::ForwardMail GetpMessage",
-        "CVelmarMapi::ForwardMail OpenOutbox",
-        "CVelmarMapi::ForwardMail CreateMessage",
-        "CVelmarMapi::ForwardMail FetchBody",
-        "CVelmarMapi::ForwardMail EmailDate FetchBody",
-        "CVelmarMapi::ForwardMail GetProps",
-        "CVelmarMapi::ForwardMail GetSubject: Urspr\xc3\xbcnglich",
-        "CVelmarMapi::ForwardMail CopyProps",
-        "CVelmarMapi::ForwardMail GetSendNote",
-        "CVelmarMapi::ForwardMail InsertTextIntoHTMLBodyBegin",
-        "CVelmarMapi::ForwardMail SetBody",
-        "CVelmarMapi::ForwardMail SetProps",
-        "CVelmarMapi::ForwardMail HrGetOneProp",
-        "CVelmarMapi::ForwardMail SetProps",
-        "CVelmarMapi::ForwardMail AddRecipients",
-        "CVelmarMapi::ForwardMail CopyAttachments",
-        "CVelmarMapi::CopyAttachments start",
-        "CVelmarMapi::CopyAttachments FetchAttachments start",
-        "CVelmarMapi::CopyAttachments FetchAttachments end",
-        "CVelmarMapi::AddAttachements start",
-        "CVelmarMapi::AddAttachements searchAttachementIndex",
-        "CVelmarMapi::AddAttachements addAttachments",
-        "CVelmarMapi::AddAttachements end",
-        "CVelmarMapi::CopyAttachments end",
-        "CVelmarMapi::SendMail HrGetOnePropSent PR_MAILBOX_OWNER_ENTRYID",
-        "CVelmarMapi::SendMail SetProps Representing",
-        "CVelmarMapi::ForwardMail SubmitMessage start",
-        "CVelmarMapi::ForwardMail SubmitMessage end",
-        "CVelmarMapi::ForwardMail RemoveFiles start",
-        "CVelmarMapi::ForwardMail RemoveFiles end",
-        "CVelmarMapi::ForwardMail MAPIFreeBuffer start",
-        "CVelmarMapi::ForwardMail MAPIFreeBuffer end",
-        "CVelmarMapi::ForwardMail CloseOutbox",
-        "CVelmarMapi::ForwardMail MAPIFreeBuffer start",
-        "CVelmarMapi::ForwardMail MAPIFreeBuffer end",
-        "CVelmarMapi::ForwardMail releases",
-        "CVelmarMapi::ForwardMail end",
-    };
+    const std::vector<std::string> expected = Joined<std::string>({
+        Steps("ForwardMail",
+              {"start bOutlookForceSend = false", "GetpMessage", "OpenOutbox", "CreateMessage", "FetchBody",
+               "EmailDate FetchBody", "GetProps", "GetSubject: Urspr\xc3\xbcnglich", "CopyProps",
+               "GetSendNote", "InsertTextIntoHTMLBodyBegin", "SetBody", "SetProps", "HrGetOneProp",
+               "SetProps", "AddRecipients", "CopyAttachments"}),
+        Steps("CopyAttachments", {"start", "FetchAttachments start", "FetchAttachments end"}),
+        Steps("AddAttachements", {"start", "searchAttachementIndex", "addAttachments", "end"}),
+        Steps("CopyAttachments", {"end"}),
+        Steps("SendMail", {"HrGetOnePropSent PR_MAILBOX_OWNER_ENTRYID", "SetProps Representing"}),
+        Steps("ForwardMail", {"SubmitMessage start", "SubmitMessage end", "RemoveFiles start",
+                              "RemoveFiles end", "MAPIFreeBuffer start", "MAPIFreeBuffer end", "CloseOutbox",
+                              "MAPIFreeBuffer start", "MAPIFreeBuffer end", "releases", "end"}),
+    });
     EXPECT_EQ(steps, expected);
 }
 
@@ -289,11 +239,8 @@ TEST_F(SendCommands, AForwardSendsItsOwnAttachmentWhateverAnotherClientExports) 
             ++exported;
         }
     });
-    CSendRequest request;
-    request.command = "ForwardEmail";
-    request.messageId = "<quelle@x>";
-    request.toEmailAddress = "one@x";
-    request.to = {"two@x"};
+    CSendRequest request{
+        .command = "ForwardEmail", .to = {"two@x"}, .messageId = "<quelle@x>", .toEmailAddress = "one@x"};
     // Forwards go on until ten of them and ten exports of the other client have run beside each other.
     constexpr int kAtLeast = 10;
     int forwards = 0;
@@ -323,12 +270,11 @@ TEST_F(SendCommands, ForwardSubjectRules) {
     } cases[] = {{"", "", " Alt"}, {"", "Marke", "Marke"}, {"Neu", "Marke", "Neu"}};
     size_t count = 0;
     for (const auto& rule : cases) {
-        CSendRequest request;
-        request.command = "ForwardEmail";
-        request.messageId = "<plain@x>";
-        request.subject = rule.subject;
-        request.brandingSubject = rule.branding;
-        request.to = {"two@x"};
+        CSendRequest request{.command = "ForwardEmail",
+                             .subject = rule.subject,
+                             .to = {"two@x"},
+                             .messageId = "<plain@x>",
+                             .brandingSubject = rule.branding};
         EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
         const auto delivered = WaitForMessages("two", "", ++count);
         ASSERT_EQ(delivered.size(), count);
@@ -361,12 +307,11 @@ TEST_F(SendCommands, ForwardOfAnRtfOnlySource) {
     ASSERT_STREQ(source->StringOf("status"), "OK");
     const std::string sourceBody = source->StringOf("body");
 
-    CSendRequest request;
-    request.command = "ForwardEmail";
-    request.messageId = "<rtf@x>";
-    request.subject = "Weiter";
-    request.sendNote = "Bitte lesen\r\n";
-    request.to = {"two@x"};
+    CSendRequest request{.command = "ForwardEmail",
+                         .subject = "Weiter",
+                         .to = {"two@x"},
+                         .messageId = "<rtf@x>",
+                         .sendNote = "Bitte lesen\r\n"};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
     const auto delivered = WaitForMessages("two", "", 1);
     ASSERT_EQ(delivered.size(), 1u) << Activity();
@@ -379,10 +324,7 @@ TEST_F(SendCommands, ForwardOfAnRtfOnlySource) {
 TEST_F(SendCommands, AnUnknownMessageIsNotForwarded) {
     WriteProfile("");
     Start();
-    CSendRequest request;
-    request.command = "ForwardEmail";
-    request.messageId = "<nicht-da@x>";
-    request.to = {"two@x"};
+    CSendRequest request{.command = "ForwardEmail", .to = {"two@x"}, .messageId = "<nicht-da@x>"};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
     EXPECT_TRUE(MessageFiles("one", ".Outbox").empty());
     EXPECT_TRUE(MessageFiles("two").empty());
@@ -423,10 +365,8 @@ TEST_F(SendCommands, ASubmitOnAFullOrReadOnlyDiskFailsAndLeavesNothingBehind) {
     Start();
     WriteFile(store / "filler", std::string(150 * 1024, 'f'));
 
-    CSendRequest request;
-    request.subject = "Passt nicht";
-    request.to = {"two@x"};
-    request.files = {(m_dir / "files" / "gross.bin").string()};
+    CSendRequest request{
+        .subject = "Passt nicht", .to = {"two@x"}, .files = {(m_dir / "files" / "gross.bin").string()}};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
     EXPECT_NE(Activity().find("CVelmarMapi::SendMail error Submit Message 0x"), std::string::npos);
     EXPECT_TRUE(QueuedOrHalfWritten(store / ".Outbox").empty()) << "no half-written or queued file";

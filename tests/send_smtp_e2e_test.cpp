@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "harness/FreePort.h"
@@ -33,6 +34,11 @@ protected:
     void UseServer(const CSmtpTestServer& server, const std::string& more = "") {
         WriteProfile("smtp.url = " + server.Url() + "\n" + more);
     }
+    // A server of the test's own, named in the profile.
+    CSmtpTestServer& UsedServer() {
+        UseServer(m_server.emplace(m_dir / "smtp"));
+        return *m_server;
+    }
 
     // The message's data without its line breaks, where a base64 body reads as one string.
     static std::string Unwrapped(const std::string& data) {
@@ -46,6 +52,8 @@ protected:
         std::sort(items.begin(), items.end());
         return items;
     }
+
+    std::optional<CSmtpTestServer> m_server;
 };
 
 TEST_F(SmtpSending, TheServerGetsTheBytesAndTheEnvelopeOverStartTlsWithAuth) {
@@ -57,23 +65,14 @@ TEST_F(SmtpSending, TheServerGetsTheBytesAndTheEnvelopeOverStartTlsWithAuth) {
                   server.CertificateFile() + "\n");
     constexpr char kBytes[] = "Inhalt \x00\x01\x02\xfe\xff der Anlage";
     const std::string bytes(kBytes, sizeof kBytes - 1);
-    WriteFile(m_dir / "files" /
-                  "Bericht \xc3\x9c"
-                  "bersicht.pdf",
-              bytes);
+    WriteFile(m_dir / "files" / "Bericht Übersicht.pdf", bytes);
     Start();
-    CSendRequest request;
-    request.subject =
-        "Gr\xc3\xbc\xc3\x9f"
-        "e";
-    request.body = "Hallo Anna";
-    request.to = {"Anna \xc3\x84pfel <anna@remote.example>"};
-    request.cc = {"cc@remote.example"};
-    request.bcc = {"hidden@remote.example"};
-    request.files = {(m_dir / "files" /
-                      "Bericht \xc3\x9c"
-                      "bersicht.pdf")
-                         .string()};
+    CSendRequest request{.subject = "Grüße",
+                         .body = "Hallo Anna",
+                         .to = {"Anna \xc3\x84pfel <anna@remote.example>"},
+                         .cc = {"cc@remote.example"},
+                         .bcc = {"hidden@remote.example"},
+                         .files = {(m_dir / "files" / "Bericht Übersicht.pdf").string()}};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
 
     const std::vector<CReceivedMail> mails = server.WaitForMessages(1);
@@ -112,10 +111,8 @@ TEST_F(SmtpSending, AWrongPasswordKeepsTheQueueUntilTheProfileIsRight) {
     UseServer(server, "smtp.user = anna\nsmtp.password = falsch\n");
     chmod((m_dir / "profiles.ini").c_str(), 0600);
     Start();
-    CSendRequest request;
-    request.subject = "Wartet";
-    request.to = {"x@remote.example", "y@remote.example"};
-    request.forceSend = true;
+    CSendRequest request{
+        .subject = "Wartet", .to = {"x@remote.example", "y@remote.example"}, .forceSend = true};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
     EXPECT_NE(Activity().find("1 message(s) queued: SMTP 535 5.7.8"), std::string::npos) << Activity();
     EXPECT_EQ(MessageFiles("one", ".Outbox").size(), 1u) << "the message stays queued";
@@ -158,10 +155,7 @@ TEST_F(SmtpSending, ACommandOfAProfileOthersMayChangeIsNeverRun) {
     UseServer(server, "smtp.user = anna\nsmtp.passwordeval = touch '" + ran.string() + "'; echo geheim\n");
     chmod((m_dir / "profiles.ini").c_str(), 0666);
     Start();
-    CSendRequest request;
-    request.subject = "Befehl";
-    request.to = {"x@remote.example"};
-    request.forceSend = true;
+    CSendRequest request{.subject = "Befehl", .to = {"x@remote.example"}, .forceSend = true};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
     EXPECT_NE(Activity().find("smtp.passwordeval is ignored: the profile file " +
                               (m_dir / "profiles.ini").string() + " may be changed by others"),
@@ -198,10 +192,7 @@ TEST_F(SmtpSendingBeside, AServerThatNeverAnswers) {
     ASSERT_GT(silent.Port(), 0);
     WriteProfile("smtp.url = smtp://127.0.0.1:" + std::to_string(silent.Port()) + "\n");
     Start();
-    CSendRequest request;
-    request.subject = "Haengt";
-    request.to = {"x@remote.example"};
-    request.forceSend = true;
+    CSendRequest request{.subject = "Haengt", .to = {"x@remote.example"}, .forceSend = true};
     std::atomic<bool> replied{false};
     std::string status;
     std::thread sender([&] {
@@ -219,11 +210,9 @@ TEST_F(SmtpSendingBeside, AServerThatNeverAnswers) {
 }
 
 TEST_F(SmtpSendingBeside, TwoThousandRecipients) {
-    CSmtpTestServer server(m_dir / "smtp");
-    UseServer(server);
+    CSmtpTestServer& server = UsedServer();
     Start();
-    CSendRequest request;
-    request.subject = "Rundschreiben";
+    CSendRequest request{.subject = "Rundschreiben"};
     for (int i = 0; i < 2000; ++i) request.to.push_back("empfaenger" + std::to_string(i) + "@remote.example");
     const CAnotherClient seen =
         AnotherClientReadsWhile("<lesen@x>", [&] { EXPECT_STREQ(Send(request)->StringOf("status"), "OK"); });
@@ -237,15 +226,13 @@ TEST_F(SmtpSendingBeside, TwoThousandRecipients) {
 }
 
 TEST_F(SmtpSendingBeside, AFifoNamedAsAnAttachment) {
-    CSmtpTestServer server(m_dir / "smtp");
-    UseServer(server);
+    CSmtpTestServer& server = UsedServer();
     ASSERT_EQ(mkfifo((m_dir / "pipe").c_str(), 0600), 0);
     WriteFile(m_dir / "echt.txt", "Inhalt");
     Start();
-    CSendRequest request;
-    request.subject = "Anlagen";
-    request.to = {"x@remote.example"};
-    request.files = {(m_dir / "pipe").string(), (m_dir / "echt.txt").string()};
+    CSendRequest request{.subject = "Anlagen",
+                         .to = {"x@remote.example"},
+                         .files = {(m_dir / "pipe").string(), (m_dir / "echt.txt").string()}};
     const CAnotherClient seen =
         AnotherClientReadsWhile("<lesen@x>", [&] { EXPECT_STREQ(Send(request)->StringOf("status"), "OK"); });
     ExpectNotHeldUp(seen);
@@ -260,8 +247,7 @@ TEST_F(SmtpSendingBeside, AFifoNamedAsAnAttachment) {
 // received attachment's name a forward takes over, in a content id inside a winmail.dat. None of it becomes
 // a field of the sent part, a part of its own, or a recipient of the envelope.
 TEST_F(SmtpSending, LineBreaksInNamesAndContentIdsStayInsideTheirFields) {
-    CSmtpTestServer server(m_dir / "smtp");
-    UseServer(server);
+    CSmtpTestServer& server = UsedServer();
     const std::string injected = "\r\nBcc: evil@attacker.example\r\nX-Inj: 1";
     const fs::path file = m_dir / "files" / ("a.txt" + injected + ".txt");
     WriteFile(file, "Inhalt");
@@ -291,17 +277,13 @@ TEST_F(SmtpSending, LineBreaksInNamesAndContentIdsStayInsideTheirFields) {
             "Content-Type: application/ms-tnef; name=winmail.dat\nContent-Transfer-Encoding: base64\n\n" +
                 velmar::test::Base64(winmail.Text()) + "\n--b--\n");
     Start();
-    CSendRequest send;
-    send.subject = "Datei";
-    send.to = {"x@remote.example"};
-    send.files = {file.string()};
+    CSendRequest send{.subject = "Datei", .to = {"x@remote.example"}, .files = {file.string()}};
     EXPECT_STREQ(Send(send)->StringOf("status"), "OK");
     for (const char* id : {"<name@x>", "<tnef@x>"}) {
-        CSendRequest forward;
-        forward.command = "ForwardEmail";
-        forward.messageId = id;
-        forward.toEmailAddress = "one@x";
-        forward.to = {"x@remote.example"};
+        CSendRequest forward{.command = "ForwardEmail",
+                             .to = {"x@remote.example"},
+                             .messageId = id,
+                             .toEmailAddress = "one@x"};
         EXPECT_STREQ(Send(forward)->StringOf("status"), "OK");
     }
     const std::vector<CReceivedMail> mails = server.WaitForMessages(3);
@@ -323,13 +305,10 @@ TEST_F(SmtpSending, LineBreaksInNamesAndContentIdsStayInsideTheirFields) {
 }
 
 TEST_F(SmtpSending, AServerThatIsDownAndComesBackGetsEveryMessageOnce) {
-    CSmtpTestServer server(m_dir / "smtp");
-    UseServer(server);
+    CSmtpTestServer& server = UsedServer();
     server.Stop();
     Start();
-    CSendRequest request;
-    request.subject = "Erste";
-    request.to = {"anna@remote.example"};
+    CSendRequest request{.subject = "Erste", .to = {"anna@remote.example"}};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     EXPECT_EQ(MessageFiles("one", ".Outbox").size(), 1u) << "queued while the server is down";
@@ -349,15 +328,13 @@ TEST_F(SmtpSending, AServerThatIsDownAndComesBackGetsEveryMessageOnce) {
 }
 
 TEST_F(SmtpSending, ARecipientRefusedForGoodIsReportedAndOneRefusedForNowIsTriedAgain) {
-    CSmtpTestServer server(m_dir / "smtp");
+    CSmtpTestServer& server = UsedServer();
     server.SetControl(R"({"rcpt": {"bad@remote.example": "550 5.1.1 No such user here",
                                    "later@remote.example": "451 4.3.0 Try again later"}})");
-    UseServer(server);
     Start();
-    CSendRequest request;
-    request.subject = "Teils";
-    request.to = {"good@remote.example", "bad@remote.example", "later@remote.example"};
-    request.forceSend = true;
+    CSendRequest request{.subject = "Teils",
+                         .to = {"good@remote.example", "bad@remote.example", "later@remote.example"},
+                         .forceSend = true};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
 
     std::vector<CReceivedMail> mails = server.Messages();
@@ -395,14 +372,10 @@ TEST_F(SmtpSending, ARecipientRefusedForGoodIsReportedAndOneRefusedForNowIsTried
 // A connection lost after the data: the server may have the message, but never said so. It stays queued and
 // goes again; the server sees it twice, with one Message-ID, which is the only safe way.
 TEST_F(SmtpSending, AConnectionLostAfterTheDataKeepsTheMessageQueued) {
-    CSmtpTestServer server(m_dir / "smtp");
+    CSmtpTestServer& server = UsedServer();
     server.SetControl(R"({"drop_after_data": true})");
-    UseServer(server);
     Start();
-    CSendRequest request;
-    request.subject = "Verloren";
-    request.to = {"anna@remote.example"};
-    request.forceSend = true;
+    CSendRequest request{.subject = "Verloren", .to = {"anna@remote.example"}, .forceSend = true};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
     EXPECT_EQ(MessageFiles("one", ".Outbox").size(), 1u);
     EXPECT_TRUE(MessageFiles("one", ".Sent").empty());
@@ -435,13 +408,10 @@ TEST_F(SmtpSending, AConnectionLostAfterTheDataKeepsTheMessageQueued) {
 }
 
 TEST_F(SmtpSending, AServiceKilledWhileTheServerHoldsTheDataSendsItAgainAfterRestart) {
-    CSmtpTestServer server(m_dir / "smtp");
+    CSmtpTestServer& server = UsedServer();
     server.SetControl(R"({"stall_data_seconds": 2})");
-    UseServer(server);
     Start();
-    CSendRequest request;
-    request.subject = "Unterwegs";
-    request.to = {"anna@remote.example"};
+    CSendRequest request{.subject = "Unterwegs", .to = {"anna@remote.example"}};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
     std::this_thread::sleep_for(std::chrono::milliseconds(800));  // the data is with the server now
     StopService(SIGKILL);
@@ -474,13 +444,10 @@ TEST_F(SmtpSending, APrivatePostfixDeliversTheMessageIntoItsMaildir) {
     } stop{script + "stop " + folder.string()};
     WriteProfile("smtp.url = smtp://127.0.0.1:" + std::to_string(port) + "\n");
     Start();
-    CSendRequest request;
-    request.subject =
-        "\xc3\x9c"
-        "ber Postfix";
-    request.body = "Zeile eins\n.\nZeile nach einem Punkt";
-    request.to = {"Anna <anna@example.test>"};
-    request.bcc = {"bcc@example.test"};
+    CSendRequest request{.subject = "Über Postfix",
+                         .body = "Zeile eins\n.\nZeile nach einem Punkt",
+                         .to = {"Anna <anna@example.test>"},
+                         .bcc = {"bcc@example.test"}};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
     const auto find = [&](const char* user) {
         std::vector<fs::path> files;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tests/ServiceFixture.h"
+#include "tests/TraceLines.h"
 
 namespace {
 
@@ -148,27 +149,20 @@ TEST_F(ServiceEndToEnd, SendForwardAndOpenWithoutMapiReplyOkAndTraceTheirFailure
                   R"("outlookProfile":"Velmar","savedMessageStore":"Eins"})"),
               Reply("OK"));
     const std::string activity = Activity();
-    const std::vector<std::string> sendLines = {
-        "-> SendEmail",
-        "CVelmarMapi::SendMail start bOutlookForceSend = true",
-        "CVelmarMapi::SendMail OpenOutbox",
-        "CVelmarMapi::OpenOutbox start",
-        "CVelmarMapi::OpenOutbox end",
-        "CVelmarMapi::SendMail CloseOutbox",
-        "CVelmarMapi::CloseOutbox start",
-        "CVelmarMapi::CloseOutbox end",
-        "CVelmarMapi::SendMail end",
-        "-> OpenAttachment",
-        "CVelmarMapi::ForwardMail start bOutlookForceSend = false",
-        "CVelmarMapi::ForwardMail GetpMessage",
-        "CVelmarMapi::ForwardMail end",
-        "-> OpenEmail",
-        "CVelmarMapi::Logon start",
-        "OpenEmail: no window to show the message in, it stays closed",
-        "CVelmarMapi::FindMessage start",
-        "CVelmarMapi::FindMessage GetpMessage",
-        "CVelmarMapi::FindMessage end",
-    };
+    using velmar::test::Steps;
+    const std::vector<std::string> sendLines = velmar::test::Joined<std::string>(
+        {{"-> SendEmail"},
+         Steps("SendMail", {"start bOutlookForceSend = true", "OpenOutbox"}),
+         Steps("OpenOutbox", {"start", "end"}),
+         Steps("SendMail", {"CloseOutbox"}),
+         Steps("CloseOutbox", {"start", "end"}),
+         Steps("SendMail", {"end"}),
+         {"-> OpenAttachment"},
+         Steps("ForwardMail", {"start bOutlookForceSend = false", "GetpMessage", "end"}),
+         {"-> OpenEmail"},
+         Steps("Logon", {"start"}),
+         {"OpenEmail: no window to show the message in, it stays closed"},
+         Steps("FindMessage", {"start", "GetpMessage", "end"})});
     size_t at = 0;
     for (const std::string& line : sendLines) {
         // The whole line: what follows it is its line end.

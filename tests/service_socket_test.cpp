@@ -14,6 +14,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <optional>
 #include <thread>
 
@@ -28,12 +29,17 @@ namespace fs = std::filesystem;
 const std::string kAsk = std::string(R"({"command-target":"MAPI","command":"IsMAPIDllInitialized"})") + '\0';
 const std::string kOk = std::string("{\r\n  \"status\": \"OK\"\r\n}") + '\0';
 
+sockaddr_un Address(const fs::path& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    return address;
+}
+
 class CRawSocket {
 public:
     explicit CRawSocket(const fs::path& path) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+        const sockaddr_un address = Address(path);
         m_fd = socket(AF_UNIX, SOCK_STREAM, 0);
         if (connect(m_fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
             close(m_fd);
@@ -75,6 +81,11 @@ public:
         char byte = 0;
         return read(m_fd, &byte, 1) == 0;
     }
+    // Asks whether the service is initialized and expects its OK.
+    void ExpectServed(int timeoutMilliseconds = 5000, const char* why = "") {
+        ASSERT_TRUE(Send(kAsk));
+        EXPECT_EQ(Receive(kOk.size(), timeoutMilliseconds), kOk) << why;
+    }
 
 private:
     int m_fd = -1;
@@ -92,11 +103,15 @@ protected:
     void Start() {
         m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{"--headless"},
                           (m_dir / "activity.log").string());
+        ASSERT_TRUE(WaitForSocket([&] { return CRawSocket(Socket()).Connected(); }))
+            << "the service does not answer";
+    }
+    static bool WaitForSocket(const std::function<bool()>& ready) {
         for (int attempt = 0; attempt < 200; ++attempt) {
-            if (CRawSocket(Socket()).Connected()) return;
+            if (ready()) return true;
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
-        FAIL() << "the service does not answer";
+        return false;
     }
     void Close() {
         CRawSocket closer(Socket());
@@ -136,11 +151,8 @@ TEST_F(ServiceSocket, FramingAndBrokenRequests) {
     CRawSocket garbage(Socket());
     ASSERT_TRUE(garbage.Send(std::string("\xFF\xFE\x01garbage\x7F{{{[[[", 15) + '\0' + "\x80\x81" + '\0'));
     EXPECT_EQ(garbage.Receive(1, 300), "") << "garbage gets no reply";
-    ASSERT_TRUE(garbage.Send(kAsk));
-    EXPECT_EQ(garbage.Receive(kOk.size(), 5000), kOk) << "and the connection goes on";
-    CRawSocket fresh(Socket());
-    ASSERT_TRUE(fresh.Send(kAsk));
-    EXPECT_EQ(fresh.Receive(kOk.size(), 5000), kOk);
+    garbage.ExpectServed(5000, "and the connection goes on");
+    CRawSocket(Socket()).ExpectServed();
     Close();
     EXPECT_FALSE(fs::exists(Socket()));
 }
@@ -171,8 +183,7 @@ TEST_F(ServiceSocket, ARequestIsNeverReadFromAFile) {
     CRawSocket client(Socket());
     ASSERT_TRUE(client.Send((m_dir / "r.json").string() + '\0'));
     EXPECT_EQ(client.Receive(1, 500), "") << "the file's request must not be answered";
-    ASSERT_TRUE(client.Send(kAsk));
-    EXPECT_EQ(client.Receive(kOk.size(), 5000), kOk);
+    client.ExpectServed();
     Close();
 }
 
@@ -181,8 +192,7 @@ TEST_F(ServiceSocket, AnOutputNobodyReadsHoldsUpNothing) {
     ASSERT_EQ(pipe(output), 0);
     m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{"--headless"}, output[1]);
     close(output[1]);
-    for (int attempt = 0; attempt < 200 && !CRawSocket(Socket()).Connected(); ++attempt)
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    WaitForSocket([&] { return CRawSocket(Socket()).Connected(); });
     // Each request writes six lines: the pipe is full after a few hundred requests, and what waits for
     // the reader is bounded too, so lines are dropped in the end.
     CRawSocket client(Socket());
@@ -198,8 +208,7 @@ TEST_F(ServiceSocket, AnOutputNobodyReadsHoldsUpNothing) {
             echoed.append(buffer, static_cast<size_t>(got));
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    ASSERT_TRUE(client.Send(kAsk));
-    EXPECT_EQ(client.Receive(kOk.size(), 5000), kOk);
+    client.ExpectServed();
     Close();
     reader.join();
     close(output[0]);
@@ -245,9 +254,7 @@ TEST_F(ServiceSocket, ConnectionsPastTheLimitAreRefusedWithALine) {
     // Once some go, new clients are served again.
     idle.resize(200);
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    CRawSocket later(Socket());
-    ASSERT_TRUE(later.Send(kAsk));
-    EXPECT_EQ(later.Receive(kOk.size(), 10000), kOk);
+    CRawSocket(Socket()).ExpectServed(10000);
     idle.clear();
     Close();
 }
@@ -257,39 +264,27 @@ TEST_F(ServiceSocket, SecondCopyIsRefusedAndStaleSocketsReplaced) {
     velmar::test::CServiceProcess second(VELMAR_SERVICE_PROGRAM, {"--headless"},
                                          (m_dir / "second.log").string());
     EXPECT_EQ(second.WaitForExit(10000), 1) << "a running copy keeps its socket";
-    CRawSocket stillServed(Socket());
-    ASSERT_TRUE(stillServed.Send(kAsk));
-    EXPECT_EQ(stillServed.Receive(kOk.size(), 5000), kOk);
+    CRawSocket(Socket()).ExpectServed();
     Close();
 
     // A socket file nobody answers on, as a crashed run leaves it, is replaced.
     {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, Socket().c_str(), sizeof address.sun_path - 1);
+        const sockaddr_un address = Address(Socket());
         const int stale = socket(AF_UNIX, SOCK_STREAM, 0);
         ASSERT_EQ(bind(stale, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
         close(stale);
     }
     ASSERT_TRUE(fs::exists(Socket()));
     Start();
-    CRawSocket served(Socket());
-    ASSERT_TRUE(served.Send(kAsk));
-    EXPECT_EQ(served.Receive(kOk.size(), 5000), kOk);
+    CRawSocket(Socket()).ExpectServed();
     Close();
 }
 
 TEST_F(ServiceSocket, MemoryGuardStopsTheServiceAfterItsConnections) {
     m_service.emplace(VELMAR_SERVICE_PROGRAM, std::vector<std::string>{"--headless", "MEM_LIMIT=1"},
                       (m_dir / "activity.log").string());
-    for (int attempt = 0; attempt < 200 && !fs::exists(Socket()); ++attempt)
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    {
-        CRawSocket client(Socket());
-        ASSERT_TRUE(client.Send(kAsk));
-        EXPECT_EQ(client.Receive(kOk.size(), 5000), kOk)
-            << "the connection that trips the guard is still served";
-    }
+    WaitForSocket([&] { return fs::exists(Socket()); });
+    CRawSocket(Socket()).ExpectServed(5000, "the connection that trips the guard is still served");
     EXPECT_EQ(m_service->WaitForExit(20000), 0) << "more than 1 MB in use: the service stops";
     EXPECT_FALSE(fs::exists(Socket()));
 }
@@ -300,11 +295,7 @@ TEST_F(ServiceSocket, EndedConnectionsLeaveNothingBehind) {
     velmar::test::SetEnvironment("MALLOC_ARENA_MAX", "2");
     Start();
     unsetenv("MALLOC_ARENA_MAX");
-    const auto oneConnection = [&] {
-        CRawSocket client(Socket());
-        ASSERT_TRUE(client.Send(kAsk));
-        EXPECT_EQ(client.Receive(kOk.size(), 5000), kOk);
-    };
+    const auto oneConnection = [&] { CRawSocket(Socket()).ExpectServed(); };
     for (int i = 0; i < 20; ++i) oneConnection();
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     const long long before = velmar::test::ProcessStatusKilobytes(m_service->Id(), "VmSize");
@@ -335,9 +326,7 @@ TEST_F(ServiceSocket, PeersOfAnotherUserAreRefused) {
     int status = -1;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "exit status " << status;
-    CRawSocket owner(Socket());
-    ASSERT_TRUE(owner.Send(kAsk));
-    EXPECT_EQ(owner.Receive(kOk.size(), 5000), kOk) << "the owner is still served";
+    CRawSocket(Socket()).ExpectServed(5000, "the owner is still served");
     const std::string activity = velmar::test::ReadSettledFile(m_dir / "activity.log");
     EXPECT_NE(activity.find("Verbindung eines anderen Benutzers abgelehnt (uid 65534)"), std::string::npos);
     Close();

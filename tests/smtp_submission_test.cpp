@@ -240,9 +240,13 @@ protected:
                "\r\nMessage-ID: <" + subject +
                "@x.example>\r\nMIME-Version: 1.0\r\n"
                "Content-Type: text/plain; charset=utf-8\r\nContent-Transfer-Encoding: 8bit\r\n\r\n" +
-               body +
-               "\r\n.\r\n..zwei Punkte\r\n.ein Punkt\r\nGr\xc3\xbc\xc3\x9f"
-               "e\r\n";
+               body + "\r\n.\r\n..zwei Punkte\r\n.ein Punkt\r\nGrüße\r\n";
+    }
+
+    // A submission without a password, from one@x.example.
+    static CSmtpResult Submit(const CSmtpSettings& settings, const std::vector<std::string>& to,
+                              const std::string& mime, const std::atomic<bool>* cancel = nullptr) {
+        return SubmitBySmtp(settings, "", "one@x.example", to, mime, cancel);
     }
 
     CTempDir m_dir;
@@ -252,8 +256,8 @@ protected:
 TEST_F(SmtpSubmission, PlainOnLoopbackTheBytesAndTheEnvelopeArriveExactly) {
     CSmtpTestServer& server = Server();
     const std::string mime = Message("Klartext");
-    const CSmtpResult result = SubmitBySmtp(SettingsFor(server), "", "one@x.example",
-                                            {"anna@remote.example", "bob@remote.example"}, mime);
+    const CSmtpResult result =
+        Submit(SettingsFor(server), {"anna@remote.example", "bob@remote.example"}, mime);
     ASSERT_EQ(result.outcome, SmtpOutcome::Accepted) << Described(result);
     EXPECT_EQ(result.code, 250);
     EXPECT_EQ(result.text, "2.0.0 Accepted") << "the server's own words";
@@ -299,8 +303,7 @@ TEST_F(SmtpSubmission, TlsAsTheSchemeAndThePolicySay) {
         {std::nullopt, true}, {StartTlsPolicy::No, false}, {StartTlsPolicy::Optional, true}};
     for (const auto& [policy, tls] : policies) {
         settings.starttls = policy;  // unset on loopback: used when offered
-        ASSERT_EQ(SubmitBySmtp(settings, "", "one@x.example", {"a@remote.example"}, Message("Eins")).outcome,
-                  SmtpOutcome::Accepted);
+        ASSERT_EQ(Submit(settings, {"a@remote.example"}, Message("Eins")).outcome, SmtpOutcome::Accepted);
     }
     mails = offering.Messages();
     ASSERT_EQ(mails.size(), 3u);
@@ -312,7 +315,7 @@ TEST_F(SmtpSubmission, NoTlsToBeHadIsTemporaryAndNothingIsSent) {
     CSmtpTestServer& plain = Server();
     CSmtpSettings settings = SettingsFor(plain);
     settings.starttls = StartTlsPolicy::Required;
-    CSmtpResult result = SubmitBySmtp(settings, "", "one@x.example", {"anna@remote.example"}, Message("Nie"));
+    CSmtpResult result = Submit(settings, {"anna@remote.example"}, Message("Nie"));
     EXPECT_EQ(result.outcome, SmtpOutcome::Temporary) << Described(result);
     EXPECT_EQ(result.code, 0);
     EXPECT_NE(result.text.find("STARTTLS"), std::string::npos) << result.text;
@@ -323,13 +326,13 @@ TEST_F(SmtpSubmission, NoTlsToBeHadIsTemporaryAndNothingIsSent) {
     // A server whose certificate nobody vouches for: verification is always on.
     CSmtpTestServer& unknown = Server({"--tls-dir", "--require-starttls"});
     settings = SettingsFor(unknown);
-    result = SubmitBySmtp(settings, "", "one@x.example", {"anna@remote.example"}, Message("Unbekannt"));
+    result = Submit(settings, {"anna@remote.example"}, Message("Unbekannt"));
     EXPECT_EQ(result.outcome, SmtpOutcome::Temporary) << Described(result);
     EXPECT_EQ(result.code, 0);
 
     // A private CA that is not this server's.
     settings.caFile = Server({"--tls-dir"}).CertificateFile();
-    result = SubmitBySmtp(settings, "", "one@x.example", {"anna@remote.example"}, Message("Fremd"));
+    result = Submit(settings, {"anna@remote.example"}, Message("Fremd"));
     EXPECT_EQ(result.outcome, SmtpOutcome::Temporary) << Described(result);
     EXPECT_TRUE(unknown.Messages().empty());
 }
@@ -348,7 +351,7 @@ TEST_F(SmtpSubmission, ALogOnRefusedOrWantedIsTemporary) {
 
     // No user: the server wants one before MAIL FROM.
     settings.user.clear();
-    result = SubmitBySmtp(settings, "", "one@x.example", {"anna@remote.example"}, Message("B"));
+    result = Submit(settings, {"anna@remote.example"}, Message("B"));
     EXPECT_EQ(result.outcome, SmtpOutcome::Temporary) << Described(result);
     EXPECT_EQ(result.code, 530);
     EXPECT_TRUE(server.Messages().empty());
@@ -366,8 +369,7 @@ TEST_F(SmtpSubmission, AFiveMegabyteMessageArrivesByteExact) {
         body += "\r\n";
     }
     const std::string mime = Message("Gross", body);
-    const CSmtpResult result =
-        SubmitBySmtp(SettingsFor(server), "", "one@x.example", {"anna@remote.example"}, mime);
+    const CSmtpResult result = Submit(SettingsFor(server), {"anna@remote.example"}, mime);
     ASSERT_EQ(result.outcome, SmtpOutcome::Accepted) << Described(result);
     const std::vector<CReceivedMail> mails = server.Messages();
     ASSERT_EQ(mails.size(), 1u);
@@ -384,8 +386,8 @@ TEST_F(SmtpSubmission, EachRecipientsOwnReplyDecides) {
                      "worse@remote.example": "553 5.1.3 Bad address",
                      "later@remote.example": "451 4.3.0 Try later"}})");
     CSmtpResult result =
-        SubmitBySmtp(SettingsFor(server), "", "one@x.example",
-                     {"bad@remote.example", "good@remote.example", "later@remote.example"}, Message("Teils"));
+        Submit(SettingsFor(server), {"bad@remote.example", "good@remote.example", "later@remote.example"},
+               Message("Teils"));
     ASSERT_EQ(result.outcome, SmtpOutcome::Accepted) << Described(result);
     ASSERT_EQ(result.recipients.size(), 3u);
     EXPECT_EQ(result.recipients[0].address, "bad@remote.example");
@@ -401,16 +403,14 @@ TEST_F(SmtpSubmission, EachRecipientsOwnReplyDecides) {
     ASSERT_EQ(mails.size(), 1u);
     EXPECT_EQ(mails[0].recipients, std::vector<std::string>{"good@remote.example"});
 
-    result = SubmitBySmtp(SettingsFor(server), "", "one@x.example",
-                          {"bad@remote.example", "worse@remote.example"}, Message("X"));
+    result = Submit(SettingsFor(server), {"bad@remote.example", "worse@remote.example"}, Message("X"));
     EXPECT_EQ(result.outcome, SmtpOutcome::Permanent) << Described(result);
     EXPECT_EQ(result.code, 550);
     ASSERT_EQ(result.recipients.size(), 2u);
     EXPECT_EQ(result.recipients[1].code, 553);
     EXPECT_EQ(result.recipients[1].text, "5.1.3 Bad address");
 
-    result = SubmitBySmtp(SettingsFor(server), "", "one@x.example",
-                          {"bad@remote.example", "later@remote.example"}, Message("Y"));
+    result = Submit(SettingsFor(server), {"bad@remote.example", "later@remote.example"}, Message("Y"));
     EXPECT_EQ(result.outcome, SmtpOutcome::Temporary) << "one may yet be taken: " << Described(result);
     EXPECT_EQ(result.code, 451);
     EXPECT_EQ(server.Messages().size(), 1u);
@@ -438,8 +438,7 @@ TEST_F(SmtpSubmission, RepliesToMailFromAndToTheDataDecide) {
     };
     for (const CCase& fault : cases) {
         server.SetControl(fault.control);
-        const CSmtpResult result =
-            SubmitBySmtp(SettingsFor(server), "", "one@x.example", {"anna@remote.example"}, Message("Z"));
+        const CSmtpResult result = Submit(SettingsFor(server), {"anna@remote.example"}, Message("Z"));
         EXPECT_EQ(result.outcome, fault.outcome) << fault.control << "\n" << Described(result);
         EXPECT_EQ(result.code, fault.code) << fault.control;
         EXPECT_EQ(result.text, fault.text) << fault.control;
@@ -449,13 +448,12 @@ TEST_F(SmtpSubmission, RepliesToMailFromAndToTheDataDecide) {
 
 TEST_F(SmtpSubmission, WhatCannotBeSentIsRefusedBeforeAnyConnection) {
     CSmtpTestServer& server = Server();
-    CSmtpResult result = SubmitBySmtp(SettingsFor(server), "", "one@x.example", {}, Message("Niemand"));
+    CSmtpResult result = Submit(SettingsFor(server), {}, Message("Niemand"));
     EXPECT_EQ(result.outcome, SmtpOutcome::Permanent) << Described(result);
 
     // A line break would smuggle in a recipient of its own.
-    result =
-        SubmitBySmtp(SettingsFor(server), "", "one@x.example",
-                     {"anna@remote.example>\r\nRCPT TO:<evil@remote.example"}, Message("Eingeschmuggelt"));
+    result = Submit(SettingsFor(server), {"anna@remote.example>\r\nRCPT TO:<evil@remote.example"},
+                    Message("Eingeschmuggelt"));
     EXPECT_EQ(result.outcome, SmtpOutcome::Permanent) << Described(result);
     result = SubmitBySmtp(SettingsFor(server), "", "one@x.example\nRCPT TO:<evil@remote.example>",
                           {"anna@remote.example"}, Message("Eingeschmuggelt"));
@@ -464,14 +462,13 @@ TEST_F(SmtpSubmission, WhatCannotBeSentIsRefusedBeforeAnyConnection) {
     // Another protocol is not spoken, whatever the URL says.
     CSmtpSettings settings;
     settings.url = "file://" + (m_dir / "out.eml").string();
-    result = SubmitBySmtp(settings, "", "one@x.example", {"anna@remote.example"}, Message("Datei"));
+    result = Submit(settings, {"anna@remote.example"}, Message("Datei"));
     EXPECT_NE(result.outcome, SmtpOutcome::Accepted) << Described(result);
     EXPECT_FALSE(fs::exists(m_dir / "out.eml"));
 
     // A transfer the caller has given up on.
     const std::atomic<bool> cancel{true};
-    result = SubmitBySmtp(SettingsFor(server), "", "one@x.example", {"anna@remote.example"},
-                          Message("Abbruch"), &cancel);
+    result = Submit(SettingsFor(server), {"anna@remote.example"}, Message("Abbruch"), &cancel);
     EXPECT_EQ(result.outcome, SmtpOutcome::Temporary) << Described(result);
     EXPECT_TRUE(server.Messages().empty());
 }

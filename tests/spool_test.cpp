@@ -35,9 +35,7 @@ TEST(QueuedMessage, TheEnvelopeComesFromTheHeaderFields) {
               (std::vector<std::string>{"anna@example.org", "john@example.org", "cc@example.org",
                                         "hidden@example.org", "second@example.org"}))
         << "every To, Cc and Bcc address once (a domain's letter case aside), folded fields too";
-    EXPECT_EQ(message.subject,
-              "Gr\xc3\xbc\xc3\x9f"
-              "e");
+    EXPECT_EQ(message.subject, "Grüße");
     EXPECT_EQ(message.messageId, "<id1@x>");
     EXPECT_EQ(message.sentFolder, ".Gesendet");
 }
