@@ -1,9 +1,9 @@
 #include "service/Dispatcher.h"
 
 #include <cstring>
-#include <exception>
 
 #include "json/CkJsonArray.h"
+#include "service/HandledException.h"
 #include "support/ActivityList.h"
 #include "support/CodePage.h"
 
@@ -65,10 +65,8 @@ std::optional<bool> CRequestDispatcher::RunCaught(const CCommand& row, CRequestC
         // found.
         const CVelmarMapi::CSessionLock lock(m_mapi);
         return (this->*row.handler)(context);
-    } catch (const std::exception& error) {
-        m_activity.AddLine(AnsiToWide(row.name) + L": Ausnahme " + AnsiToWide(error.what()));
     } catch (...) {
-        m_activity.AddLine(AnsiToWide(row.name) + L": unbekannte Ausnahme");
+        m_activity.AddLine(AnsiToWide(row.name) + L": " + HandledExceptionText());
     }
     return std::nullopt;
 }

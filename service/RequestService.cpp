@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
-#include <exception>
 
+#include "service/HandledException.h"
 #include "support/ActivityList.h"
 #include "support/CodePage.h"
 
@@ -157,11 +157,9 @@ void CRequestService::ServeConnection(const std::shared_ptr<std::atomic<bool>>& 
     }
     try {
         ServeRequests(*connection);
-    } catch (const std::exception& error) {
-        // Outside any command (reading, tracing, writing): this connection ends, the service goes on.
-        m_activity.AddLine(L"Verbindung beendet: Ausnahme " + AnsiToWide(error.what()));
     } catch (...) {
-        m_activity.AddLine(L"Verbindung beendet: unbekannte Ausnahme");
+        // Outside any command (reading, tracing, writing): this connection ends, the service goes on.
+        m_activity.AddLine(L"Verbindung beendet: " + HandledExceptionText());
     }
     connection->End();  // while it is listed, so that Stop can cut a flush short
     {

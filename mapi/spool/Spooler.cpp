@@ -142,6 +142,9 @@ void CSpooler::Run() {
 }
 
 Clock::time_point CSpooler::Pass(bool force) {
+    // Nothing is filed before the session has said what kinds its stores are.
+    const IStoreKinds* kinds = m_kinds.load();
+    if (!kinds) return Clock::time_point::max();
     std::vector<CProfile> profiles;
     {
         std::lock_guard lock(m_lock);
@@ -153,8 +156,6 @@ Clock::time_point CSpooler::Pass(bool force) {
         for (CProfile& profile : profiles)
             if (profile.name == now.name) profile = now;
     Clock::time_point next = Clock::time_point::max();
-    const IStoreKinds* kinds = m_kinds.load();
-    if (!kinds) return next;
     std::wstring status;
     size_t waiting = 0;
     for (const CProfile& profile : profiles) {
