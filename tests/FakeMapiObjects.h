@@ -179,16 +179,7 @@ public:
         *lppMessage = created.back().get();
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE CopyMessages(LPENTRYLIST lpMsgList, LPCIID, LPVOID lpDestFolder, UIParam,
-                                           LPMAPIPROGRESS, ULONG ulFlags) override {
-        std::string entry;
-        if (lpMsgList && lpMsgList->cValues == 1)
-            entry.assign(reinterpret_cast<const char*>(lpMsgList->lpbin[0].lpb), lpMsgList->lpbin[0].cb);
-        const auto* destination = static_cast<CFakeFolder*>(static_cast<IMAPIFolder*>(lpDestFolder));
-        m_log.push_back(m_name + " CopyMessages " + entry + " to " +
-                        (destination ? destination->Name() : "?") + " flags " + std::to_string(ulFlags));
-        return copyResult;
-    }
+    VELMAR_NOT_OFFERED(CopyMessages, (LPENTRYLIST, LPCIID, LPVOID, UIParam, LPMAPIPROGRESS, ULONG))
     VELMAR_NOT_OFFERED(DeleteMessages, (LPENTRYLIST, UIParam, LPMAPIPROGRESS, ULONG))
     VELMAR_NOT_OFFERED(CreateFolder, (ULONG, LPTSTR, LPTSTR, LPCIID, ULONG, LPMAPIFOLDER*))
     VELMAR_NOT_OFFERED(CopyFolder, (ULONG, LPENTRYID, LPCIID, LPVOID, LPTSTR, UIParam, LPMAPIPROGRESS, ULONG))
@@ -202,7 +193,6 @@ public:
     VELMAR_NOT_OFFERED(SaveContentsSort, (LPSSortOrderSet, ULONG))
     VELMAR_NOT_OFFERED(EmptyFolder, (UIParam, LPMAPIPROGRESS, ULONG))
 
-    HRESULT copyResult = S_OK;
     std::vector<std::unique_ptr<CFakeMessage>> created;
 
 protected:

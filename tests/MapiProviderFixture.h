@@ -67,36 +67,6 @@ inline constexpr char kRichMessage[] =
     "JVBERi0xLjQK\r\n"
     "--mixed--\r\n";
 
-inline constexpr char kEmbeddingMessage[] =
-    "From: outer@example.org\n"
-    "Subject: Outer\n"
-    "Message-ID: <outer@example.org>\n"
-    "MIME-Version: 1.0\n"
-    "Content-Type: multipart/mixed; boundary=b\n"
-    "\n"
-    "--b\n"
-    "Content-Type: text/plain\n"
-    "\n"
-    "see attached\n"
-    "--b\n"
-    "Content-Type: message/rfc822\n"
-    "\n"
-    "From: inner@example.org\n"
-    "Subject: Inner\n"
-    "Message-ID: <inner@example.org>\n"
-    "\n"
-    "inner body\n"
-    "--b--\n";
-
-inline constexpr char kHtmlOnlyMessage[] =
-    "From: html@example.org\n"
-    "Subject: HTML only\n"
-    "Message-ID: <html-only@example.org>\n"
-    "Content-Type: text/html; charset=windows-1252\n"
-    "\n"
-    "<html><body><style>p {color:red}</style><p>Erste&nbsp;Zeile</p><p>Zweite &amp; letzte "
-    "\x80</p></body></html>\n";
-
 // Sets the times of a folder's new/ and cur/ to one second long past, as the index sees them when another
 // program renames a file within the same tick of the folder's clock: the index then trusts its old listing.
 inline void BackdateFolder(const fs::path& folder) {

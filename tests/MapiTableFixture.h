@@ -98,42 +98,18 @@ public:
         r.res.resProperty = SPropertyRestriction{relop, tag, &m_values.emplace_back(value)};
         return r;
     }
-    SRestriction Content(ULONG fuzzyLevel, ULONG tag, const SPropValue& value) {
-        SRestriction r{};
-        r.rt = RES_CONTENT;
-        r.res.resContent = SContentRestriction{fuzzyLevel, tag, &m_values.emplace_back(value)};
-        return r;
-    }
     static SRestriction Exist(ULONG tag) {
         SRestriction r{};
         r.rt = RES_EXIST;
         r.res.resExist.ulPropTag = tag;
         return r;
     }
-    SRestriction And(std::vector<SRestriction> children) { return List(RES_AND, std::move(children)); }
-    SRestriction Or(std::vector<SRestriction> children) { return List(RES_OR, std::move(children)); }
-    SRestriction Not(const SRestriction& child) {
-        SRestriction r{};
-        r.rt = RES_NOT;
-        r.res.resNot.lpRes = &m_nodes.emplace_back(child);
-        return r;
-    }
 
 private:
-    SRestriction List(ULONG kind, std::vector<SRestriction> children) {
-        std::vector<SRestriction>& kept = m_lists.emplace_back(std::move(children));
-        SRestriction r{};
-        r.rt = kind;
-        r.res.resAnd = SAndRestriction{static_cast<ULONG>(kept.size()), kept.empty() ? nullptr : kept.data()};
-        return r;
-    }
-
     std::deque<std::string> m_narrow;
     std::deque<std::wstring> m_wide;
     std::deque<Bytes> m_bytes;
     std::deque<SPropValue> m_values;
-    std::deque<SRestriction> m_nodes;
-    std::deque<std::vector<SRestriction>> m_lists;
 };
 
 inline CPropValue Id(LONG id) {

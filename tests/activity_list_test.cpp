@@ -45,25 +45,4 @@ TEST(ActivityList, EveryKindOfLineStaysWithinTheBounds) {
     EXPECT_EQ(list.Lines(), std::vector<std::wstring>{L"danach"});
 }
 
-TEST(ActivityList, TextAndClear) {
-    CActivityList list;
-    EXPECT_EQ(list.Text(), L"");
-    list.AddLine(L"-> Logon");
-    list.AddTraceLine(L"CVelmarMapi::Logon start");
-    EXPECT_EQ(list.Text(), L"-> Logon\r\nCVelmarMapi::Logon start\r\n");
-    list.Clear();
-    EXPECT_EQ(list.Count(), 0u);
-}
-
-TEST(ActivityList, LinesFromManyThreads) {
-    CActivityList list;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t)
-        threads.emplace_back([&list, t] {
-            for (int i = 0; i < 1000; ++i) list.AddLine(std::to_wstring(t) + L":" + std::to_wstring(i));
-        });
-    for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(list.Count(), 8000u);
-}
-
 }  // namespace

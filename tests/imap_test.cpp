@@ -29,48 +29,6 @@ std::string Mail(const std::string& id, const std::string& subject, const std::s
            "\r\nMessage-ID: " + id + "\r\nDate: Tue, 24 Nov 2026 10:00:00 +0100\r\n\r\n" + body + "\r\n";
 }
 
-const fs::path kCorpora = VELMAR_CORPORA_DIR;
-
-// A descriptor of an unnamed file holding the bytes, read from its start.
-int FileWith(std::string_view bytes) {
-    const int fd = memfd_create("imap-test", MFD_CLOEXEC);
-    if (fd < 0 || write(fd, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size()) ||
-        lseek(fd, 0, SEEK_SET) != 0)
-        ADD_FAILURE() << "no unnamed file";
-    return fd;
-}
-
-// The bodies a message put together here goes without, fetched on the test's connection when asked for.
-class CFetchedBodies final : public ILeftOutBodies {
-public:
-    CFetchedBodies(CImapConnection& connection, std::uint32_t uid,
-                   std::map<std::string, std::uint64_t> leftOut)
-        : m_connection(connection), m_uid(uid), m_leftOut(std::move(leftOut)) {}
-    std::optional<std::uint64_t> LeftOut(const std::string& section) const override {
-        const auto found = m_leftOut.find(section);
-        return found != m_leftOut.end() ? std::optional(found->second) : std::nullopt;
-    }
-    int OpenBody(const std::string& section) override {
-        std::map<std::string, std::string> bytes;
-        std::string error;
-        if (!m_connection.FetchSections(m_uid, {section}, bytes, error)) return -1;
-        ++fetched;
-        return FileWith(bytes[section]);
-    }
-    int fetched = 0;
-
-private:
-    CImapConnection& m_connection;
-    std::uint32_t m_uid;
-    std::map<std::string, std::uint64_t> m_leftOut;
-};
-
-std::wstring Subject(const CMessageContent& content) {
-    for (const auto& value : content.properties)
-        if (value.ulPropTag == PR_SUBJECT_W) return std::get<std::wstring>(value.data);
-    return {};
-}
-
 std::string WithLargeAttachment(const std::string& id, const std::string& base64) {
     return "From: berta@example.org\r\nSubject: Heil\r\nMessage-ID: " + id +
            "\r\nMIME-Version: 1.0\r\nContent-Type: multipart/mixed; boundary=\"b\"\r\n\r\n"
@@ -379,76 +337,6 @@ TEST_F(ImapTest, ARestartAnswersFromDiskWhileTheServerIsAway) {
     EXPECT_TRUE(Eventually([&] { return sync->Snapshot("INBOX")->RowCount() == 6; }, 30000));
     // The new message is published while the pass that found it still runs; the pass then clears the problem.
     EXPECT_TRUE(Eventually([&] { return sync->Problem().empty(); }));
-}
-
-// Every corpus message, put together from its sections with the body of every attachment left out and
-// fetched only when asked for, reads as the whole message does: bodies, subject, recipients, and every
-// attachment's name, type, content id and bytes. Only broken mail is read otherwise by the server than by
-// GMime; that is fetched whole.
-TEST_F(ImapTest, CorpusMessagesPutTogetherFromTheirSectionsReadAsTheWholeMessage) {
-    if (!fs::is_directory(kCorpora)) GTEST_SKIP() << "no corpora at " << kCorpora;
-    CImapConnection connection;
-    std::string error;
-    ASSERT_TRUE(connection.Open(StartTls(), "geheim", error)) << error;
-    // Delivered one by one, each message's UID read at once: the server numbers a batch in its own order.
-    std::vector<std::string> sources;
-    std::vector<std::uint32_t> uids;
-    for (const char* folder : {"mail-parser/resources/eml", "MimeKit/messages"}) {
-        for (const auto& entry : fs::recursive_directory_iterator(kCorpora / folder)) {
-            const std::string extension = entry.path().extension().string();
-            if (!entry.is_regular_file() || (extension != ".eml" && extension != ".txt")) continue;
-            m_server->Deliver("anna", "INBOX", ReadFile(entry.path()));
-            CImapMailboxState state;
-            std::vector<std::uint32_t> all;
-            ASSERT_TRUE(connection.Select("INBOX", state, error) && connection.FetchUids(all, error))
-                << error;
-            ASSERT_EQ(all.size(), uids.size() + 1);
-            uids.push_back(all.back());
-            sources.push_back(entry.path().string());
-        }
-    }
-    size_t assembled = 0, fetchedLater = 0, fetchedWhole = 0;
-    for (size_t i = 0; i < uids.size(); ++i) {
-        SCOPED_TRACE(sources[i]);
-        CImapPart root;
-        ASSERT_TRUE(connection.FetchStructure(uids[i], root, error)) << error;
-        std::map<std::string, std::uint64_t> leftOut;
-        if (SectionsToFetch(root, 1, leftOut).empty()) continue;  // nothing to leave out
-        const std::optional<std::string> message = FetchInParts(connection, uids[i], 1, leftOut, error);
-        std::string whole;
-        ASSERT_TRUE(connection.FetchMessage(uids[i], whole, error)) << error;
-        const auto expected = ReadMessageFile({FileWith(whole), nullptr}, {});
-        if (!message) {
-            // Read otherwise by GMime than the server's structure says (malformed/017: a boundary without its
-            // semicolon; 020 and 021: two Content-Type fields; missing-subtype.txt: a type without subtype):
-            // the whole message is fetched.
-            EXPECT_TRUE(leftOut.empty());
-            ++fetchedWhole;
-            continue;
-        }
-        const auto bodies = std::make_shared<CFetchedBodies>(connection, uids[i], leftOut);
-        const auto actual = ReadMessageFile({FileWith(*message), bodies}, {});
-        EXPECT_EQ(actual->body, expected->body);
-        EXPECT_EQ(actual->html, expected->html);
-        EXPECT_EQ(Subject(*actual), Subject(*expected));
-        EXPECT_EQ(actual->recipients.size(), expected->recipients.size());
-        ASSERT_EQ(actual->attachments.size(), expected->attachments.size());
-        for (size_t k = 0; k < actual->attachments.size(); ++k) {
-            const CAttachmentContent& got = actual->attachments[k];
-            const CAttachmentContent& want = expected->attachments[k];
-            EXPECT_EQ(got.longFileName, want.longFileName);
-            EXPECT_EQ(got.mimeTag, want.mimeTag);
-            EXPECT_EQ(got.contentId, want.contentId);
-            EXPECT_EQ(got.method, want.method);
-            EXPECT_EQ(DecodedBytes(got), DecodedBytes(want)) << k;
-            EXPECT_EQ(AttachmentSize(got), AttachmentSize(want)) << "fetched: the size decoded";
-        }
-        fetchedLater += static_cast<size_t>(bodies->fetched);
-        ++assembled;
-    }
-    EXPECT_GT(assembled, 20u);
-    EXPECT_GT(fetchedLater, 20u);
-    EXPECT_LT(fetchedWhole, 5u);
 }
 
 // Broken mail whose part GMime reads otherwise than the server (two Content-Type fields: the server takes

@@ -136,16 +136,4 @@ TEST(IniLocation, ExecutableFolderBeatsCommonFolder) {
     EXPECT_EQ(GetIniFilePath(L"Velmar.ini"), L"Velmar.ini");
 }
 
-TEST(IniLocation, BareNameResolvesAgainstTheWorkingFolder) {
-    if (velmar::ini::kPathSeparator == L'\\')
-        GTEST_SKIP() << "Windows resolves a bare name in its own folder";
-    CTempDir work;
-    WriteFile(work / "Velmar.ini", "[KESTA]\nMAPI_EXTERN=1\n");
-    const std::filesystem::path previous = std::filesystem::current_path();
-    std::filesystem::current_path(work.Path());
-    const CIniSettings bare(L"", L"Velmar.ini");
-    EXPECT_EQ(bare.ReadInt(L"KESTA", L"MAPI_EXTERN", 0), 1);
-    std::filesystem::current_path(previous);
-}
-
 }  // namespace

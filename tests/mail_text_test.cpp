@@ -1,4 +1,4 @@
-// The mail layer's text rules on their own: address tokens, the date text, file names, NUL-ended text.
+// The mail layer's text rules on their own: address tokens, the date text, file names, the note in a body.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -44,13 +44,6 @@ TEST(MailText, FileNames) {
         << "the cut comes first, the extension is lost";
     EXPECT_EQ(CleanFileName(std::wstring(258, L'n') + L"a/b"), std::wstring(258, L'n') + L"a");
     EXPECT_EQ(CleanFileName(L""), L"");
-}
-
-TEST(MailText, TextEndsAtItsFirstNul) {
-    EXPECT_EQ(CutAtNul(std::wstring(L"Hallo\0Welt", 10)), L"Hallo");
-    EXPECT_EQ(CutAtNul(std::string("{\\rtf1\0\0", 8)), "{\\rtf1");
-    EXPECT_EQ(CutAtNul(std::wstring(L"\0x", 2)), L"");
-    EXPECT_EQ(CutAtNul(std::string("ohne")), "ohne");
 }
 
 // A file time of the given UTC moment.

@@ -391,17 +391,6 @@ protected:
     static inline std::unique_ptr<CSaved> s_saved;
 };
 
-TEST_F(MapiLoader, FreeingNullLoadsNothing) {
-    RegisterClient(Sz(L"1031"));
-    MapComponent("1031", StandInPath("standin_client_mixed"));
-    const CProbeRun run = RunProbe({"free-null", "modules", "load", "modules"});
-    SCOPED_TRACE(run.output);
-    EXPECT_EQ(run.Step(1), (std::vector<std::string>{"free-null 0 lookups 0"}));
-    EXPECT_EQ(Modules(run.Step(2)), std::set<std::string>{});
-    // The same probe does see the libraries once something loads them.
-    EXPECT_EQ(Modules(run.Step(4)), (std::set<std::string>{"mapi32.dll", "standin_client_mixed.dll"}));
-}
-
 TEST_F(MapiLoader, ClientExportsWinAndMapi32FillsTheRest) {
     RegisterClient(Sz(L"1031"), Sz(L"1033"));
     MapComponent("1031", StandInPath("standin_client_mixed"));
@@ -634,22 +623,6 @@ TEST_F(MapiLoader, NothingBindsWhenNoLibraryLoads) {
     // E_FAIL from both allocators, and 0 from MAPIFreeBuffer of a block nobody can free.
     EXPECT_EQ(run.Step(4), (std::vector<std::string>{"allocate-buffer 0x80004005 -",
                                                      "allocate-more 0x80004005 -", "free-buffer 0"}));
-}
-
-// A client registered with the system's own mapi32.dll (the path in other letters) is that same module:
-// one walk over it, seen in HrDispatchNotifications, which it lacks and so is asked for on every walk.
-TEST_F(MapiLoader, ClientThatIsTheSystemMapi32IsWalkedOnce) {
-    RegisterClient();
-    std::wstring path = SystemDirectory() + L"\\mapi32.dll";
-    for (wchar_t& c : path) c = static_cast<wchar_t>(std::towupper(c));
-    MapComponent(kNoQualifier, path);
-    const CProbeRun run = RunProbe({"load", "slots", "modules"});
-    SCOPED_TRACE(run.output);
-    EXPECT_EQ(Calls(run.Step(1)), std::vector<std::string>{Call(kNoQualifier)});
-    EXPECT_EQ(Lookups(run.Step(1), "mapi32.dll", "HrDispatchNotifications@4"), 1u);
-    EXPECT_EQ(Lookups(run.Step(1), "mapi32.dll", "HrDispatchNotifications"), 1u);
-    EXPECT_EQ(Slots(run.Step(2)), SystemOnly(Slots(run.Step(2))));
-    EXPECT_EQ(Modules(run.Step(3)), std::set<std::string>{"mapi32.dll"});
 }
 
 // A slot still empty sends the next caller to the loader again, which now finds a client; the client fills

@@ -111,41 +111,6 @@ protected:
     velmar::test::CTempDir m_dir;
 };
 
-TEST_F(MapiFileStreams, CreateWriteReadAndModes) {
-    const fs::path path = m_dir / "out.bin";
-    velmar::test::WriteFile(path, "old and longer content");
-    {
-        CComPtr<IStream> stream = OpenFile(path, STGM_CREATE | STGM_READWRITE);
-        ASSERT_TRUE(stream);
-        ULONG written = 0;
-        ASSERT_EQ(stream->Write("new", 3, &written), S_OK);
-        EXPECT_EQ(written, 3u);
-        EXPECT_EQ(stream->Commit(STGC_DEFAULT), S_OK);
-        STATSTG stat{};
-        ASSERT_EQ(stream->Stat(&stat, STATFLAG_NONAME), S_OK);
-        EXPECT_EQ(stat.cbSize.QuadPart, 3u) << "an existing file is overwritten";
-    }
-    EXPECT_EQ(FileText(path), "new");
-
-    CComPtr<IStream> reader = OpenFile(path, STGM_READ);
-    ASSERT_TRUE(reader);
-    EXPECT_EQ(ReadStream(reader.get()), "new");
-    ULONG written = 0;
-    EXPECT_EQ(reader->Write("x", 1, &written), STG_E_ACCESSDENIED);
-    OpenFile(m_dir / "absent.bin", STGM_READ, STG_E_FILENOTFOUND);
-
-    // CopyTo moves the whole content, as attachment export uses it.
-    LARGE_INTEGER start{};
-    ASSERT_EQ(reader->Seek(start, STREAM_SEEK_SET, nullptr), S_OK);
-    CComPtr<IStream> target = OpenFile(m_dir / "copy.bin", STGM_CREATE | STGM_READWRITE);
-    ULARGE_INTEGER all{};
-    all.QuadPart = 1000;
-    ULARGE_INTEGER read{}, copied{};
-    ASSERT_EQ(reader->CopyTo(target.get(), all, &read, &copied), S_OK);
-    EXPECT_EQ(copied.QuadPart, 3u);
-    EXPECT_EQ(FileText(m_dir / "copy.bin"), "new");
-}
-
 TEST_F(MapiFileStreams, CreatingNeverFollowsASymbolicLink) {
     velmar::test::WriteFile(m_dir / "victim.txt", "keep me");
     ASSERT_EQ(symlink((m_dir / "victim.txt").c_str(), (m_dir / "trap.txt").c_str()), 0);
@@ -192,19 +157,6 @@ TEST_F(MapiFileStreams, CompressedRtfReadWriteAndNativeBody) {
     CComPtr<IStream> asRtf;
     ASSERT_EQ(WrapCompressedRTFStreamEx(again.get(), &info, asRtf.Put(), &result), S_OK);
     EXPECT_EQ(ReadStream(asRtf.get()), rtf);
-}
-
-TEST(MapiUnsupported, EntryPointsSayNoSupport) {
-    // A form manager needs the session it serves.
-    LPMAPIFORMMGR formManager = reinterpret_cast<LPMAPIFORMMGR>(1);
-    EXPECT_EQ(MAPIOpenFormMgr(nullptr, &formManager), MAPI_E_INVALID_PARAMETER);
-    EXPECT_EQ(formManager, nullptr);
-    LPMSGSESS session = reinterpret_cast<LPMSGSESS>(1);
-    EXPECT_EQ(OpenIMsgSession(MAPIGetDefaultMalloc(), 0, &session), MAPI_E_NO_SUPPORT);
-    EXPECT_EQ(session, nullptr);
-    BOOL updated = TRUE;
-    EXPECT_EQ(RTFSync(nullptr, 0, &updated), MAPI_E_NO_SUPPORT);
-    EXPECT_EQ(updated, FALSE);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Tables of our MAPI: views, cursors, columns, sorting and the table object itself.
+// Tables of our MAPI: views, the index, cursors, missing columns, sorting and tables over one source.
 #include <gtest/gtest.h>
 
 #include "tests/MapiTableFixture.h"
@@ -145,57 +145,6 @@ TEST(MapiTableCursor, SeekRowClampsAndReportsTheRowsMoved) {
     EXPECT_EQ(table->SeekRowApprox(1, 0), MAPI_E_INVALID_PARAMETER);
 }
 
-TEST(MapiTableCursor, QueryRowsReadsForwardOrBackFromTheCursor) {
-    CComPtr<IMAPITable> table = FolderTable();
-    ASSERT_EQ(table->SeekRow(BOOKMARK_BEGINNING, 3, nullptr), S_OK);
-    // Back two rows, read forward, and stay at the first row read.
-    EXPECT_EQ(QueryIds(table, -2), Ids({1, 2}));
-    EXPECT_EQ(Position(table), 1u);
-    EXPECT_EQ(QueryIds(table, -5), Ids({0}));
-    EXPECT_EQ(Position(table), 0u);
-    EXPECT_EQ(QueryIds(table, -1), Ids({}));
-    EXPECT_EQ(QueryIds(table, 2, TBL_NOADVANCE), Ids({0, 1}));
-    EXPECT_EQ(Position(table), 0u);
-    EXPECT_EQ(QueryIds(table, 0), Ids({}));
-    EXPECT_EQ(Position(table), 0u);
-    EXPECT_EQ(QueryIds(table, 3), Ids({0, 1, 2}));
-    EXPECT_EQ(QueryIds(table, 0x7FFFFFFF), Ids({3, 4}));
-    EXPECT_EQ(QueryIds(table, 1), Ids({}));
-    EXPECT_EQ(Position(table), 5u);
-    ASSERT_EQ(table->SeekRow(BOOKMARK_END, 0, nullptr), S_OK);
-    EXPECT_EQ(QueryIds(table, -2, TBL_NOADVANCE), Ids({3, 4}));
-    EXPECT_EQ(Position(table), 5u);
-    EXPECT_EQ(QueryIds(table, static_cast<LONG>(0x80000000)), Ids({0, 1, 2, 3, 4}));
-    EXPECT_EQ(table->QueryRows(1, 0, nullptr), MAPI_E_INVALID_PARAMETER);
-}
-
-TEST(MapiTableCursor, FindRowMovesToTheFirstMatchAtOrAfterTheOrigin) {
-    CRestrictions b;
-    CComPtr<IMAPITable> table = FolderTable();
-    SRestriction attached = b.Property(RELOP_EQ, PR_HASATTACH, Bool(PR_HASATTACH, true));
-    ASSERT_EQ(table->SeekRow(BOOKMARK_END, 0, nullptr), S_OK);
-    EXPECT_EQ(table->FindRow(&attached, BOOKMARK_BEGINNING, 0), S_OK);
-    EXPECT_EQ(Position(table), 0u);
-    EXPECT_EQ(QueryIds(table, 1), Ids({0}));
-    EXPECT_EQ(table->FindRow(&attached, BOOKMARK_CURRENT, 0), S_OK);
-    EXPECT_EQ(Position(table), 2u);
-    EXPECT_EQ(table->FindRow(&attached, BOOKMARK_CURRENT, 0), S_OK) << "the current row itself counts";
-    EXPECT_EQ(Position(table), 2u);
-    ASSERT_EQ(table->SeekRow(BOOKMARK_CURRENT, 1, nullptr), S_OK);
-    EXPECT_EQ(table->FindRow(&attached, BOOKMARK_CURRENT, 0), MAPI_E_NOT_FOUND);
-    EXPECT_EQ(Position(table), 3u);
-    EXPECT_EQ(table->FindRow(&attached, BOOKMARK_END, 0), MAPI_E_NOT_FOUND);
-    EXPECT_EQ(table->FindRow(&attached, BOOKMARK_BEGINNING, kDirBackward), MAPI_E_NO_SUPPORT);
-    EXPECT_EQ(table->FindRow(&attached, BOOKMARK{9}, 0), MAPI_E_INVALID_BOOKMARK);
-
-    // Positions are those of the sorted view.
-    ASSERT_EQ(table->SortTable(SortOrder({{PR_MESSAGE_SIZE, TABLE_SORT_DESCEND}}).get(), 0), S_OK);
-    SRestriction small = b.Property(RELOP_LT, PR_MESSAGE_SIZE, Long(PR_MESSAGE_SIZE, 1000));
-    EXPECT_EQ(table->FindRow(&small, BOOKMARK_BEGINNING, 0), S_OK);
-    EXPECT_EQ(Position(table), 3u);
-    EXPECT_EQ(QueryIds(table, 5), Ids({1, 3}));
-}
-
 TEST(MapiTableColumns, MissingValuesComeBackAsNotFoundErrors) {
     CComPtr<IMAPITable> table = FolderTable();
     SizedSPropTagArray(5, columns) = {
@@ -231,36 +180,6 @@ TEST(MapiTableColumns, MissingValuesComeBackAsNotFoundErrors) {
     EXPECT_EQ(row3[4].Value.err, MAPI_E_NOT_FOUND);
 }
 
-TEST(MapiTableColumns, SetColumnsAndQueryColumnsRoundTrip) {
-    CComPtr<IMAPITable> table = FolderTable();
-    const auto current = [&](ULONG flags) {
-        LPSPropTagArray raw = nullptr;
-        EXPECT_EQ(table->QueryColumns(flags, &raw), S_OK);
-        MapiBuffer<SPropTagArray> tags(raw);
-        return tags ? std::vector<ULONG>(tags->aulPropTag, tags->aulPropTag + tags->cValues)
-                    : std::vector<ULONG>{};
-    };
-    EXPECT_EQ(current(0), std::vector<ULONG>(std::begin(kFolderColumns), std::end(kFolderColumns)));
-
-    SizedSPropTagArray(2, columns) = {2, {PR_MESSAGE_SIZE, kTagId}};
-    ASSERT_EQ(table->SetColumns(reinterpret_cast<LPSPropTagArray>(&columns), 0), S_OK);
-    EXPECT_EQ(current(0), std::vector<ULONG>({PR_MESSAGE_SIZE, kTagId}));
-    EXPECT_EQ(current(TBL_ALL_COLUMNS), std::vector<ULONG>({PR_MESSAGE_SIZE, kTagId}));
-    LPSRowSet raw = nullptr;
-    ASSERT_EQ(table->QueryRows(1, 0, &raw), S_OK);
-    RowSetPtr rows(raw);
-    ASSERT_EQ(rows->cRows, 1u);
-    ASSERT_EQ(rows->aRow[0].cValues, 2u);
-    EXPECT_EQ(rows->aRow[0].lpProps[0].Value.l, 1200);
-    EXPECT_EQ(rows->aRow[0].lpProps[1].Value.l, 0);
-
-    SizedSPropTagArray(1, none) = {0, {0}};
-    EXPECT_EQ(table->SetColumns(reinterpret_cast<LPSPropTagArray>(&none), 0), MAPI_E_INVALID_PARAMETER);
-    EXPECT_EQ(table->SetColumns(nullptr, 0), MAPI_E_INVALID_PARAMETER);
-    EXPECT_EQ(current(0), std::vector<ULONG>({PR_MESSAGE_SIZE, kTagId}));
-    EXPECT_EQ(table->QueryColumns(0, nullptr), MAPI_E_INVALID_PARAMETER);
-}
-
 // Sorts the table by the given columns and returns its ids from the top.
 Ids SortedIds(const CComPtr<IMAPITable>& table, std::vector<SSortOrder> order) {
     EXPECT_EQ(table->SortTable(SortOrder(std::move(order)).get(), 0), S_OK);
@@ -284,73 +203,6 @@ TEST(MapiTableSort, SortsAscendingAndDescendingKeepingTiesInSourceOrder) {
     // Ties follow the source, not whatever order the previous sort left.
     EXPECT_EQ(SortedIds(table, {{PR_SUBJECT_W, TABLE_SORT_DESCEND}}), Ids({3, 4, 1, 2, 0}));
     EXPECT_EQ(SortedIds(table, {{PR_MESSAGE_SIZE, TABLE_SORT_ASCEND}}), Ids({3, 1, 0, 2, 4}));
-}
-
-TEST(MapiTableSort, SortOrderSurvivesRestrictAndIsReported) {
-    CRestrictions b;
-    CComPtr<IMAPITable> table = FolderTable();
-    const auto sortOrder = [&] {
-        LPSSortOrderSet raw = nullptr;
-        EXPECT_EQ(table->QuerySortOrder(&raw), S_OK);
-        MapiBuffer<SSortOrderSet> set(raw);
-        std::vector<std::pair<ULONG, ULONG>> order;
-        if (!set) return order;
-        EXPECT_EQ(set->cCategories, 0u);
-        for (ULONG i = 0; i < set->cSorts; ++i)
-            order.emplace_back(set->aSort[i].ulPropTag, set->aSort[i].ulOrder);
-        return order;
-    };
-    EXPECT_TRUE(sortOrder().empty());
-
-    ASSERT_EQ(SortedIds(table, {{PR_MESSAGE_SIZE, TABLE_SORT_ASCEND}, {kTagId, TABLE_SORT_DESCEND}}),
-              Ids({3, 1, 2, 0, 4}));
-    EXPECT_EQ(sortOrder(), (std::vector<std::pair<ULONG, ULONG>>{{PR_MESSAGE_SIZE, TABLE_SORT_ASCEND},
-                                                                 {kTagId, TABLE_SORT_DESCEND}}));
-    EXPECT_EQ(RestrictIds(table, b.Exist(PR_HASATTACH)), Ids({1, 2, 0, 4}));
-    EXPECT_EQ(SortedIds(table, {}), Ids({0, 1, 2, 4}));
-    EXPECT_TRUE(sortOrder().empty());
-    ASSERT_EQ(table->Restrict(nullptr, 0), S_OK);
-    EXPECT_EQ(ViewIds(table), Ids({0, 1, 2, 3, 4}));
-
-    EXPECT_EQ(table->SortTable(SortOrder({{PR_SENDER_NAME_W, TABLE_SORT_ASCEND}}, 1).get(), 0),
-              MAPI_E_TOO_COMPLEX);
-    EXPECT_EQ(table->SortTable(nullptr, 0), MAPI_E_INVALID_PARAMETER);
-    EXPECT_TRUE(sortOrder().empty());
-}
-
-TEST(MapiTableObject, StatusInterfacesAndWhatIsNotSupported) {
-    CComPtr<IMAPITable> table = FolderTable();
-    ULONG status = 99, type = 99;
-    EXPECT_EQ(table->GetStatus(&status, &type), S_OK);
-    EXPECT_EQ(status, TBLSTAT_COMPLETE);
-    EXPECT_EQ(type, TBLTYPE_SNAPSHOT);
-    status = 99;
-    EXPECT_EQ(table->WaitForCompletion(0, 1000, &status), S_OK);
-    EXPECT_EQ(status, TBLSTAT_COMPLETE);
-    EXPECT_EQ(table->Abort(), S_OK);
-
-    CComPtr<IMAPITable> same;
-    EXPECT_EQ(table->QueryInterface(IID_IMAPITable, reinterpret_cast<LPVOID*>(same.Put())), S_OK);
-    EXPECT_EQ(same.get(), table.get());
-    LPVOID other = nullptr;
-    EXPECT_EQ(table->QueryInterface(IID_IMAPIProp, &other), E_NOINTERFACE);
-    EXPECT_EQ(other, nullptr);
-
-    ULONG connection = 0;
-    EXPECT_EQ(table->Advise(0, nullptr, &connection), MAPI_E_NO_SUPPORT);
-    EXPECT_EQ(table->Unadvise(1), MAPI_E_NO_SUPPORT);
-    BOOKMARK bookmark = 0;
-    EXPECT_EQ(table->CreateBookmark(&bookmark), MAPI_E_NO_SUPPORT);
-    EXPECT_EQ(table->FreeBookmark(3), MAPI_E_NO_SUPPORT);
-    LPSRowSet rows = nullptr;
-    ULONG more = 0;
-    EXPECT_EQ(table->ExpandRow(0, nullptr, 1, 0, &rows, &more), MAPI_E_NO_SUPPORT);
-    EXPECT_EQ(rows, nullptr);
-    EXPECT_EQ(table->CollapseRow(0, nullptr, 0, &more), MAPI_E_NO_SUPPORT);
-    LPMAPIERROR error = nullptr;
-    EXPECT_EQ(table->GetLastError(MAPI_E_NO_SUPPORT, 0, &error), MAPI_E_NO_SUPPORT);
-    EXPECT_EQ(error, nullptr);
-    EXPECT_FALSE(MakeTable(nullptr));
 }
 
 TEST(MapiTableObject, TablesOverOneSourceKeepTheirOwnState) {

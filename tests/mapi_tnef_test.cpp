@@ -1,5 +1,4 @@
-// What Outlook packs into TNEF (bodies and attachments), from the TNEF test files of the corpora and from a
-// real message that carries one.
+// What Outlook packs into TNEF (bodies and attachments), from the TNEF test files of the corpora.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -183,55 +182,6 @@ TEST(Tnef, TextInEveryCodePageArrivesWhole) {
     EXPECT_EQ(tnef->attachments[0].longFileName, L"Caf\u00E9\uFFFD.txt") << "0x81 has no character in 1252";
     EXPECT_EQ(tnef->attachments[1].longFileName, L"r\uFFFD.pdf");
     EXPECT_EQ(tnef->attachments[1].data, std::vector<std::uint8_t>({'z', 'w', 'e', 'i'}));
-}
-
-TEST(Tnef, MessageWithWinmailCarriesCompressedRtf) {
-    if (!fs::is_directory(kTnef)) GTEST_SKIP() << "no corpora";
-    velmar::test::CTempDir dir;
-    velmar::test::WriteFile(dir / "profiles.ini", "[Tnef]\nstore1.path = mail\n");
-    velmar::test::SetEnvironment("VELMAR_MAPI_PROFILES", (dir / "profiles.ini").string());
-    fs::create_directories(dir / "mail" / "new");
-    fs::copy_file(kTnef / "rich-text.eml", dir / "mail" / "new" / "1600000000.M1P1.tnef");
-    ASSERT_EQ(MAPIInitialize(nullptr), S_OK);
-    {
-        CComPtr<IMAPISession> session;
-        ASSERT_EQ(MAPILogonEx(0, const_cast<LPTSTR>(L"Tnef"), nullptr, MAPI_UNICODE, session.Put()), S_OK);
-        CComPtr<IMAPITable> stores;
-        ASSERT_EQ(session->GetMsgStoresTable(0, stores.Put()), S_OK);
-        velmar::test::CRowsHolder rows;
-        ASSERT_EQ(HrQueryAllRows(stores.get(), nullptr, nullptr, nullptr, 0, &rows.rows), S_OK);
-        const SPropValue* id =
-            PpropFindProp(rows.rows->aRow[0].lpProps, rows.rows->aRow[0].cValues, PR_ENTRYID);
-        CComPtr<IMsgStore> store;
-        ASSERT_EQ(session->OpenMsgStore(0, id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb),
-                                        nullptr, 0, store.Put()),
-                  S_OK);
-        CComPtr<IMAPIFolder> inbox = velmar::test::OpenEntryAs<IMAPIFolder>(store.get(), 0, nullptr, 0);
-        ASSERT_TRUE(inbox);
-        CComPtr<IMAPITable> contents;
-        ASSERT_EQ(inbox->GetContentsTable(0, contents.Put()), S_OK);
-        velmar::test::CRowsHolder messages;
-        ASSERT_EQ(HrQueryAllRows(contents.get(), nullptr, nullptr, nullptr, 0, &messages.rows), S_OK);
-        ASSERT_EQ(messages.rows->cRows, 1u);
-        const SPropValue* entry =
-            PpropFindProp(messages.rows->aRow[0].lpProps, messages.rows->aRow[0].cValues, PR_ENTRYID);
-        CComPtr<IMessage> message =
-            velmar::test::OpenEntryAs<IMessage>(store.get(), entry->Value.bin.cb, entry->Value.bin.lpb, 0);
-        ASSERT_TRUE(message);
-        LPUNKNOWN unknown = nullptr;
-        ASSERT_EQ(message->OpenProperty(PR_RTF_COMPRESSED, &IID_IStream, 0, 0, &unknown), S_OK);
-        CComPtr<IStream> compressed(static_cast<IStream*>(unknown));
-        RTF_WCSINFO info{sizeof(RTF_WCSINFO), MAPI_NATIVE_BODY, 0, 0};
-        RTF_WCSRETINFO result{sizeof(RTF_WCSRETINFO), 0};
-        CComPtr<IStream> body;
-        ASSERT_EQ(WrapCompressedRTFStreamEx(compressed.get(), &info, body.Put(), &result), S_OK);
-        const std::string text = ReadStream(body.get());
-        EXPECT_FALSE(text.empty());
-        if (result.ulStreamFlags == MAPI_NATIVE_BODY_TYPE_RTF) {
-            EXPECT_EQ(text.rfind("{\\rtf1", 0), 0u);
-        }
-    }
-    MAPIUninitialize();
 }
 
 }  // namespace

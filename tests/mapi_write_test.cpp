@@ -1,6 +1,6 @@
 // Our MAPI's write side: a message made with CreateMessage, filled through SetProps, ModifyRecipients,
 // CreateAttach and property streams, kept as a draft by SaveChanges and read back from its file as the same
-// message; CopyProps between messages; ResolveName in the address book.
+// message; ResolveName in the address book.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -170,27 +170,6 @@ TEST_F(MapiWrite, ADraftIsSavedInItsFolderAndReadsBackAsTheSameMessage) {
     SetWideProp(unsaved.get(), PR_SUBJECT_W, L"Verworfen");
     unsaved.Reset();
     EXPECT_EQ(drafts().size(), 2u);
-}
-
-TEST_F(MapiWrite, CopyPropsTakesBodiesFromAMessageReadFromItsFile) {
-    Deliver(m_mainPath, "1700000001.M1P1.host", kRichMessage);
-    auto [session, store, inbox] = OpenMain();
-    CComPtr<IMessage> source = FindMessage(store.get(), inbox.get(), "<rich-1@example.org>");
-    ASSERT_TRUE(source);
-    CComPtr<IMessage> copy;
-    ASSERT_EQ(inbox->CreateMessage(nullptr, 0, copy.Put()), S_OK);
-    SizedSPropTagArray(3, tags) = {3, {PR_BODY_W, PR_HTML, PR_RTF_COMPRESSED}};
-    ASSERT_EQ(source->CopyProps(reinterpret_cast<LPSPropTagArray>(&tags), 0, nullptr, &IID_IMessage,
-                                copy.get(), 0, nullptr),
-              S_OK);
-    EXPECT_EQ(WideProp(copy.get(), PR_BODY_W), WideProp(source.get(), PR_BODY_W));
-    LPSPropValue html = nullptr;
-    EXPECT_EQ(HrGetOneProp(copy.get(), PR_HTML, &html), S_OK) << "the source's HTML came along";
-    MAPIFreeBuffer(html);
-    LPSPropValue rtf = nullptr;
-    EXPECT_NE(HrGetOneProp(copy.get(), PR_RTF_COMPRESSED, &rtf), S_OK)
-        << "what the source lacks stays missing";
-    MAPIFreeBuffer(rtf);
 }
 
 TEST_F(MapiWrite, ResolveNameKnowsAddressesOwnersAndContacts) {

@@ -445,43 +445,6 @@ TEST_F(NoteFormTest, ComposeFormSavesRecipientsOnceAndSendsOnlyToValidAddresses)
     EXPECT_EQ(form->Unadvise(connection), MAPI_E_NOT_FOUND) << "the sinks went with the shutdown";
 }
 
-TEST_F(NoteFormTest, ClosingAChangedMessageAsksWhetherToSaveIt) {
-    CComPtr<IMessage> draft = Draft(L"");
-    CComPtr<IMAPIForm> form = LoadedForm(draft.get(), MSGFLAG_UNSENT);
-    ASSERT_EQ(form->DoVerb(EXCHIVERB_OPEN, nullptr, 0, nullptr), S_OK);
-    QWidget* window = Window("Neue Nachricht");
-    ASSERT_TRUE(window);
-    Fields(window).at(3)->setText("Termin");
-    EXPECT_EQ(window->windowTitle(), "Termin") << "the title follows the subject";
-    window->findChild<QPlainTextEdit*>()->setPlainText("Morgen um neun.");
-
-    CBoxAnswer cancel;
-    AnswerNextBox(cancel, QMessageBox::Cancel);
-    Button(window, "S&chließen")->click();
-    ASSERT_TRUE(ProcessUntil([&] { return cancel.seen; }));
-    EXPECT_EQ(cancel.text, "Möchten Sie die Änderungen speichern?");
-    QCoreApplication::processEvents();
-    EXPECT_TRUE(Window("Termin")) << "Abbrechen keeps the form";
-
-    CBoxAnswer yes;
-    // A draft that could not be saved keeps its form; the user is told.
-    m_log.saveResult = MAPI_E_DISK_ERROR;
-    std::vector<QString> texts;
-    AnswerBoxes({QMessageBox::Yes, QMessageBox::Ok}, texts);
-    Button(window, "S&chließen")->click();
-    ASSERT_TRUE(ProcessUntil([&] { return texts.size() == 2; }));
-    EXPECT_EQ(texts[1], "Die Nachricht konnte nicht gespeichert werden.");
-    QCoreApplication::processEvents();
-    EXPECT_TRUE(Window("Termin"));
-
-    m_log.saveResult = S_OK;
-    AnswerNextBox(yes, QMessageBox::Yes);
-    Button(window, "S&chließen")->click();
-    ASSERT_TRUE(ProcessUntil([&] { return !Window("Termin"); }));
-    EXPECT_EQ(m_log.saves, 1);
-    EXPECT_EQ(WideProp(draft.get(), PR_BODY_W), L"Morgen um neun.");
-}
-
 TEST(NoteAnswers, RecipientsSubjectsAndTheQuotedOriginal) {
     const std::vector<CNoteAddress> parsed =
         ParseRecipientField("\"Müller, Jürgen\" <j@x.example>; b@y.example, ,Carl <c@z.example>");

@@ -1,7 +1,6 @@
 // The printing dialogs' job queue over real files, with an engine that records what it is asked to do and
-// completes as a browser would (asynchronously, through posted starts): the order of the jobs, the template
-// and plain paths, which files are deleted, the printer kept for the end of the queue, the prompt rule,
-// a job that makes no document, and the completion only after the last job.
+// completes as a browser would (asynchronously, through posted starts): the prompt rule, a job that
+// makes no document, reports out of turn, and a failed print that keeps its file.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -81,40 +80,6 @@ protected:
     CRecordingEngine m_engine;
     CPrintJobQueue m_queue{m_engine};
 };
-
-TEST_F(PrintQueueTest, JobsPrintInOrderEachAfterTheOneBeforeCompleted) {
-    int completions = 0;
-    std::vector<std::wstring> callsAtCompletion;
-    m_queue.SetCompletion([&] {
-        ++completions;
-        callsAtCompletion = m_engine.calls;
-    });
-    const std::wstring plain = Html("eins.html");
-    const std::wstring withTemplate = Html("zwei.html");
-    m_queue.AddJob(plain, L"*", L"ignored.css", L"0", L"Buero");
-    m_queue.AddJob(withTemplate, L"res://vorlage.htm", L"file:///druck.css", L"1", L"*");
-    EXPECT_EQ(m_queue.Waiting(), 2u);
-    EXPECT_TRUE(m_engine.calls.empty()) << "nothing starts before message 1124";
-
-    m_queue.StartNext();
-    m_engine.Run(m_queue);
-    EXPECT_EQ(m_engine.calls,
-              (std::vector<std::wstring>{L"navigate", L"write eins.html", L"print Buero", L"close",  //
-                                         L"navigate", L"write zwei.html", L"style file:///druck.css",
-                                         L"template res://vorlage.htm prompt", L"close",  //
-                                         L"done [Buero]"}));
-    EXPECT_EQ(completions, 1);
-    EXPECT_EQ(callsAtCompletion, m_engine.calls) << "completion comes after the last job";
-    EXPECT_EQ(m_engine.printedExisting, std::vector<bool>{true});
-    EXPECT_FALSE(fs::exists(plain)) << "the plain path deletes the html file";
-    EXPECT_TRUE(fs::exists(withTemplate)) << "the template path keeps it";
-    EXPECT_FALSE(m_queue.Current());
-
-    // The saved printer was handed back once: an empty queue started again has none.
-    m_queue.StartNext();
-    EXPECT_EQ(m_engine.calls.back(), L"done []");
-    EXPECT_EQ(completions, 2);
-}
 
 TEST_F(PrintQueueTest, OnlyTheWordOneAsksForTheDialog) {
     int page = 0;

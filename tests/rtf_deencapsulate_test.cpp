@@ -124,24 +124,6 @@ TEST(RtfDeencapsulateHtml, SkipsIgnorableDestinationsButKeepsHtmltag) {
 
 // ---------------------------------------------------------------------------------------------- text rules
 
-TEST(RtfDeencapsulateText, EscapesAndNamedCharacters) {
-    EXPECT_EQ(Text("a\\{b\\}c\\\\d\\tab e\\line f\\par g"), "a{b}c\\d\te\r\nf\r\ng");
-    EXPECT_EQ(Text("one\r\ntwo"), "onetwo");  // raw line breaks are not text
-    EXPECT_EQ(Text("\\lquote x\\rquote \\~\\emdash"), "\u2018x\u2019\u00A0\u2014");
-    EXPECT_EQ(Text("{\\fonttbl{\\f0 Arial;}}{\\*\\generator Gen;}body"), "body");
-}
-
-TEST(RtfDeencapsulateText, UnicodeEscapesSkipTheirFallback) {
-    EXPECT_EQ(Text("\\uc1\\u8217?s"), "\u2019s");
-    EXPECT_EQ(Text("\\uc2\\u8217\\'92\\'93x"), "\u2019x");  // two escapes skipped
-    EXPECT_EQ(Text("\\uc0\\u8217 x"), "\u2019x");
-    EXPECT_EQ(Text("{\\uc3\\u8217 abc}d\\u8217?e"), "\u2019d\u2019e");  // \uc is scoped to its group
-    EXPECT_EQ(Text("{\\uc5\\u8217 ab}cd"), "\u2019cd");                 // a group end stops skipping
-    EXPECT_EQ(Text("\\u-10179?\\u-8704?"), "\U0001F600");               // negative N, surrogate pair
-    EXPECT_EQ(Text("\\u-10179?x"), "\uFFFDx");                          // lone high surrogate
-    EXPECT_EQ(Text("\\u-8704?x"), "\uFFFDx");                           // lone low surrogate
-}
-
 TEST(RtfDeencapsulateText, BytesAreDecodedFromTheRightCodePage) {
     EXPECT_EQ(Native("{\\rtf1\\ansi\\ansicpg1251\\fromtext \\'c0\\'e1}"), "\u0410\u0431");
     EXPECT_EQ(Native("{\\rtf1\\ansi\\ansicpg932\\fromtext \\'82\\'a0}"), "\u3042");

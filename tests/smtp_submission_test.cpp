@@ -190,31 +190,6 @@ TEST_F(SmtpPassword, APasswordInTheFileCountsOnlyWhenOthersCannotReadIt) {
     EXPECT_TRUE(m_error.empty()) << m_error;
 }
 
-// A command is run only from a file nobody else can change; others may read it, as it holds no secret.
-TEST_F(SmtpPassword, ACommandRunsOnlyFromAFileNobodyElseMayChange) {
-    const fs::path ran = m_dir / "ran";
-    CSmtpSettings settings;
-    settings.passwordEval = "touch '" + ran.string() + "'; echo geheim";
-    EXPECT_EQ(ResolveSmtpPassword(settings, Profile(0644), m_error), "geheim") << m_error;
-    fs::remove(ran);
-    for (const mode_t open : {0620, 0602, 0666, 0660}) {
-        m_error.clear();
-        EXPECT_EQ(ResolveSmtpPassword(settings, Profile(open), m_error), std::nullopt) << std::oct << open;
-        EXPECT_NE(m_error.find("smtp.passwordeval is ignored"), std::string::npos) << m_error;
-        EXPECT_NE(m_error.find("changed by others"), std::string::npos) << m_error;
-    }
-    EXPECT_FALSE(fs::exists(ran)) << "the command never ran";
-    if (geteuid() != 0) return;  // only root can give the file away
-    const std::string profile = Profile(0600);
-    ASSERT_EQ(chown(profile.c_str(), 65534, 65534), 0);
-    EXPECT_EQ(ResolveSmtpPassword(settings, profile, m_error), std::nullopt);
-    EXPECT_NE(m_error.find("belongs to another user"), std::string::npos) << m_error;
-    settings.passwordEval.clear();
-    settings.password = "geheim";
-    EXPECT_EQ(ResolveSmtpPassword(settings, profile, m_error), std::nullopt) << "nor a password";
-    EXPECT_FALSE(fs::exists(ran));
-}
-
 // ------------------------------------------------------------------------------------------ submission
 
 class SmtpSubmission : public ::testing::Test {
@@ -252,32 +227,6 @@ protected:
     CTempDir m_dir;
     std::vector<std::unique_ptr<CSmtpTestServer>> m_servers;
 };
-
-TEST_F(SmtpSubmission, PlainOnLoopbackTheBytesAndTheEnvelopeArriveExactly) {
-    CSmtpTestServer& server = Server();
-    const std::string mime = Message("Klartext");
-    const CSmtpResult result =
-        Submit(SettingsFor(server), {"anna@remote.example", "bob@remote.example"}, mime);
-    ASSERT_EQ(result.outcome, SmtpOutcome::Accepted) << Described(result);
-    EXPECT_EQ(result.code, 250);
-    EXPECT_EQ(result.text, "2.0.0 Accepted") << "the server's own words";
-    ASSERT_EQ(result.recipients.size(), 2u);
-    EXPECT_EQ(result.recipients[0].address, "anna@remote.example");
-    EXPECT_EQ(result.recipients[1].address, "bob@remote.example");
-    for (const auto& recipient : result.recipients) {
-        EXPECT_EQ(recipient.code, 250) << recipient.address;
-        EXPECT_EQ(recipient.text, "2.1.5 OK") << recipient.address;
-    }
-
-    const std::vector<CReceivedMail> mails = server.Messages();
-    ASSERT_EQ(mails.size(), 1u);
-    EXPECT_EQ(mails[0].from, "one@x.example");
-    EXPECT_EQ(mails[0].recipients, (std::vector<std::string>{"anna@remote.example", "bob@remote.example"}));
-    EXPECT_EQ(mails[0].data, mime);
-    EXPECT_FALSE(mails[0].tls);
-    EXPECT_EQ(mails[0].user, "");
-    EXPECT_FALSE(mails[0].dropped);
-}
 
 // TLS from the first byte for smtps://, whatever smtp.starttls says; STARTTLS as the policy says.
 TEST_F(SmtpSubmission, TlsAsTheSchemeAndThePolicySay) {
@@ -335,85 +284,6 @@ TEST_F(SmtpSubmission, NoTlsToBeHadIsTemporaryAndNothingIsSent) {
     result = Submit(settings, {"anna@remote.example"}, Message("Fremd"));
     EXPECT_EQ(result.outcome, SmtpOutcome::Temporary) << Described(result);
     EXPECT_TRUE(unknown.Messages().empty());
-}
-
-// A wrong or expired password is the account's matter, never the message's: it waits for a right one.
-TEST_F(SmtpSubmission, ALogOnRefusedOrWantedIsTemporary) {
-    CSmtpTestServer& server = Server({"--auth", "anna:geheim"});
-    CSmtpSettings settings = SettingsFor(server);
-    settings.user = "anna";
-    CSmtpResult result =
-        SubmitBySmtp(settings, "falsch", "one@x.example", {"anna@remote.example"}, Message("A"));
-    EXPECT_EQ(result.outcome, SmtpOutcome::Temporary) << Described(result);
-    EXPECT_EQ(result.code, 535);
-    EXPECT_NE(result.text.find("5.7.8"), std::string::npos) << "the server's words: " << result.text;
-    EXPECT_EQ(result.recipients[0].code, 0);
-
-    // No user: the server wants one before MAIL FROM.
-    settings.user.clear();
-    result = Submit(settings, {"anna@remote.example"}, Message("B"));
-    EXPECT_EQ(result.outcome, SmtpOutcome::Temporary) << Described(result);
-    EXPECT_EQ(result.code, 530);
-    EXPECT_TRUE(server.Messages().empty());
-}
-
-TEST_F(SmtpSubmission, AFiveMegabyteMessageArrivesByteExact) {
-    CSmtpTestServer& server = Server();
-    // Base64-like lines of 76 characters, with a dot at the start of every 100th line to be stuffed.
-    static constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::mt19937 random(5);
-    std::string body;
-    for (size_t line = 0; body.size() < 5 * 1024 * 1024 + 100; ++line) {
-        if (line % 100 == 0) body += '.';
-        for (int i = 0; i < 76; ++i) body += kDigits[random() % 64];
-        body += "\r\n";
-    }
-    const std::string mime = Message("Gross", body);
-    const CSmtpResult result = Submit(SettingsFor(server), {"anna@remote.example"}, mime);
-    ASSERT_EQ(result.outcome, SmtpOutcome::Accepted) << Described(result);
-    const std::vector<CReceivedMail> mails = server.Messages();
-    ASSERT_EQ(mails.size(), 1u);
-    ASSERT_EQ(mails[0].data.size(), mime.size());
-    EXPECT_TRUE(mails[0].data == mime) << "the bytes differ";
-}
-
-// Each recipient's own reply is known, in all its lines; the message fails for good only when every
-// recipient was refused for good.
-TEST_F(SmtpSubmission, EachRecipientsOwnReplyDecides) {
-    CSmtpTestServer& server = Server();
-    server.SetControl(
-        R"({"rcpt": {"bad@remote.example": "550-5.1.1 No such user here\r\n550 5.1.1 Check the address",
-                     "worse@remote.example": "553 5.1.3 Bad address",
-                     "later@remote.example": "451 4.3.0 Try later"}})");
-    CSmtpResult result =
-        Submit(SettingsFor(server), {"bad@remote.example", "good@remote.example", "later@remote.example"},
-               Message("Teils"));
-    ASSERT_EQ(result.outcome, SmtpOutcome::Accepted) << Described(result);
-    ASSERT_EQ(result.recipients.size(), 3u);
-    EXPECT_EQ(result.recipients[0].address, "bad@remote.example");
-    EXPECT_EQ(result.recipients[0].code, 550);
-    EXPECT_EQ(result.recipients[0].text, "5.1.1 No such user here 5.1.1 Check the address")
-        << "both lines of the reply";
-    EXPECT_EQ(result.recipients[1].address, "good@remote.example");
-    EXPECT_EQ(result.recipients[1].code, 250);
-    EXPECT_EQ(result.recipients[2].address, "later@remote.example");
-    EXPECT_EQ(result.recipients[2].code, 451);
-    EXPECT_EQ(result.recipients[2].text, "4.3.0 Try later");
-    const std::vector<CReceivedMail> mails = server.Messages();
-    ASSERT_EQ(mails.size(), 1u);
-    EXPECT_EQ(mails[0].recipients, std::vector<std::string>{"good@remote.example"});
-
-    result = Submit(SettingsFor(server), {"bad@remote.example", "worse@remote.example"}, Message("X"));
-    EXPECT_EQ(result.outcome, SmtpOutcome::Permanent) << Described(result);
-    EXPECT_EQ(result.code, 550);
-    ASSERT_EQ(result.recipients.size(), 2u);
-    EXPECT_EQ(result.recipients[1].code, 553);
-    EXPECT_EQ(result.recipients[1].text, "5.1.3 Bad address");
-
-    result = Submit(SettingsFor(server), {"bad@remote.example", "later@remote.example"}, Message("Y"));
-    EXPECT_EQ(result.outcome, SmtpOutcome::Temporary) << "one may yet be taken: " << Described(result);
-    EXPECT_EQ(result.code, 451);
-    EXPECT_EQ(server.Messages().size(), 1u);
 }
 
 TEST_F(SmtpSubmission, RepliesToMailFromAndToTheDataDecide) {

@@ -7,9 +7,7 @@
 
 #include "app/ActivityFeed.h"
 #include "app/CommandJobs.h"
-#include "app/WindowFormHost.h"
 #include "app/WindowTexts.h"
-#include "tests/FakeMapiObjects.h"
 
 namespace {
 
@@ -141,53 +139,3 @@ TEST(CommandJobs, PrintJobsRunInCompleteGroupsOfFiveAndOpenMailAsksBeforeClosing
 }
 
 }  // namespace
-
-TEST(WindowFormHost, FormsOpenOnTheWindowsThreadAndHoldAnOpenMailJobWhileOnScreen) {
-    CCommandJobs jobs;
-    std::atomic<int> wakes{0};
-    std::vector<std::wstring> boxes;
-    auto host = std::make_shared<CWindowFormHost>([] { return ULONG_PTR{0x42}; }, jobs, [&] { ++wakes; },
-                                                  [&](const std::wstring& text) { boxes.push_back(text); });
-    EXPECT_EQ(host->ParentWindow(), 0x42u);
-
-    // Tasks from other threads wait for the window's thread, in order.
-    std::vector<int> ran;
-    std::thread request([&] {
-        EXPECT_TRUE(host->Post([&] { ran.push_back(1); }));
-        EXPECT_TRUE(host->Post([&] { ran.push_back(2); }));
-    });
-    request.join();
-    EXPECT_EQ(wakes, 2);
-    EXPECT_TRUE(ran.empty());
-    host->RunPendingTasks();
-    EXPECT_EQ(ran, (std::vector<int>{1, 2}));
-
-    // A form on screen is an OPENMAIL job until its token goes, from whichever thread.
-    velmar::test::CallLog log;
-    velmar::test::CFakeForm first(log), second(log);
-    std::shared_ptr<void> token = host->FormOnScreen(velmar::CComPtr<IMAPIForm>::AddRefed(&first));
-    EXPECT_TRUE(jobs.HasOpenMail());
-    EXPECT_EQ(first.References(), 2u);
-    std::thread([&] { token.reset(); }).join();
-    EXPECT_FALSE(jobs.HasOpenMail());
-    EXPECT_EQ(first.References(), 1u);
-
-    // The window goes: tasks not run are dropped, forms on screen are shut down without saving, and
-    // tokens that outlive the window are harmless.
-    token = host->FormOnScreen(velmar::CComPtr<IMAPIForm>::AddRefed(&second));
-    EXPECT_TRUE(host->Post([&] { ran.push_back(3); }));
-    host->ShowMessage(L"MAPI_E_DECLINE_COPY");
-    host->Detach();
-    EXPECT_EQ(log, velmar::test::CallLog{"form ShutdownForm 1"});
-    EXPECT_FALSE(host->Post([&] { ran.push_back(4); }));
-    host->RunPendingTasks();
-    EXPECT_EQ(ran, (std::vector<int>{1, 2}));
-    EXPECT_EQ(host->FormOnScreen(velmar::CComPtr<IMAPIForm>::AddRefed(&first)), nullptr);
-    std::weak_ptr<CWindowFormHost> watch = host;
-    host.reset();
-    EXPECT_FALSE(watch.expired()) << "the token keeps the host";
-    token.reset();
-    EXPECT_TRUE(watch.expired());
-    EXPECT_EQ(second.References(), 1u);
-    EXPECT_EQ(boxes, std::vector<std::wstring>{L"MAPI_E_DECLINE_COPY"});
-}

@@ -206,20 +206,6 @@ TEST_F(WindowWin32Test, StringsSystemMenuAndAboutBox) {
     EXPECT_TRUE(WaitFor([&] { return !IsWindow(about); }));
 }
 
-TEST_F(WindowWin32Test, TrayIconRestoresOnItsClicksOnlyAndMinimizeHidesAgain) {
-    // Another icon id, or a mouse move, does nothing.
-    SendMessageW(m_window, CVelmarTaskSchedulerDlg::kTrayNotify, 2, WM_LBUTTONDOWN);
-    SendMessageW(m_window, CVelmarTaskSchedulerDlg::kTrayNotify, 1, WM_MOUSEMOVE);
-    SendMessageW(m_window, CVelmarTaskSchedulerDlg::kTrayNotify, 1, WM_LBUTTONUP);
-    EXPECT_FALSE(IsWindowVisible(m_window));
-    for (LPARAM click : {WM_LBUTTONDOWN, WM_RBUTTONDOWN, WM_CONTEXTMENU}) {
-        SendMessageW(m_window, CVelmarTaskSchedulerDlg::kTrayNotify, 1, click);
-        EXPECT_TRUE(WaitFor([&] { return IsWindowVisible(m_window) && !IsIconic(m_window); })) << click;
-        SendMessageW(Control(IDC_MINIMIZE), BM_CLICK, 0, 0);
-        EXPECT_TRUE(WaitFor([&] { return !IsWindowVisible(m_window); })) << click;
-    }
-}
-
 TEST_F(WindowWin32Test, LayoutAfterAResizeKeepsTwentyPixelMargins) {
     Restore();
     SetWindowPos(m_window, nullptr, 50, 60, 900, 640, SWP_NOZORDER);
@@ -374,12 +360,6 @@ TEST_F(WindowWin32Test, CommandJobsByMessageAndTheCloseQuestionWithOpenMail) {
     PostMessageW(m_window, WM_COMMAND, MAKEWPARAM(IDCANCEL, BN_CLICKED), 0);
     ASSERT_TRUE(WaitFor([&] { return (box = OtherDialogOf(m_threadId, m_window)) != nullptr; }));
     PostMessageW(box, WM_COMMAND, IDYES, 0);
-    EXPECT_TRUE(WaitFor([&] { return m_ended.load(); }));
-}
-
-TEST_F(WindowWin32Test, ClosesWithoutAQuestionWhileNoMailIsOpen) {
-    // A close from the service's thread, as CloseVelmarTaskScheduler posts it.
-    std::thread([this] { m_dialog.PostClose(); }).join();
     EXPECT_TRUE(WaitFor([&] { return m_ended.load(); }));
 }
 
