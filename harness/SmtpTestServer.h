@@ -6,14 +6,10 @@
 #pragma once
 
 #include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
-#include <spawn.h>
 #include <unistd.h>
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -26,11 +22,10 @@
 #include <vector>
 
 #include "harness/FreePort.h"
+#include "harness/ReadyProcess.h"
 #include "harness/TestFiles.h"
 #include "json/CkJsonArray.h"
 #include "json/CkJsonObject.h"
-
-extern char** environ;
 
 namespace velmar::test {
 
@@ -60,7 +55,7 @@ public:
     // Starts it (again, on the port it had before). False when it did not say READY within 20 s or ended
     // first; StartError() then says why, with what the server printed, and it is written to stderr too.
     bool Start() {
-        if (m_pid > 0) return true;
+        if (m_process.Running()) return true;
         m_startError.clear();
         std::vector<std::string> arguments{"/usr/bin/python3", VELMAR_SMTP_TEST_SERVER,
                                            "--spool",          (m_folder / "spool").string(),
@@ -72,63 +67,17 @@ public:
             else
                 arguments.push_back(option);
         }
-        int output[2];
-        if (pipe2(output, O_CLOEXEC) != 0) return Failed("cannot make a pipe");
-        const std::string log = (m_folder / "server.log").string();
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
-        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_APPEND,
-                                         0600);
-        std::vector<char*> argv;
-        for (std::string& argument : arguments) argv.push_back(argument.data());
-        argv.push_back(nullptr);
-        pid_t pid = -1;
-        const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        close(output[1]);
-        if (spawned != 0) {
-            close(output[0]);
-            return Failed("cannot run /usr/bin/python3");
-        }
-        m_pid = pid;
-
-        std::string line;
-        bool ended = false;
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (!ended && line.find('\n') == std::string::npos && std::chrono::steady_clock::now() < end) {
-            pollfd ready{output[0], POLLIN, 0};
-            if (poll(&ready, 1, 200) <= 0) continue;
-            char buffer[256];
-            const ssize_t n = read(output[0], buffer, sizeof buffer);
-            ended = n <= 0;
-            if (n > 0) line.append(buffer, static_cast<size_t>(n));
-        }
-        close(output[0]);
-        if (line.rfind("READY ", 0) != 0 || line.find('\n') == std::string::npos) {
-            Kill();
-            return Failed(ended ? "it ended before it was ready" : "it did not say READY within 20 s");
-        }
-        m_port = std::stoi(line.substr(6));
+        std::string why;
+        const int port = m_process.Start(arguments, (m_folder / "server.log").string(), why);
+        if (!port) return Failed(why);
+        m_port = port;
         return true;
     }
 
     // Stops it (SIGTERM; SIGKILL when it is still there after 10 s) and reaps it.
-    void Stop() {
-        if (m_pid <= 0) return;
-        kill(m_pid, SIGTERM);
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (waitpid(m_pid, nullptr, WNOHANG) == 0) {
-            if (std::chrono::steady_clock::now() >= end) {
-                Kill();
-                return;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-        m_pid = -1;
-    }
+    void Stop() { m_process.Stop(); }
 
-    bool Running() const { return m_pid > 0; }
+    bool Running() const { return m_process.Running(); }
     const std::string& StartError() const { return m_startError; }
     // The port it listens (or last listened) on; 0 before it ever started.
     int Port() const { return m_port; }
@@ -190,14 +139,6 @@ public:
     }
 
 private:
-    void Kill() {
-        if (m_pid <= 0) return;
-        kill(m_pid, SIGKILL);
-        while (waitpid(m_pid, nullptr, 0) < 0 && errno == EINTR) {
-        }
-        m_pid = -1;
-    }
-
     bool Failed(const std::string& why) {
         m_startError = "the SMTP test server did not start: " + why;
         const std::string printed = ReadFile(m_folder / "server.log");
@@ -209,7 +150,7 @@ private:
     std::filesystem::path m_folder;
     std::vector<std::string> m_options;
     int m_port = 0;
-    pid_t m_pid = -1;
+    CReadyProcess m_process;
     std::string m_startError;
 };
 

@@ -17,6 +17,7 @@
 #include <set>
 
 #include "harness/FreePort.h"
+#include "harness/PostfixServer.h"
 #include "harness/SmtpTestServer.h"
 #include "tests/SendServiceFixture.h"
 #include "tests/TnefStream.h"
@@ -431,38 +432,18 @@ TEST_F(SmtpSending, AServiceKilledWhileTheServerHoldsTheDataSendsItAgainAfterRes
 // A real mail server: a private Postfix on a loopback port, delivering into a Maildir the test reads.
 TEST_F(SmtpSending, APrivatePostfixDeliversTheMessageIntoItsMaildir) {
     if (geteuid() != 0 || !fs::exists("/usr/sbin/postfix")) GTEST_SKIP() << "needs Postfix and root";
-    const fs::path folder = m_dir / "postfix";
-    const int port = velmar::test::FreeLoopbackPort();
-    ASSERT_GT(port, 0);
-    const std::string script = std::string("bash ") + VELMAR_POSTFIX_INSTANCE + " ";
-    ASSERT_EQ(
-        std::system((script + "start " + folder.string() + " " + std::to_string(port) + " anna bcc").c_str()),
-        0);
-    struct CStop {
-        std::string command;
-        ~CStop() { std::system(command.c_str()); }
-    } stop{script + "stop " + folder.string()};
-    WriteProfile("smtp.url = smtp://127.0.0.1:" + std::to_string(port) + "\n");
+    const velmar::test::CPostfixServer postfix(m_dir / "postfix", {"anna", "bcc"});
+    ASSERT_TRUE(postfix.Ready());
+    WriteProfile("smtp.url = smtp://127.0.0.1:" + std::to_string(postfix.Port()) + "\n");
     Start();
     CSendRequest request{.subject = "Über Postfix",
                          .body = "Zeile eins\n.\nZeile nach einem Punkt",
                          .to = {"Anna <anna@example.test>"},
                          .bcc = {"bcc@example.test"}};
     EXPECT_STREQ(Send(request)->StringOf("status"), "OK");
-    const auto find = [&](const char* user) {
-        std::vector<fs::path> files;
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (files.empty() && std::chrono::steady_clock::now() < end) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            std::error_code error;
-            for (const auto& entry : fs::directory_iterator(folder / "mail" / user / "new", error))
-                files.push_back(entry.path());
-        }
-        return files;
-    };
-    const auto toAnna = find("anna");
-    const auto toBcc = find("bcc");
-    ASSERT_EQ(toAnna.size(), 1u) << ReadFile(folder / "postfix.log");
+    const auto toAnna = postfix.Delivered("anna");
+    const auto toBcc = postfix.Delivered("bcc");
+    ASSERT_EQ(toAnna.size(), 1u) << ReadFile(postfix.Log());
     ASSERT_EQ(toBcc.size(), 1u) << "the Bcc recipient is in the envelope";
     const std::string mail = ReadFile(toAnna[0]);
     EXPECT_EQ(Field(mail, "Bcc"), "");
