@@ -51,14 +51,19 @@ inline std::string FlavourTestName(EDovecotFlavour flavour) {
 
 class CDovecotServer {
 public:
-    // The users log in with the password "geheim".
+    // The users log in with the password "geheim"; with an introspection URL (RFC 7662) also with the
+    // access tokens it calls active, and its SASL serves a Postfix on SaslPort().
     CDovecotServer(std::filesystem::path folder, std::vector<std::string> users,
-                   EDovecotFlavour flavour = EDovecotFlavour::Standard)
-        : m_folder(std::move(folder)), m_users(std::move(users)), m_flavour(flavour) {
-        // Two ports in a row: STARTTLS and implicit TLS.
+                   EDovecotFlavour flavour = EDovecotFlavour::Standard, std::string introspectionUrl = "")
+        : m_folder(std::move(folder)),
+          m_users(std::move(users)),
+          m_flavour(flavour),
+          m_introspectionUrl(std::move(introspectionUrl)) {
+        // Three ports in a row: STARTTLS, implicit TLS, SASL.
         for (int attempt = 0; attempt < 20 && m_port == 0; ++attempt) {
             const int port = FreeLoopbackPort();
-            if (port > 0 && port < 65535 && IsFreeLoopbackPort(port + 1)) m_port = port;
+            if (port > 0 && port < 65534 && IsFreeLoopbackPort(port + 1) && IsFreeLoopbackPort(port + 2))
+                m_port = port;
         }
         Start();
     }
@@ -67,9 +72,9 @@ public:
     CDovecotServer& operator=(const CDovecotServer&) = delete;
 
     bool Start() {
-        std::string command = std::string("DOVECOT_FLAVOUR=") + FlavourName(m_flavour) +
-                              " bash " VELMAR_DOVECOT_INSTANCE " start '" + m_folder.string() + "' " +
-                              std::to_string(m_port);
+        std::string command =
+            "DOVECOT_OAUTH2_URL='" + m_introspectionUrl + "' DOVECOT_FLAVOUR=" + FlavourName(m_flavour) +
+            " bash " VELMAR_DOVECOT_INSTANCE " start '" + m_folder.string() + "' " + std::to_string(m_port);
         for (const std::string& user : m_users) command += " " + user;
         m_running = CommandOutput(command) == "READY\n";
         return m_running;
@@ -87,6 +92,7 @@ public:
     }
     int Port() const { return m_port; }
     int TlsPort() const { return m_port + 1; }
+    int SaslPort() const { return m_port + 2; }
     std::filesystem::path CaFile() const { return m_folder / "ca.pem"; }
     std::string Config() const { return (m_folder / "conf/dovecot.conf").string(); }
     // A tunnel command for the profile: Dovecot's imap program, logged in as user already.
@@ -170,6 +176,7 @@ private:
     std::filesystem::path m_folder;
     std::vector<std::string> m_users;
     EDovecotFlavour m_flavour;
+    std::string m_introspectionUrl;
     int m_port = 0;
     bool m_running = false;
 };

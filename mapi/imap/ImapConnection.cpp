@@ -16,6 +16,7 @@
 
 #include "mapi/imap/ImapFetchReader.h"
 #include "mapi/imap/ImapLibetpan.h"
+#include "mapi/imap/ImapSasl.h"
 #include "mapi/mime/HeaderBlock.h"
 #include "mapi/provider/AccountSecrets.h"
 
@@ -348,14 +349,45 @@ bool CImapConnection::Open(const CImapAccount& account, const std::string& passw
             return false;
         }
     }
-    if (account.tunnel.empty() && m_session->imap_state == MAILIMAP_STATE_NON_AUTHENTICATED &&
-        !Check(mailimap_login(m_session, account.user.c_str(), password.c_str()),
-               ("Anmeldung von " + account.user + " an " + where).c_str(), error))
-        return Close(), false;
+    m_loginRefused = false;
+    if (account.tunnel.empty() && m_session->imap_state == MAILIMAP_STATE_NON_AUTHENTICATED) {
+        const std::string signIn = "Anmeldung von " + account.user + " an " + where;
+        if (account.oauth2.enabled) {
+            if (!SignInWithToken(account, password, signIn, error)) return Close(), false;
+        } else if (const int result = mailimap_login(m_session, account.user.c_str(), password.c_str());
+                   !Check(result, signIn.c_str(), error)) {
+            m_loginRefused = result == MAILIMAP_ERROR_LOGIN;
+            return Close(), false;
+        }
+    }
     struct mailimap_capability_data* capabilities = nullptr;
     if (mailimap_capability(m_session, &capabilities) == MAILIMAP_NO_ERROR && capabilities)
         mailimap_capability_data_free(capabilities);
     return true;
+}
+
+bool CImapConnection::SignInWithToken(const CImapAccount& account, const std::string& token,
+                                      const std::string& signIn, std::string& error) {
+    // The mechanisms a server offers may change with TLS: asked for anew.
+    struct mailimap_capability_data* capabilities = nullptr;
+    if (mailimap_capability(m_session, &capabilities) == MAILIMAP_NO_ERROR && capabilities)
+        mailimap_capability_data_free(capabilities);
+    std::string mechanism;
+    switch (AuthenticateWithBearer(m_session, account.user, account.host, account.port, token, mechanism)) {
+        case EBearerOutcome::SignedIn:
+            return true;
+        case EBearerOutcome::Refused:
+            m_loginRefused = true;
+            error = signIn + " mit " + mechanism + " abgelehnt";
+            return false;
+        case EBearerOutcome::NoMechanism:
+            error = signIn + ": der Server bietet weder OAUTHBEARER noch XOAUTH2 an";
+            return false;
+        case EBearerOutcome::Broken:
+            break;
+    }
+    error = signIn + " mit " + mechanism + ": keine Verbindung zum Server";
+    return false;
 }
 
 bool CImapConnection::List(std::vector<CImapMailbox>& mailboxes, std::string& error) {

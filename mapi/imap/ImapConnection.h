@@ -76,8 +76,11 @@ public:
     CImapConnection(const CImapConnection&) = delete;
     CImapConnection& operator=(const CImapConnection&) = delete;
 
-    // Connects and logs in (password is not used for a tunnel). A connection open before is closed first.
+    // Connects and logs in (password is not used for a tunnel; for an account signed in with OAuth2 it is
+    // the access token). A connection open before is closed first.
     bool Open(const CImapAccount& account, const std::string& password, std::string& error);
+    // Whether the last Open failed because the server refused the password or token.
+    bool LoginRefused() const { return m_loginRefused; }
     bool IsOpen() const;
     void Close();
     bool HasCapability(const char* name) const;
@@ -140,6 +143,9 @@ private:
     // A tunnel's server is logged in already: what came before its PREAUTH is read here, never answered
     // with a LOGIN.
     bool AwaitPreauth(std::string& error);
+    // SASL with the access token (ImapSasl.h); signIn names the attempt in error.
+    bool SignInWithToken(const CImapAccount& account, const std::string& token, const std::string& signIn,
+                         std::string& error);
     // Removes the message just marked deleted, and no other.
     bool ExpungeOnly(std::uint32_t uid, std::string& error);
     // UID FETCH fromUid:toUid (items; toUid 0 for "*"), read as it arrives (see ImapFetchReader.h);
@@ -153,6 +159,7 @@ private:
     unsigned m_ownTag = 0;  // the tags of the commands sent past libetpan
     pid_t m_tunnel = -1;    // the tunnel command, while it runs
     std::vector<std::string> m_greetingNotes;
+    bool m_loginRefused = false;
 };
 
 }  // namespace velmar::mapi

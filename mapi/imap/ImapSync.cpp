@@ -13,6 +13,7 @@
 
 #include "mapi/imap/ImapMailboxName.h"
 #include "mapi/imap/ImapMessageParts.h"
+#include "mapi/oauth/AccessTokens.h"
 #include "mapi/provider/AccountSecrets.h"
 #include "mapi/provider/MaildirWriter.h"
 #include "support/FileDescriptor.h"
@@ -244,6 +245,20 @@ bool CImapSync::Connect(CImapConnection& connection, std::string& error) {
     if (!account.tunnel.empty()) {
         if (!ProfileFileTrusted(ProfilesFilePath(), "imaptunnel", EProfileTrust::Command, error))
             return false;
+    } else if (account.oauth2.enabled) {
+        // A token the server refuses is dropped and one more is asked for: it may have been revoked, or
+        // have expired before its time.
+        for (int attempt = 0; attempt < 2; ++attempt) {
+            const CAccessToken token = CurrentAccessToken(account.oauth2, ProfilesFilePath());
+            if (!token.token) {
+                error = token.error;
+                return false;
+            }
+            if (connection.Open(account, *token.token, error)) return true;
+            if (!connection.LoginRefused()) return false;
+            ForgetAccessToken(account.oauth2);
+        }
+        return false;
     } else if (!account.passwordEval.empty()) {
         password =
             PasswordFromProfileCommand(account.passwordEval, "passwordeval", ProfilesFilePath(), error);

@@ -60,7 +60,7 @@ void ChooseOneDefault(auto& items) {
 CProfile EmbeddedProfile() {
     CStoreConfig store;
     store.displayName = L"Postfach";
-    store.path = XdgFolder("XDG_DATA_HOME", ".local/share") + "/velmar-mapi/Maildir";
+    store.path = DataFolder() + "/Maildir";
     const std::string user = Environment("USER");
     store.ownerAddress = Utf8ToWide((user.empty() ? std::string("user") : user) + "@localhost");
     store.isDefault = true;
@@ -103,7 +103,8 @@ bool ParseImapUrl(const std::string& url, CImapAccount& account) {
 }
 
 // Applies a store key of an IMAP account ("imap", "user", "passwordeval", "password", "cafile",
-// "imaptunnel"); false for a key that is not one. An "imap" URL that cannot be read leaves the URL empty.
+// "imaptunnel", "auth", "oauth2.*"); false for a key that is not one. An "imap" URL that cannot be read
+// leaves the URL empty.
 bool ApplyImapKey(CImapAccount& account, const std::wstring& field, const std::wstring& value) {
     if (IniNamesEqual(field, L"imap")) {
         if (!ParseImapUrl(WideToUtf8(value), account)) account.url.clear();
@@ -118,7 +119,7 @@ bool ApplyImapKey(CImapAccount& account, const std::wstring& field, const std::w
     } else if (IniNamesEqual(field, L"imaptunnel")) {
         account.tunnel = WideToUtf8(value);
     } else {
-        return false;
+        return ApplyOAuth2Key(account.oauth2, WideToUtf8(field), WideToUtf8(value));
     }
     return true;
 }
@@ -181,11 +182,14 @@ CProfile ProfileFromSection(const CIniSection& section, const std::string& baseF
             char folder[32];
             std::snprintf(folder, sizeof folder, "%016llx",
                           static_cast<unsigned long long>(StoreIdForPath(account.user + "@" + name)));
-            store.path = XdgFolder("XDG_DATA_HOME", ".local/share") + "/velmar-mapi/imap/" + folder;
+            store.path = DataFolder() + "/imap/" + folder;
+            account.oauth2.tokenKey = std::string("imap-") + folder;
         }
         if (store.path.empty()) continue;  // a store without a folder cannot be opened
         if (store.displayName.empty()) store.displayName = L"Store " + std::to_wstring(number);
+        if (store.imap) store.imap->oauth2.signInName = WideToUtf8(store.displayName);
         store.id = StoreIdForPath(store.path);
+        store.number = number;
         profile.stores.push_back(store);
     }
     ChooseOneDefault(profile.stores);
@@ -203,6 +207,10 @@ std::wstring OwnerName(const CStoreConfig& store) {
 
 std::string CacheFolder() {
     return XdgFolder("XDG_CACHE_HOME", ".cache") + "/velmar-mapi";
+}
+
+std::string DataFolder() {
+    return XdgFolder("XDG_DATA_HOME", ".local/share") + "/velmar-mapi";
 }
 
 std::string ProfilesFilePath() {

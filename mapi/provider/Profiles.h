@@ -14,6 +14,8 @@
 //                                     ; password) or store2.password (only in a file nobody else can read),
 //                                     ; store2.cafile (a CA bundle for a private server), store2.imaptunnel
 //                                     (a ; command whose input and output speak IMAP, logged in already)
+//   store2.auth = oauth2              ; signed in with OAuth2 instead: the store2.oauth2.* keys, see
+//                                     ; OAuth2Account.h
 //   contact1.name = Anna Beispiel     ; a name the address book resolves
 //   contact1.address = anna@example.org
 //   smtp.url = smtp://mail.example.org:587   ; and the other smtp.* keys: see the spooler (SmtpSettings.h)
@@ -31,6 +33,8 @@
 #include <utility>
 #include <vector>
 
+#include "mapi/provider/OAuth2Account.h"
+
 namespace velmar::mapi {
 
 // The IMAP account of a store whose mail lives on a server.
@@ -46,6 +50,7 @@ struct CImapAccount {
     std::string caFile;
     // A command whose standard input and output speak IMAP, already logged in ("ssh host imapd").
     std::string tunnel;
+    COAuth2Account oauth2;  // enabled: signed in with an access token instead of the password
 };
 
 struct CStoreConfig {
@@ -57,6 +62,7 @@ struct CStoreConfig {
     std::wstring ownerName;  // as the profile gives it; empty when it gives none
     bool isDefault = false;
     std::uint64_t id = 0;              // StoreIdForPath(path)
+    unsigned number = 0;               // N of its storeN keys
     std::optional<CImapAccount> imap;  // set for a store on an IMAP server
 };
 
@@ -87,5 +93,8 @@ std::string ProfilesFilePath();
 // The folder for what the provider keeps of its own about a store (IMAP indexes, cached messages):
 // $XDG_CACHE_HOME/velmar-mapi (~/.cache by default).
 std::string CacheFolder();
+// The folder for what the provider keeps of its own that must last (the embedded profile's Maildir, the IMAP
+// stores' Outboxes, refresh tokens): $XDG_DATA_HOME/velmar-mapi (~/.local/share by default).
+std::string DataFolder();
 
 }  // namespace velmar::mapi

@@ -2,6 +2,7 @@
 // turned into who was served, who was refused for good, and why the others wait.
 #include <algorithm>
 
+#include "mapi/oauth/AccessTokens.h"
 #include "mapi/spool/QueuedMessage.h"
 #include "mapi/spool/RemoteDelivery.h"
 #include "mapi/spool/SmtpSettings.h"
@@ -11,12 +12,7 @@
 namespace velmar::mapi {
 namespace {
 
-CSmtpSettings SmtpSettingsOf(const CProfile& profile) {
-    CSmtpSettings settings;
-    for (const auto& [key, value] : profile.settings)
-        ApplySmtpSetting(settings, WideToUtf8(key), WideToUtf8(value));
-    return settings;
-}
+constexpr int kAuthenticationFailed = 535;
 
 std::string ReplyText(int code, const std::string& text) {
     return (code ? std::to_string(code) + " " : std::string()) + text;
@@ -31,14 +27,34 @@ public:
                           const std::atomic<bool>& cancel) const override {
         CRemoteResult result;
         const CSmtpSettings settings = SmtpSettingsOf(profile);
-        std::string error;
-        const std::optional<std::string> password = ResolveSmtpPassword(settings, ProfilesFilePath(), error);
-        if (!password) {
-            result.problem = "SMTP password: " + error;
-            return result;
+        const std::string mime = ToCrlf(message);
+        CSmtpResult sent;
+        if (settings.SignsInWithOAuth2()) {
+            const std::optional<COAuth2Account> account =
+                SmtpOAuth2Account(profile, settings, result.problem);
+            if (!account) return result;
+            // A token the server refuses is dropped, and one more is asked for: it may have been revoked or
+            // have expired early.
+            for (int attempt = 0; attempt < 2; ++attempt) {
+                const CAccessToken token = CurrentAccessToken(*account, ProfilesFilePath());
+                if (!token.token) {
+                    result.problem = "SMTP: " + token.error;
+                    return result;
+                }
+                sent = SubmitBySmtp(settings, *token.token, from, recipients, mime, &cancel);
+                if (sent.code != kAuthenticationFailed) break;
+                ForgetAccessToken(*account);
+            }
+        } else {
+            std::string error;
+            const std::optional<std::string> password =
+                ResolveSmtpPassword(settings, ProfilesFilePath(), error);
+            if (!password) {
+                result.problem = "SMTP password: " + error;
+                return result;
+            }
+            sent = SubmitBySmtp(settings, *password, from, recipients, mime, &cancel);
         }
-        const CSmtpResult sent =
-            SubmitBySmtp(settings, *password, from, recipients, ToCrlf(message), &cancel);
         if (sent.outcome == SmtpOutcome::Permanent) {
             // The message itself was refused: every recipient, with its own words where it had them.
             for (const std::string& recipient : recipients) {

@@ -1,8 +1,12 @@
 #include "mapi/spool/SmtpSettings.h"
 
 #include <cctype>
+#include <cstdio>
+#include <cstdlib>
 
 #include "mapi/provider/AccountSecrets.h"
+#include "mapi/provider/EntryId.h"
+#include "support/Utf8.h"
 
 namespace velmar::mapi {
 namespace {
@@ -45,8 +49,12 @@ bool ApplySmtpSetting(CSmtpSettings& settings, std::string_view key, std::string
         settings.password = std::string(value);
     } else if (name == "smtp.cafile") {
         settings.caFile = text;
+    } else if (name == "smtp.oauth2.store") {
+        const unsigned long number = std::strtoul(text.c_str(), nullptr, 10);
+        if (number == 0 || number > 100000) return false;
+        settings.oauth2Store = static_cast<unsigned>(number);
     } else {
-        return false;
+        return name.starts_with("smtp.") && ApplyOAuth2Key(settings.oauth2, name.substr(5), value);
     }
     return true;
 }
@@ -62,6 +70,32 @@ std::optional<std::string> ResolveSmtpPassword(const CSmtpSettings& settings, co
         return PasswordFromProfileCommand(settings.passwordEval, "smtp.passwordeval", profileFile, error);
     if (settings.password.empty()) return std::string();
     return PasswordFromProfile(settings.password, "smtp.password", profileFile, error);
+}
+
+CSmtpSettings SmtpSettingsOf(const CProfile& profile) {
+    CSmtpSettings settings;
+    for (const auto& [key, value] : profile.settings)
+        ApplySmtpSetting(settings, WideToUtf8(key), WideToUtf8(value));
+    return settings;
+}
+
+std::optional<COAuth2Account> SmtpOAuth2Account(const CProfile& profile, const CSmtpSettings& settings,
+                                                std::string& problem) {
+    if (settings.oauth2Store) {
+        for (const CStoreConfig& store : profile.stores)
+            if (store.number == settings.oauth2Store && store.imap && store.imap->oauth2.enabled)
+                return store.imap->oauth2;
+        problem = "smtp.oauth2.store " + std::to_string(settings.oauth2Store) +
+                  " ist kein IMAP-Postfach mit auth = oauth2";
+        return std::nullopt;
+    }
+    COAuth2Account account = settings.oauth2;
+    char key[32];
+    std::snprintf(key, sizeof key, "smtp-%016llx",
+                  static_cast<unsigned long long>(StoreIdForPath(WideToUtf8(profile.name))));
+    account.tokenKey = key;
+    account.signInName = kSmtpSignInName;
+    return account;
 }
 
 }  // namespace velmar::mapi

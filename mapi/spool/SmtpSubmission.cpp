@@ -1,12 +1,11 @@
 #include "mapi/spool/SmtpSubmission.h"
 
-#include <curl/curl.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <memory>
-#include <mutex>
+
+#include "mapi/oauth/CurlTransfer.h"
 
 namespace velmar::mapi {
 namespace {
@@ -24,35 +23,6 @@ constexpr CURLoption kAllowFailingRecipients = CURLOPT_MAIL_RCPT_ALLOWFAILS;
 // libcurl before 8.2 spells it with three L.
 constexpr CURLoption kAllowFailingRecipients = CURLOPT_MAIL_RCPT_ALLLOWFAILS;
 #endif
-
-struct CEasyDeleter {
-    void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
-};
-struct CListDeleter {
-    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-};
-using CEasyHandle = std::unique_ptr<CURL, CEasyDeleter>;
-using CStringList = std::unique_ptr<curl_slist, CListDeleter>;
-
-void InitializeCurl() {
-    static std::once_flag once;
-    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
-}
-
-// Sets options one after the other and keeps the first refusal, so one check after them all will do.
-class COptionSetter {
-public:
-    explicit COptionSetter(CURL* easy) : m_easy(easy) {}
-    template <typename T>
-    void Set(CURLoption option, T value) {
-        if (m_result == CURLE_OK) m_result = curl_easy_setopt(m_easy, option, value);
-    }
-    CURLcode Result() const { return m_result; }
-
-private:
-    CURL* m_easy;
-    CURLcode m_result = CURLE_OK;
-};
 
 // What goes up: the caller's message, copied straight into libcurl's buffer.
 struct CUpload {
@@ -324,7 +294,10 @@ CSmtpResult SubmitBySmtp(const CSmtpSettings& settings, const std::string& passw
     options.Set(CURLOPT_USE_SSL, CurlSslLevel(EffectiveStartTls(settings)));
     options.Set(CURLOPT_SSL_VERIFYPEER, 1L);
     options.Set(CURLOPT_SSL_VERIFYHOST, 2L);
-    if (!settings.user.empty()) {
+    if (settings.SignsInWithOAuth2()) {
+        options.Set(CURLOPT_USERNAME, settings.user.c_str());
+        options.Set(CURLOPT_XOAUTH2_BEARER, password.c_str());
+    } else if (!settings.user.empty()) {
         options.Set(CURLOPT_USERNAME, settings.user.c_str());
         options.Set(CURLOPT_PASSWORD, password.c_str());
     }

@@ -36,7 +36,9 @@ bool IsPermanentRefusal(int code);
 
 // Sends mime (the whole message, CR LF line ends; read in place, not copied) from `from` to the recipients
 // (bare addresses) through the server of settings, logging on with settings.user and password when a user
-// is set. Nothing is written anywhere, the password least of all. The outcome:
+// is set; for an account that signs in with OAuth2, password is the access token, offered by SASL
+// OAUTHBEARER where the server takes it, else XOAUTH2. Nothing is written anywhere, the password least of
+// all. The outcome:
 //   Accepted: the server took the data for every recipient whose RCPT TO got a 2xx reply; those refused
 //     are listed with their replies, for the caller to report (IsPermanentRefusal) or try again.
 //   Temporary: nothing was taken, and a later try may work: no connection, a lost or stalled one, TLS that

@@ -12,6 +12,8 @@
 #   trimmed          only IMAP4rev1 and LITERAL+ announced (no IDLE, MOVE, UIDPLUS, CONDSTORE, SPECIAL-USE,
 #                    NAMESPACE), separator "/", no folders marked or made
 #   no-create        as the default, but no folder can be made (the mail folder is not the mail user's)
+# DOVECOT_OAUTH2_URL (an RFC 7662 introspection endpoint) makes it take OAuth2 access tokens too, by SASL
+# OAUTHBEARER and XOAUTH2, and offer its SASL to a Postfix on port + 2.
 set -euo pipefail
 command=$1 folder=$(realpath -m "$2")
 conf=$folder/conf
@@ -60,7 +62,30 @@ no-create)
     echo "unknown DOVECOT_FLAVOUR $flavour" >&2
     exit 2 ;;
 esac
+mechanisms='plain login'
+oauth2_passdb=
+sasl_listener=
+if [ -n "${DOVECOT_OAUTH2_URL:-}" ]; then
+    mechanisms='plain login oauthbearer xoauth2'
+    oauth2_passdb="passdb {
+  driver = oauth2
+  mechanisms = xoauth2 oauthbearer
+  args = $conf/dovecot-oauth2.conf.ext
+}"
+    sasl_listener="  inet_listener sasl {
+    address = 127.0.0.1
+    port = $((port + 2))
+  }"
+fi
 mkdir -p "$conf" "$folder/run" "$folder/state" "$folder/mail"
+cat >"$conf/dovecot-oauth2.conf.ext" <<CONF
+introspection_mode = post
+introspection_url = ${DOVECOT_OAUTH2_URL:-}
+username_attribute = username
+active_attribute = active
+active_value = true
+force_introspection = yes
+CONF
 chmod 0755 "$folder" "$folder/mail"
 : >"$conf/users"
 for user in "$@"; do
@@ -93,12 +118,14 @@ ssl = yes
 ssl_cert = <$conf/server.pem
 ssl_key = <$conf/server.key
 disable_plaintext_auth = no
-auth_mechanisms = plain login
+auth_mechanisms = $mechanisms
 default_internal_user = dovecot
 default_login_user = dovenull
 first_valid_uid = 1
+$oauth2_passdb
 passdb {
   driver = passwd-file
+  mechanisms = plain login none
   args = scheme=PLAIN $conf/users
 }
 userdb {
@@ -129,6 +156,9 @@ service imap-login {
 service anvil {
   chroot =
 }
+service auth {
+$sasl_listener
+}
 service stats {
   inet_listener http {
     port = 0
@@ -137,7 +167,7 @@ service stats {
 CONF
 # A tunnel runs Dovecot's imap program as the mail user, which reads this configuration.
 chmod 0755 "$conf"
-chmod 0644 "$conf/dovecot.conf" "$conf/users"
+chmod 0644 "$conf/dovecot.conf" "$conf/users" "$conf/dovecot-oauth2.conf.ext"
 dovecot -c "$conf/dovecot.conf"
 for _ in $(seq 100); do
     if exec 3<>"/dev/tcp/127.0.0.1/$port" 2>/dev/null; then

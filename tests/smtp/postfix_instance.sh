@@ -3,6 +3,8 @@
 # SMTP listener on a loopback port, and virtual delivery of example.test mail into <folder>/mail/<user>/.
 #   postfix_instance.sh start <folder> <port> <user>...   (as root; prints READY once it listens)
 #   postfix_instance.sh stop <folder>
+# POSTFIX_SASL=inet:127.0.0.1:<port> (a Dovecot's SASL) makes it take mail only from a client that signed in
+# through it.
 set -euo pipefail
 command=$1 folder=$2
 conf=$folder/conf
@@ -50,6 +52,14 @@ smtputf8_enable = no
 maillog_file_prefixes = /var, /dev/stdout, $folder
 maillog_file = $folder/postfix.log
 CONF
+if [ -n "${POSTFIX_SASL:-}" ]; then
+    cat >>"$conf/main.cf" <<CONF
+smtpd_sasl_auth_enable = yes
+smtpd_sasl_type = dovecot
+smtpd_sasl_path = $POSTFIX_SASL
+smtpd_client_restrictions = permit_sasl_authenticated, reject
+CONF
+fi
 cat >"$conf/master.cf" <<CONF
 127.0.0.1:$port inet n - n - - smtpd
 pickup    unix  n - n 60   1 pickup
