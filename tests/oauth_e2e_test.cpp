@@ -6,11 +6,15 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <signal.h>
+
 #include <cstdio>
+#include <cstdlib>
 
 #include "harness/DovecotServer.h"
 #include "harness/OAuthTestServer.h"
 #include "harness/PostfixServer.h"
+#include "harness/ShellCommand.h"
 #include "tests/SendServiceFixture.h"
 
 namespace {
@@ -23,6 +27,40 @@ namespace fs = std::filesystem;
 constexpr int kShortTokenSeconds = 4;
 constexpr int kTokenSeconds = 60;
 
+// A session bus of the test's own with an unlocked keyring on it (gnome-keyring-daemon's Secret Service),
+// named to the processes the test starts from now on; gone with the object.
+class CKeyringSession {
+public:
+    explicit CKeyringSession(const fs::path& folder) {
+        fs::create_directories(folder);
+        fs::permissions(folder, fs::perms::owner_all);
+        const std::string started =
+            CommandOutput("dbus-daemon --session --fork --print-address=1 --print-pid=1");
+        const size_t line = started.find('\n');
+        if (line == std::string::npos) return;
+        m_address = started.substr(0, line);
+        m_pid = std::atoi(started.c_str() + line + 1);
+        CommandOutput("DBUS_SESSION_BUS_ADDRESS='" + m_address + "' XDG_RUNTIME_DIR='" + folder.string() +
+                      "' sh -c 'echo -n velmar | gnome-keyring-daemon --unlock --components=secrets'");
+        SetEnvironment("DBUS_SESSION_BUS_ADDRESS", m_address);
+    }
+    ~CKeyringSession() {
+        unsetenv("DBUS_SESSION_BUS_ADDRESS");
+        if (m_pid > 0) kill(m_pid, SIGTERM);  // the keyring daemon leaves with its bus
+    }
+    bool Ready() const { return m_pid > 0; }
+    // The labels of the refresh tokens kept there.
+    std::string Items() const {
+        return CommandOutput(
+            "DBUS_SESSION_BUS_ADDRESS='" + m_address +
+            "' secret-tool search --all xdg:schema de.velmar.TaskScheduler.RefreshToken 2>&1");
+    }
+
+private:
+    std::string m_address;
+    int m_pid = 0;
+};
+
 std::string Mail(const std::string& id, const std::string& subject) {
     return "From: Berta <berta@example.org>\r\nTo: Anna <anna@example.org>\r\nSubject: " + subject +
            "\r\nMessage-ID: " + id + "\r\n\r\nHallo.\r\n";
@@ -34,6 +72,9 @@ protected:
         if (geteuid() != 0 || !fs::exists("/usr/sbin/postfix"))
             GTEST_SKIP() << "needs Dovecot, Postfix and root";
         CSendServiceTest::SetUp();
+        // No keyring of the user's: the refresh tokens go into files of the test's, unless a test starts
+        // a keyring of its own.
+        unsetenv("DBUS_SESSION_BUS_ADDRESS");
         SetEnvironment("XDG_CACHE_HOME", (m_dir / "cache").string());
         SetEnvironment("XDG_DATA_HOME", (m_dir / "data").string());
     }
@@ -174,6 +215,23 @@ TEST_F(OAuth2Accounts, ARevokedSignInKeepsMailQueuedUntilTheUserSignsInAgain) {
     EXPECT_TRUE(WaitForEmpty("one", ".Outbox"));
     std::this_thread::sleep_for(std::chrono::seconds(1));
     EXPECT_EQ(m_postfix->Delivered("anna").size(), 2u) << "each message once";
+    ExpectNoTokenShown();
+}
+
+// Where a Secret Service runs, the refresh token goes there and no file holds it.
+TEST_F(OAuth2Accounts, TheRefreshTokenIsKeptInTheSecretServiceWhereOneRuns) {
+    ASSERT_NO_FATAL_FAILURE(StartServers(kTokenSeconds));
+    const CKeyringSession keyring(m_dir / "keyring");
+    ASSERT_TRUE(keyring.Ready());
+    WriteOAuth2Profile(OwnTokens());
+    m_dovecot->Deliver("anna", "INBOX", Mail("<schluessel@example.org>", "Im Schlüsselbund"));
+    EXPECT_NE(Authorize().find("Angemeldet: Firma"), std::string::npos);
+    EXPECT_NE(keyring.Items().find("label = VelmarTaskScheduler OAuth2 imap-"), std::string::npos)
+        << keyring.Items();
+    EXPECT_FALSE(fs::exists(m_dir / "data/velmar-mapi/oauth2") &&
+                 !fs::is_empty(m_dir / "data/velmar-mapi/oauth2"));
+    Start();
+    EXPECT_STREQ(DataOnceFound("<schluessel@example.org>")->StringOf("subject"), "Im Schlüsselbund");
     ExpectNoTokenShown();
 }
 

@@ -4,8 +4,11 @@
 #include <unistd.h>
 #include <sys/stat.h>
 
+#include <libsecret/secret.h>
+
 #include <cctype>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 #include "mapi/provider/Profiles.h"
@@ -15,6 +18,47 @@ namespace velmar::mapi {
 namespace {
 
 constexpr size_t kMaxTokenBytes = 16 * 1024;
+
+// The refresh tokens in the Secret Service: one item per account, found by its key.
+const SecretSchema* TokenSchema() {
+    static const SecretSchema schema = [] {
+        SecretSchema made{};
+        made.name = "de.velmar.TaskScheduler.RefreshToken";
+        made.flags = SECRET_SCHEMA_NONE;
+        made.attributes[0] = {"account", SECRET_SCHEMA_ATTRIBUTE_STRING};
+        return made;
+    }();
+    return &schema;
+}
+
+// Without a session bus there is no Secret Service to ask, and asking would only wait.
+bool SessionBus() {
+    const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
+    return address && *address;
+}
+
+std::optional<std::string> LoadFromSecretService(const std::string& key) {
+    if (!SessionBus()) return std::nullopt;
+    GError* error = nullptr;
+    gchar* found =
+        secret_password_lookup_sync(TokenSchema(), nullptr, &error, "account", key.c_str(), nullptr);
+    if (error) g_error_free(error);
+    if (!found) return std::nullopt;
+    std::string token = found;
+    secret_password_free(found);
+    return token;
+}
+
+bool SaveToSecretService(const std::string& key, const std::string& token) {
+    if (!SessionBus()) return false;
+    GError* error = nullptr;
+    const std::string label = "VelmarTaskScheduler OAuth2 " + key;
+    const gboolean stored =
+        secret_password_store_sync(TokenSchema(), SECRET_COLLECTION_DEFAULT, label.c_str(), token.c_str(),
+                                   nullptr, &error, "account", key.c_str(), nullptr);
+    if (error) g_error_free(error);
+    return stored;
+}
 
 // Keys are ours ("imap-…", "smtp-…"); anything else never names a file.
 bool UsableKey(const std::string& key) {
@@ -51,6 +95,7 @@ bool PrivateFolder(std::string& error) {
 
 std::optional<std::string> LoadRefreshToken(const std::string& key) {
     if (!UsableKey(key)) return std::nullopt;
+    if (std::optional<std::string> kept = LoadFromSecretService(key)) return kept;
     const velmar::CFileDescriptor file(
         open((TokenFolder() + "/" + key).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
     struct stat info {};
@@ -70,8 +115,13 @@ bool SaveRefreshToken(const std::string& key, const std::string& token, std::str
         error = "kein Name für das Token";
         return false;
     }
-    if (!PrivateFolder(error)) return false;
     const std::string path = TokenFolder() + "/" + key;
+    if (SaveToSecretService(key, token)) {
+        // An older copy in a file would outlive the one the user can see and remove in the keyring.
+        unlink(path.c_str());
+        return true;
+    }
+    if (!PrivateFolder(error)) return false;
     const std::string temporary = path + ".new";
     unlink(temporary.c_str());
     velmar::CFileDescriptor file(

@@ -1,5 +1,7 @@
-// Where an account's refresh token is kept between runs: a file of its own under DataFolder()/oauth2 that
-// only the user can read, in a folder only the user can enter. Written whole or not at all.
+// Where an account's refresh token is kept between runs: in the desktop's Secret Service (its default
+// collection, through libsecret) where a session bus is and the service answers; else in a file of its own
+// under DataFolder()/oauth2 that only the user can read, in a folder only the user can enter, written whole
+// or not at all.
 #pragma once
 
 #include <optional>
