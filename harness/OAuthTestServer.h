@@ -45,6 +45,11 @@ public:
         answer->Load(CommandOutput(command));
         return answer;
     }
+    // Opens url as the user's browser does when the user agrees to everything; the last page it showed.
+    std::string Open(const std::string& url) const {
+        return CommandOutput(std::string("/usr/bin/python3 ") + VELMAR_OAUTH_TEST_SERVER + " open '" + url +
+                             "'");
+    }
     // A count of /stats: "refreshes", "introspections", "device_polls".
     int Count(const char* name) const { return Call("/stats")->IntOf(name); }
     // Every token it has handed out, access and refresh.

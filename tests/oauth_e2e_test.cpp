@@ -46,6 +46,9 @@ public:
     }
     ~CKeyringSession() {
         unsetenv("DBUS_SESSION_BUS_ADDRESS");
+        // And no browser of the user's: the test is the browser.
+        unsetenv("DISPLAY");
+        unsetenv("WAYLAND_DISPLAY");
         if (m_pid > 0) kill(m_pid, SIGTERM);  // the keyring daemon leaves with its bus
     }
     bool Ready() const { return m_pid > 0; }
@@ -75,6 +78,9 @@ protected:
         // No keyring of the user's: the refresh tokens go into files of the test's, unless a test starts
         // a keyring of its own.
         unsetenv("DBUS_SESSION_BUS_ADDRESS");
+        // And no browser of the user's: the test is the browser.
+        unsetenv("DISPLAY");
+        unsetenv("WAYLAND_DISPLAY");
         SetEnvironment("XDG_CACHE_HOME", (m_dir / "cache").string());
         SetEnvironment("XDG_DATA_HOME", (m_dir / "data").string());
     }
@@ -119,9 +125,13 @@ protected:
             printed += line;
             const std::string text = line;
             const size_t code = text.find("den Code ");
+            const size_t browser = text.find("im Browser http");
             if (code != std::string::npos)
                 m_oauth->Call("/verify",
                               {"user_code=" + text.substr(code + 9, text.find(' ', code + 9) - code - 9)});
+            else if (browser != std::string::npos)
+                m_browserPage =
+                    m_oauth->Open(text.substr(browser + 11, text.find_last_not_of("\r\n") - browser - 10));
         }
         EXPECT_EQ(pclose(program), 0) << printed;
         return printed;
@@ -144,6 +154,7 @@ protected:
             EXPECT_EQ(shown.find(token), std::string::npos) << "a token in the activity list";
     }
 
+    std::string m_browserPage;  // what the browser showed at the end of a sign-in in it
     std::optional<COAuthTestServer> m_oauth;
     std::optional<CDovecotServer> m_dovecot;
     std::optional<CPostfixServer> m_postfix;
@@ -232,6 +243,25 @@ TEST_F(OAuth2Accounts, TheRefreshTokenIsKeptInTheSecretServiceWhereOneRuns) {
                  !fs::is_empty(m_dir / "data/velmar-mapi/oauth2"));
     Start();
     EXPECT_STREQ(DataOnceFound("<schluessel@example.org>")->StringOf("subject"), "Im Schlüsselbund");
+    ExpectNoTokenShown();
+}
+
+// Without a device endpoint the sign-in is in the browser: the authorization code with PKCE comes back to a
+// loopback port of the sign-in's own.
+TEST_F(OAuth2Accounts, ASignInInTheBrowserComesBackToThisMachine) {
+    ASSERT_NO_FATAL_FAILURE(StartServers(kTokenSeconds));
+    WriteOAuth2Profile("store2.oauth2.token_url = " + m_oauth->Url("/token") +
+                       "\nstore2.oauth2.authorize_url = " + m_oauth->Url("/authorize") +
+                       "\nstore2.oauth2.client_id = velmar-test\nstore2.oauth2.scope = mail\n");
+    m_dovecot->Deliver("anna", "INBOX", Mail("<browser@example.org>", "Aus dem Browser"));
+    const std::string printed = Authorize();
+    EXPECT_NE(printed.find("öffnen Sie im Browser " + m_oauth->Url("/authorize?response_type=code")),
+              std::string::npos)
+        << printed;
+    EXPECT_NE(printed.find("Angemeldet: Firma"), std::string::npos) << printed;
+    EXPECT_NE(m_browserPage.find("Sie können dieses Fenster schließen"), std::string::npos) << m_browserPage;
+    Start();
+    EXPECT_STREQ(DataOnceFound("<browser@example.org>")->StringOf("subject"), "Aus dem Browser");
     ExpectNoTokenShown();
 }
 

@@ -1,8 +1,9 @@
-// velmar-authorize <name>: signs an account of the profiles in once, by the device flow, and keeps its
-// refresh token for the service (what "VelmarTaskScheduler --authorize <name>" runs). The name is an IMAP
-// store's display name, or "SMTP" for a profile's SMTP account of its own; the default profile is looked at
-// first.
+// velmar-authorize <name>: signs an account of the profiles in once, by the device flow or in the browser,
+// and keeps its refresh token for the service (what "VelmarTaskScheduler --authorize <name>" runs). The name
+// is an IMAP store's display name, or "SMTP" for a profile's SMTP account of its own; the default profile is
+// looked at first.
 #include <strings.h>
+#include <sys/prctl.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -10,7 +11,9 @@
 #include <string>
 #include <vector>
 
+#include "mapi/oauth/BrowserAuthorization.h"
 #include "mapi/oauth/DeviceAuthorization.h"
+#include "mapi/oauth/Endpoints.h"
 #include "mapi/provider/Profiles.h"
 #include "mapi/spool/SmtpSettings.h"
 
@@ -40,6 +43,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "Aufruf: %s <Name des Postfachs | SMTP>\n", argv[0]);
         return 2;
     }
+    // It holds a refresh token for a while: no core file, no other process of the user's in its memory.
+    prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
     std::string error;
     const std::optional<COAuth2Account> account = AccountNamed(argv[1], error);
     if (account && !account->tokenEval.empty())
@@ -48,7 +53,14 @@ int main(int argc, char** argv) {
         std::printf("%s\n", line.c_str());
         std::fflush(stdout);
     };
-    if (!error.empty() || !AuthorizeByDevice(*account, say, error)) {
+    // Google's device flow does not cover mail: its accounts sign in in the browser, as do those of a server
+    // without a device endpoint.
+    const auto authorize = [&] {
+        if (account->provider == "google" || EndpointsOf(*account).deviceUrl.empty())
+            return AuthorizeInBrowser(*account, say, error);
+        return AuthorizeByDevice(*account, say, error);
+    };
+    if (!error.empty() || !authorize()) {
         std::fprintf(stderr, "Anmeldung fehlgeschlagen: %s\n", error.c_str());
         return 1;
     }

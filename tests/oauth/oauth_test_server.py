@@ -5,12 +5,17 @@
     oauth_test_server.py call <url> [name=value ...]   posts a form and prints the answer (the test's hand)
     oauth_test_server.py token <url>                  prints a fresh access token from <url>/issue alone,
                                                       as a token helper of a mail program does
+    oauth_test_server.py open <url>                   opens an address as a browser whose user agrees
 
-Endpoints: /device (RFC 8628 device authorization), /token (device_code and refresh_token grants),
+Endpoints: /device (RFC 8628 device authorization), /authorize (the authorization code grant, PKCE S256
+required, redirects only to a loopback address), /token (device_code, authorization_code and refresh_token
+grants),
 /introspect (RFC 7662, for Dovecot), and the test's controls: /verify (the user enters the code), /issue
 (an access token for a token helper), /revoke (every refresh token), /expire (every access token),
 /stats, /tokens (every token handed out). Access tokens live --lifetime seconds.
 """
+import base64
+import hashlib
 import json
 import secrets
 import sys
@@ -28,6 +33,7 @@ class State:
         self.lock = threading.Lock()
         self.lifetime = lifetime
         self.devices = {}  # device_code -> {"user_code", "approved", "user"}
+        self.codes = {}  # authorization code -> {"challenge", "redirect_uri", "user"}
         self.refresh = {}  # refresh token -> {"user", "active"}
         self.access = {}  # access token -> {"user", "expires"}
         self.counts = {"refreshes": 0, "introspections": 0, "device_polls": 0}
@@ -59,6 +65,25 @@ class Handler(BaseHTTPRequestHandler):
         self.send_header("Content-Length", str(len(data)))
         self.end_headers()
         self.wfile.write(data)
+
+    def do_GET(self):
+        url = urllib.parse.urlparse(self.path)
+        query = {k: v[0] for k, v in urllib.parse.parse_qs(url.query).items()}
+        if url.path != "/authorize":
+            return self.answer(404, {"error": "not_found"})
+        redirect = query.get("redirect_uri", "")
+        if (query.get("response_type") != "code" or not query.get("client_id")
+                or query.get("code_challenge_method") != "S256" or len(query.get("code_challenge", "")) != 43
+                or not redirect.startswith("http://127.0.0.1:")):
+            return self.answer(400, {"error": "invalid_request"})
+        code = secrets.token_hex(16)
+        with self.state.lock:
+            self.state.codes[code] = {"challenge": query["code_challenge"], "redirect_uri": redirect, "user": USER}
+        self.send_response(302)
+        self.send_header("Location", redirect + "?" + urllib.parse.urlencode(
+            {"code": code, "state": query.get("state", "")}))
+        self.send_header("Content-Length", "0")
+        self.end_headers()
 
     def do_POST(self):
         length = int(self.headers.get("Content-Length", "0"))
@@ -97,6 +122,13 @@ class Handler(BaseHTTPRequestHandler):
                 return 400, {"error": "authorization_pending"}
             del self.state.devices[form["device_code"]]
             return 200, self.state.issue(device["user"], True)
+        if grant == "authorization_code":
+            code = self.state.codes.pop(form.get("code", ""), None)
+            verifier = form.get("code_verifier", "").encode()
+            challenge = base64.urlsafe_b64encode(hashlib.sha256(verifier).digest()).rstrip(b"=").decode()
+            if code is None or code["redirect_uri"] != form.get("redirect_uri") or code["challenge"] != challenge:
+                return 400, {"error": "invalid_grant"}
+            return 200, self.state.issue(code["user"], True)
         if grant == "refresh_token":
             self.state.counts["refreshes"] += 1
             refresh = self.state.refresh.get(form.get("refresh_token"))
@@ -153,6 +185,9 @@ def post(url, fields):
 if __name__ == "__main__":
     if sys.argv[1] == "serve":
         serve(sys.argv[2:])
+    elif sys.argv[1] == "open":
+        with urllib.request.urlopen(sys.argv[2], timeout=30) as page:
+            print(page.read().decode())
     elif sys.argv[1] == "token":
         print(json.loads(post(sys.argv[2] + "/issue", ["user=" + USER]))["access_token"])
     else:
