@@ -52,13 +52,16 @@ inline std::string FlavourTestName(EDovecotFlavour flavour) {
 class CDovecotServer {
 public:
     // The users log in with the password "geheim"; with an introspection URL (RFC 7662) also with the
-    // access tokens it calls active, and its SASL serves a Postfix on SaslPort().
+    // access tokens it calls active, by the SASL mechanisms named, and its SASL serves a Postfix on
+    // SaslPort().
     CDovecotServer(std::filesystem::path folder, std::vector<std::string> users,
-                   EDovecotFlavour flavour = EDovecotFlavour::Standard, std::string introspectionUrl = "")
+                   EDovecotFlavour flavour = EDovecotFlavour::Standard, std::string introspectionUrl = "",
+                   std::string tokenMechanisms = "oauthbearer xoauth2")
         : m_folder(std::move(folder)),
           m_users(std::move(users)),
           m_flavour(flavour),
-          m_introspectionUrl(std::move(introspectionUrl)) {
+          m_introspectionUrl(std::move(introspectionUrl)),
+          m_tokenMechanisms(std::move(tokenMechanisms)) {
         // Three ports in a row: STARTTLS, implicit TLS, SASL.
         for (int attempt = 0; attempt < 20 && m_port == 0; ++attempt) {
             const int port = FreeLoopbackPort();
@@ -72,9 +75,10 @@ public:
     CDovecotServer& operator=(const CDovecotServer&) = delete;
 
     bool Start() {
-        std::string command =
-            "DOVECOT_OAUTH2_URL='" + m_introspectionUrl + "' DOVECOT_FLAVOUR=" + FlavourName(m_flavour) +
-            " bash " VELMAR_DOVECOT_INSTANCE " start '" + m_folder.string() + "' " + std::to_string(m_port);
+        std::string command = "DOVECOT_OAUTH2_MECHANISMS='" + m_tokenMechanisms + "' DOVECOT_OAUTH2_URL='" +
+                              m_introspectionUrl + "' DOVECOT_FLAVOUR=" + FlavourName(m_flavour) +
+                              " bash " VELMAR_DOVECOT_INSTANCE " start '" + m_folder.string() + "' " +
+                              std::to_string(m_port);
         for (const std::string& user : m_users) command += " " + user;
         m_running = CommandOutput(command) == "READY\n";
         return m_running;
@@ -177,6 +181,7 @@ private:
     std::vector<std::string> m_users;
     EDovecotFlavour m_flavour;
     std::string m_introspectionUrl;
+    std::string m_tokenMechanisms;
     int m_port = 0;
     bool m_running = false;
 };

@@ -85,11 +85,12 @@ protected:
         SetEnvironment("XDG_DATA_HOME", (m_dir / "data").string());
     }
 
-    void StartServers(int tokenSeconds) {
+    // mechanisms: those the servers take tokens by.
+    void StartServers(int tokenSeconds, const std::string& mechanisms = "oauthbearer xoauth2") {
         m_oauth.emplace(m_dir / "oauth", tokenSeconds);
         ASSERT_TRUE(m_oauth->Ready()) << m_oauth->StartError();
         m_dovecot.emplace(m_dir / "dovecot", std::vector<std::string>{"anna"}, EDovecotFlavour::Standard,
-                          m_oauth->Url("/introspect"));
+                          m_oauth->Url("/introspect"), mechanisms);
         ASSERT_TRUE(m_dovecot->Ready()) << ReadFile(m_dir / "dovecot/dovecot.log");
         m_postfix.emplace(m_dir / "postfix", std::vector<std::string>{"anna"},
                           "inet:127.0.0.1:" + std::to_string(m_dovecot->SaslPort()));
@@ -266,8 +267,18 @@ TEST_F(OAuth2Accounts, ASignInInTheBrowserComesBackToThisMachine) {
 }
 
 // A token helper: its token signs in; one the server refuses (expired early) makes the service ask it again.
-TEST_F(OAuth2Accounts, ATokenHelperIsAskedAgainWhenTheServerRefusesItsToken) {
-    ASSERT_NO_FATAL_FAILURE(StartServers(kTokenSeconds));
+// Against servers that take tokens by both mechanisms, and by XOAUTH2 alone, as Outlook's IMAP does.
+class OAuth2Mechanisms : public OAuth2Accounts, public ::testing::WithParamInterface<const char*> {};
+
+INSTANTIATE_TEST_SUITE_P(Offered, OAuth2Mechanisms, ::testing::Values("oauthbearer xoauth2", "xoauth2"),
+                         [](const auto& info) {
+                             return std::string(info.param).find(' ') == std::string::npos
+                                        ? std::string("XOAuth2Only")
+                                        : std::string("Both");
+                         });
+
+TEST_P(OAuth2Mechanisms, ATokenHelperIsAskedAgainWhenTheServerRefusesItsToken) {
+    ASSERT_NO_FATAL_FAILURE(StartServers(kTokenSeconds, GetParam()));
     const fs::path asked = m_dir / "asked";
     WriteOAuth2Profile("store2.oauth2.tokeneval = echo >>'" + asked.string() + "'; " +
                        m_oauth->TokenCommand() + "\n");

@@ -18,6 +18,7 @@
 
 #include "harness/SmtpTestServer.h"
 #include "harness/TestFiles.h"
+#include "mapi/oauth/Endpoints.h"
 #include "mapi/spool/SmtpSettings.h"
 #include "mapi/spool/SmtpSubmission.h"
 
@@ -25,9 +26,11 @@ namespace {
 
 namespace fs = std::filesystem;
 using velmar::mapi::ApplySmtpSetting;
+using velmar::mapi::COAuth2Endpoints;
 using velmar::mapi::CSmtpResult;
 using velmar::mapi::CSmtpSettings;
 using velmar::mapi::EffectiveStartTls;
+using velmar::mapi::EndpointsOf;
 using velmar::mapi::ResolveSmtpPassword;
 using velmar::mapi::SmtpOutcome;
 using velmar::mapi::StartTlsPolicy;
@@ -109,6 +112,23 @@ TEST(SmtpSettings, KeysValuesAndTheStartTlsPolicy) {
         EXPECT_EQ(policyFor(remote), StartTlsPolicy::Required) << remote;
     EXPECT_EQ(policyFor("smtp://127.0.0.1:25", StartTlsPolicy::Required), StartTlsPolicy::Required);
     EXPECT_EQ(policyFor("smtp://mail.example.org", StartTlsPolicy::No), StartTlsPolicy::No);
+
+    // OAuth2: a provider's endpoints and scopes, unless the profile names its own.
+    for (const auto& [key, value] : {std::pair{"smtp.auth", "OAuth2"},
+                                     {"smtp.oauth2.provider", " Microsoft "},
+                                     {"smtp.oauth2.tenant", "contoso.example"},
+                                     {"smtp.oauth2.client_id", "abc"}})
+        EXPECT_TRUE(ApplySmtpSetting(settings, key, value)) << key;
+    EXPECT_FALSE(ApplySmtpSetting(settings, "smtp.oauth2.store", "0"));
+    EXPECT_TRUE(settings.SignsInWithOAuth2());
+    const COAuth2Endpoints microsoft = EndpointsOf(settings.oauth2);
+    EXPECT_EQ(microsoft.tokenUrl, "https://login.microsoftonline.com/contoso.example/oauth2/v2.0/token");
+    EXPECT_NE(microsoft.scope.find("SMTP.Send"), std::string::npos);
+    EXPECT_NE(microsoft.scope.find("offline_access"), std::string::npos);
+    settings.oauth2.provider = "google";
+    settings.oauth2.scope = "eigen";
+    EXPECT_EQ(EndpointsOf(settings.oauth2).deviceUrl, "https://oauth2.googleapis.com/device/code");
+    EXPECT_EQ(EndpointsOf(settings.oauth2).scope, "eigen");
 }
 
 class SmtpPassword : public ::testing::Test {

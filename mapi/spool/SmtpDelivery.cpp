@@ -12,8 +12,6 @@
 namespace velmar::mapi {
 namespace {
 
-constexpr int kAuthenticationFailed = 535;
-
 std::string ReplyText(int code, const std::string& text) {
     return (code ? std::to_string(code) + " " : std::string()) + text;
 }
@@ -42,7 +40,7 @@ public:
                     return result;
                 }
                 sent = SubmitBySmtp(settings, *token.token, from, recipients, mime, &cancel);
-                if (sent.code != kAuthenticationFailed) break;
+                if (!sent.signInRefused) break;
                 ForgetAccessToken(*account);
             }
         } else {

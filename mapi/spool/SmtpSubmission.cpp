@@ -180,6 +180,7 @@ void Classify(const CSmtpTranscript& talk, CURLcode transfer, const char* curlEr
         result.code = reply.code;
         result.text = reply.text;
     };
+    result.signInRefused = transfer == CURLE_LOGIN_DENIED || talk.Auth().code == 535;
     if (talk.Auth().code >= 400) return decide(SmtpOutcome::Temporary, talk.Auth());
     if (talk.Mail().code >= 400)
         return decide(talk.Mail().code == 552 ? SmtpOutcome::Permanent : SmtpOutcome::Temporary, talk.Mail());

@@ -25,6 +25,8 @@ struct CSmtpResult {
     int code = 0;      // the server's reply that decided it; 0 when there was none (no connection, say)
     std::string text;  // the server's own words for it, or libcurl's error text
     std::vector<CRecipientReply> recipients;  // one per recipient, in the caller's order
+    // The server refused our password or token: 535 to AUTH, or an XOAUTH2 error challenge libcurl ends on.
+    bool signInRefused = false;
 };
 
 // A reply about our account rather than the message or a recipient: a log-on wanted (530), too weak (534)

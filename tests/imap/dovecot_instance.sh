@@ -12,8 +12,9 @@
 #   trimmed          only IMAP4rev1 and LITERAL+ announced (no IDLE, MOVE, UIDPLUS, CONDSTORE, SPECIAL-USE,
 #                    NAMESPACE), separator "/", no folders marked or made
 #   no-create        as the default, but no folder can be made (the mail folder is not the mail user's)
-# DOVECOT_OAUTH2_URL (an RFC 7662 introspection endpoint) makes it take OAuth2 access tokens too, by SASL
-# OAUTHBEARER and XOAUTH2, and offer its SASL to a Postfix on port + 2.
+# DOVECOT_OAUTH2_URL (an RFC 7662 introspection endpoint) makes it take OAuth2 access tokens too, by the SASL
+# mechanisms of DOVECOT_OAUTH2_MECHANISMS (default "oauthbearer xoauth2"), and offer its SASL to a Postfix on
+# port + 2.
 set -euo pipefail
 command=$1 folder=$(realpath -m "$2")
 conf=$folder/conf
@@ -66,10 +67,11 @@ mechanisms='plain login'
 oauth2_passdb=
 sasl_listener=
 if [ -n "${DOVECOT_OAUTH2_URL:-}" ]; then
-    mechanisms='plain login oauthbearer xoauth2'
+    oauth2_mechanisms=${DOVECOT_OAUTH2_MECHANISMS:-oauthbearer xoauth2}
+    mechanisms="plain login $oauth2_mechanisms"
     oauth2_passdb="passdb {
   driver = oauth2
-  mechanisms = xoauth2 oauthbearer
+  mechanisms = $oauth2_mechanisms
   args = $conf/dovecot-oauth2.conf.ext
 }"
     sasl_listener="  inet_listener sasl {
