@@ -1,27 +1,10 @@
 #include "mapi/imap/ImapSasl.h"
 
-#include <algorithm>
-#include <cstdint>
-#include <string_view>
-
 #include "mapi/imap/ImapLibetpan.h"
+#include "mapi/mime/Base64.h"
 
 namespace velmar::mapi {
 namespace {
-
-std::string Base64(std::string_view bytes) {
-    static constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string out;
-    out.reserve((bytes.size() + 2) / 3 * 4);
-    for (size_t i = 0; i < bytes.size(); i += 3) {
-        const size_t n = std::min<size_t>(3, bytes.size() - i);
-        std::uint32_t group = 0;
-        for (size_t k = 0; k < 3; ++k)
-            group = (group << 8) | (k < n ? static_cast<unsigned char>(bytes[i + k]) : 0u);
-        for (size_t k = 0; k < 4; ++k) out += k <= n ? kAlphabet[(group >> (18 - 6 * k)) & 63] : '=';
-    }
-    return out;
-}
 
 // A user name inside the GS2 header: "," and "=" are written as =2C and =3D (RFC 5801).
 std::string SaslName(const std::string& user) {
@@ -61,7 +44,7 @@ EBearerOutcome AuthenticateWithBearer(mailimap* session, const std::string& user
         mechanism.clear();
         return EBearerOutcome::NoMechanism;
     }
-    const std::string encoded = Base64(response);
+    const std::string encoded = Base64Encode(response);
     const bool initialResponse = mailimap_has_extension(session, "SASL-IR");
     if (mailimap_send_current_tag(session) != MAILIMAP_NO_ERROR ||
         !Send(session, "AUTHENTICATE " + mechanism + (initialResponse ? " " + encoded : "") + "\r\n"))

@@ -1,5 +1,6 @@
 #include "mapi/mime/Base64.h"
 
+#include <algorithm>
 #include <array>
 
 namespace velmar::mapi {
@@ -82,6 +83,27 @@ void CBase64Decoder::Finish(std::string& out) {
     const size_t start = out.size();
     out.resize(start + 2);
     out.resize(static_cast<size_t>(FinishInto(out.data() + start) - out.data()));
+}
+
+std::string Base64Encode(std::string_view bytes, EBase64Alphabet alphabet) {
+    const char* const characters = alphabet == EBase64Alphabet::Url
+                                       ? "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_"
+                                       : "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string out;
+    out.reserve((bytes.size() + 2) / 3 * 4);
+    for (size_t i = 0; i < bytes.size(); i += 3) {
+        const size_t n = std::min<size_t>(3, bytes.size() - i);
+        std::uint32_t group = 0;
+        for (size_t k = 0; k < 3; ++k)
+            group = (group << 8) | (k < n ? static_cast<unsigned char>(bytes[i + k]) : 0u);
+        for (size_t k = 0; k < 4; ++k) {
+            if (k <= n)
+                out += characters[(group >> (18 - 6 * k)) & 63];
+            else if (alphabet == EBase64Alphabet::Standard)
+                out += '=';
+        }
+    }
+    return out;
 }
 
 }  // namespace velmar::mapi

@@ -1,4 +1,5 @@
-// Base64 as mail carries it (RFC 2045): decoded piece by piece, leniently, and never short.
+// Base64 as mail carries it (RFC 2045): decoded piece by piece, leniently, and never short; and encoded in
+// one line, for SASL and OAuth2.
 #pragma once
 
 #include <cstdint>
@@ -23,5 +24,13 @@ private:
     std::uint32_t m_bits = 0;
     int m_count = 0;  // characters in the current group
 };
+
+enum class EBase64Alphabet {
+    Standard,  // RFC 4648 section 4, padded with "="
+    Url,       // RFC 4648 section 5, without padding (PKCE, RFC 7636)
+};
+
+// bytes in one line of base64, without line breaks.
+std::string Base64Encode(std::string_view bytes, EBase64Alphabet alphabet = EBase64Alphabet::Standard);
 
 }  // namespace velmar::mapi

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <map>
+#include <memory>
 #include <mutex>
 
 #include "mapi/oauth/Endpoints.h"
@@ -55,12 +56,10 @@ void KeepSecretsInMemory() {
 class CTokenCache {
 public:
     CAccessToken Current(const COAuth2Account& account, const std::string& profileFile) {
-        // One request at a time: two refreshes with one refresh token would spend it twice, and a server
-        // that rotates refresh tokens takes only the first.
-        std::lock_guard lock(m_lock);
-        if (const auto found = m_tokens.find(account.tokenKey);
-            found != m_tokens.end() && StillGood(found->second))
-            return {found->second.token, {}, false};
+        // One request per account at a time: two refreshes with one refresh token would spend it twice, and
+        // a server that rotates refresh tokens takes only the first. Other accounts do not wait for it.
+        std::lock_guard accountLock(AccountLock(account.tokenKey));
+        if (std::optional<std::string> kept = Kept(account.tokenKey)) return {std::move(kept), {}, false};
         CAccessToken fresh =
             account.tokenEval.empty() ? Refreshed(account) : FromCommand(account, profileFile);
         if (fresh.token) KeepSecretsInMemory();
@@ -73,6 +72,25 @@ public:
     }
 
 private:
+    std::mutex& AccountLock(const std::string& key) {
+        std::lock_guard lock(m_lock);
+        std::unique_ptr<std::mutex>& held = m_accountLocks[key];
+        if (!held) held = std::make_unique<std::mutex>();
+        return *held;
+    }
+
+    std::optional<std::string> Kept(const std::string& key) {
+        std::lock_guard lock(m_lock);
+        const auto found = m_tokens.find(key);
+        if (found == m_tokens.end() || !StillGood(found->second)) return std::nullopt;
+        return found->second.token;
+    }
+
+    void Keep(const std::string& key, CKeptToken kept) {
+        std::lock_guard lock(m_lock);
+        m_tokens[key] = std::move(kept);
+    }
+
     CAccessToken FromCommand(const COAuth2Account& account, const std::string& profileFile) {
         CAccessToken result;
         result.token =
@@ -81,7 +99,7 @@ private:
             result.token.reset();
             result.error = "oauth2.tokeneval gab kein Token aus";
         }
-        if (result.token) m_tokens[account.tokenKey] = CKeptToken{*result.token};
+        if (result.token) Keep(account.tokenKey, CKeptToken{*result.token});
         return result;
     }
 
@@ -131,13 +149,14 @@ private:
         kept.gotWall = WallSeconds();
         kept.renewBoot = BootSeconds() + answer.expiresIn - early;
         kept.renewWall = kept.gotWall + answer.expiresIn - early;
-        m_tokens[account.tokenKey] = kept;
+        Keep(account.tokenKey, kept);
         result.token = answer.accessToken;
         return result;
     }
 
-    std::mutex m_lock;
+    std::mutex m_lock;  // over the two maps
     std::map<std::string, CKeptToken> m_tokens;
+    std::map<std::string, std::unique_ptr<std::mutex>> m_accountLocks;
 };
 
 CTokenCache& Cache() {

@@ -19,6 +19,7 @@
 #include <cstdlib>
 #include <map>
 
+#include "mapi/mime/Base64.h"
 #include "mapi/oauth/Endpoints.h"
 #include "mapi/oauth/RefreshTokens.h"
 #include "mapi/oauth/TokenRequest.h"
@@ -36,22 +37,10 @@ constexpr char kPage[] =
     "<!DOCTYPE html><html lang=\"de\"><head><title>VelmarTaskScheduler</title></head><body>"
     "<p>Die Anmeldung ist angekommen. Sie können dieses Fenster schließen.</p></body></html>";
 
-std::string Base64Url(const unsigned char* bytes, size_t size) {
-    static constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
-    std::string out;
-    for (size_t i = 0; i < size; i += 3) {
-        const size_t n = std::min<size_t>(3, size - i);
-        std::uint32_t group = 0;
-        for (size_t k = 0; k < 3; ++k) group = (group << 8) | (k < n ? bytes[i + k] : 0u);
-        for (size_t k = 0; k <= n; ++k) out += kAlphabet[(group >> (18 - 6 * k)) & 63];
-    }
-    return out;
-}
-
 bool RandomText(size_t bytes, std::string& text) {
     std::string random(bytes, '\0');
     if (getrandom(random.data(), bytes, 0) != static_cast<ssize_t>(bytes)) return false;
-    text = Base64Url(reinterpret_cast<const unsigned char*>(random.data()), bytes);
+    text = Base64Encode(random, EBase64Alphabet::Url);
     return true;
 }
 
@@ -59,7 +48,8 @@ bool RandomText(size_t bytes, std::string& text) {
 std::string Challenge(const std::string& verifier) {
     unsigned char digest[32];
     gnutls_hash_fast(GNUTLS_DIG_SHA256, verifier.data(), verifier.size(), digest);
-    return Base64Url(digest, sizeof digest);
+    return Base64Encode(std::string_view(reinterpret_cast<const char*>(digest), sizeof digest),
+                        EBase64Alphabet::Url);
 }
 
 std::string Escaped(const std::string& text) {
