@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds both targets and runs every test: the release program with a smoke test of
-# the run command, Linux (plain, ASan/UBSan, ThreadSanitizer, fuzzers) with ctest, and the Windows build under
-# Wine in a fresh prefix. Exits non-zero when anything fails.
+# the run command, the Debian package and its checks, Linux (plain, ASan/UBSan, ThreadSanitizer, fuzzers) with
+# ctest, and the Windows build under Wine in a fresh prefix. Exits non-zero when anything fails.
 set -uo pipefail
 cd "$(dirname "$0")/.."
 
@@ -67,6 +67,20 @@ if cmake --preset release >/dev/null && cmake --build --preset release; then
     fi
 else
     failed_steps+=("release build")
+fi
+
+# The Debian package as the package command builds it (the package preset), then checked as a user's machine
+# would take it.
+echo "==== package: build and check (at $(elapsed))"
+if bash scripts/package.sh; then
+    if bash tests/package/check_package.sh build/packages/velmartaskscheduler_*.deb; then
+        passed_total=$((passed_total + 1))
+    else
+        failed_total=$((failed_total + 1))
+        failed_steps+=("package check")
+    fi
+else
+    failed_steps+=("package build")
 fi
 
 for preset in linux linux-asan linux-tsan linux-fuzz windows; do
