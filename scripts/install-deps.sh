@@ -6,7 +6,7 @@ set -euo pipefail
 purpose=${1:-test}
 run_packages=(cmake ninja-build g++ pkg-config libgmime-3.0-dev libcurl4-gnutls-dev qt6-base-dev libxcb1-dev xdg-utils
               qt6-webengine-dev libcups2-dev qt6-translations-l10n libetpan-dev libgnutls28-dev libsecret-1-dev)
-package_packages=("${run_packages[@]}" dpkg-dev lintian desktop-file-utils)
+package_packages=("${run_packages[@]}" dpkg-dev lintian desktop-file-utils g++-mingw-w64-x86-64-posix nsis)
 test_packages=("${package_packages[@]}" libgtest-dev googletest clang libclang-rt-14-dev
                g++-mingw-w64-x86-64-posix wine64 python3-aiosmtpd openssl postfix curl
                xvfb xauth trayer xdotool xclip x11-utils imagemagick cups printer-driver-cups-pdf poppler-utils

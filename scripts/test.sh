@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds both targets and runs every test: the release program with a smoke test of
-# the run command, the Debian package and its checks, Linux (plain, ASan/UBSan, ThreadSanitizer, fuzzers) with
+# the run command, the Debian package and the Windows installer with their checks, Linux (plain, ASan/UBSan, ThreadSanitizer, fuzzers) with
 # ctest, and the Windows build under Wine in a fresh prefix. Exits non-zero when anything fails.
 set -uo pipefail
 cd "$(dirname "$0")/.."
@@ -69,16 +69,20 @@ else
     failed_steps+=("release build")
 fi
 
-# The Debian package as the package command builds it (the package preset), then checked as a user's machine
-# would take it.
-echo "==== package: build and check (at $(elapsed))"
+# The packages as the package command builds them, each checked as a user's machine would take it: the Debian
+# package, and the Windows installer under Wine (screenshots of its pages under build/windows/screenshots/).
+echo "==== packages: build and check (at $(elapsed))"
 if bash scripts/package.sh; then
-    if bash tests/package/check_package.sh build/packages/velmartaskscheduler_*.deb; then
-        passed_total=$((passed_total + 1))
-    else
-        failed_total=$((failed_total + 1))
-        failed_steps+=("package check")
-    fi
+    for check in "tests/package/check_package.sh build/packages/velmartaskscheduler_*.deb" \
+                 "tests/package/check_windows_installer.sh build/packages/VelmarTaskScheduler-*-installer.exe build/windows/screenshots"; do
+        # shellcheck disable=SC2086 # the package names are globs
+        if bash $check; then
+            passed_total=$((passed_total + 1))
+        else
+            failed_total=$((failed_total + 1))
+            failed_steps+=("package check ${check%% *}")
+        fi
+    done
 else
     failed_steps+=("package build")
 fi
