@@ -12,7 +12,10 @@ wine=$(command -v wine64 || echo /usr/lib/wine/wine64)
 wineserver=$(dirname "$wine")/wineserver
 [ -x "$wineserver" ] || wineserver=$(command -v wineserver)
 export WINEDEBUG=-all
-work=$(mktemp -d)
+# The fresh prefixes live in the build folder, beside the screenshots, and go when the check is done.
+work=$(dirname "$shots")/installer-check
+rm -rf "$work"
+mkdir -p "$work"
 trap '"$wineserver" -k 2>/dev/null; rm -rf "$work"' EXIT
 failures=0
 fail() {
