@@ -1,4 +1,3 @@
-#include <limits.h>
 #include <malloc.h>
 #include <unistd.h>
 
@@ -7,6 +6,7 @@
 #include <string>
 
 #include "app/Application.h"
+#include "support/IniPlatform.h"
 #include "support/Utf8.h"
 
 namespace {
@@ -14,10 +14,7 @@ namespace {
 // --authorize <name>: the one-time OAuth2 sign-in is velmar-authorize's, beside this program; the service
 // itself never asks the user anything.
 int Authorize(char** argv) {
-    char self[PATH_MAX];
-    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
-    std::string helper = length > 0 ? std::string(self, static_cast<size_t>(length)) : std::string(argv[0]);
-    helper = helper.substr(0, helper.rfind('/') + 1) + "velmar-authorize";
+    std::string helper = velmar::WideToUtf8(velmar::ini::ExecutableDirectory()) + "/velmar-authorize";
     char* arguments[] = {helper.data(), argv[2], nullptr};
     execv(helper.c_str(), arguments);
     std::perror(helper.c_str());

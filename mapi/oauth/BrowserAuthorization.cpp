@@ -15,11 +15,11 @@
 #include <cctype>
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <map>
 
 #include "mapi/mime/Base64.h"
+#include "mapi/oauth/CurlTransfer.h"
 #include "mapi/oauth/Endpoints.h"
 #include "mapi/oauth/RefreshTokens.h"
 #include "mapi/oauth/TokenRequest.h"
@@ -50,20 +50,6 @@ std::string Challenge(const std::string& verifier) {
     gnutls_hash_fast(GNUTLS_DIG_SHA256, verifier.data(), verifier.size(), digest);
     return Base64Encode(std::string_view(reinterpret_cast<const char*>(digest), sizeof digest),
                         EBase64Alphabet::Url);
-}
-
-std::string Escaped(const std::string& text) {
-    std::string out;
-    for (const unsigned char c : text) {
-        if (std::isalnum(c) || c == '-' || c == '.' || c == '_' || c == '~') {
-            out += static_cast<char>(c);
-        } else {
-            char hex[4];
-            std::snprintf(hex, sizeof hex, "%%%02X", c);
-            out += hex;
-        }
-    }
-    return out;
 }
 
 std::string Unescaped(std::string_view text) {
@@ -177,9 +163,9 @@ bool AuthorizeInBrowser(const COAuth2Account& account, const std::function<void(
     const std::string redirect = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/";
     std::string url =
         endpoints.authorizeUrl + (endpoints.authorizeUrl.find('?') == std::string::npos ? "?" : "&") +
-        "response_type=code&client_id=" + Escaped(account.clientId) + "&redirect_uri=" + Escaped(redirect) +
-        "&scope=" + Escaped(endpoints.scope) + "&state=" + state + "&code_challenge=" + Challenge(verifier) +
-        "&code_challenge_method=S256";
+        "response_type=code&client_id=" + UrlEncoded(account.clientId) +
+        "&redirect_uri=" + UrlEncoded(redirect) + "&scope=" + UrlEncoded(endpoints.scope) +
+        "&state=" + state + "&code_challenge=" + Challenge(verifier) + "&code_challenge_method=S256";
     // Google hands out a refresh token only when asked for offline access.
     if (account.provider == "google") url += "&access_type=offline&prompt=consent";
     say("Anmeldung für " + account.signInName + ": öffnen Sie im Browser " + url);

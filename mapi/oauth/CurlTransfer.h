@@ -5,6 +5,7 @@
 #include <curl/curl.h>
 
 #include <memory>
+#include <string>
 
 namespace velmar::mapi {
 
@@ -19,6 +20,9 @@ using CStringList = std::unique_ptr<curl_slist, CListDeleter>;
 
 // curl_global_init, once per process, before the first handle.
 void InitializeCurl();
+
+// text percent-encoded for a URL's query or a form (RFC 3986 unreserved characters stay).
+std::string UrlEncoded(const std::string& text);
 
 // Sets options one after the other and keeps the first refusal, so one check after them all will do.
 class COptionSetter {

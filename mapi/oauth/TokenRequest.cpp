@@ -19,14 +19,10 @@ size_t KeepAnswer(char* bytes, size_t size, size_t count, void* data) {
     return size * count;
 }
 
-std::string Encoded(CURL* easy, const CFormFields& fields) {
+std::string Encoded(const CFormFields& fields) {
     std::string form;
-    for (const auto& [name, value] : fields) {
-        char* escaped = curl_easy_escape(easy, value.c_str(), static_cast<int>(value.size()));
-        if (!escaped) return {};
-        form += (form.empty() ? "" : "&") + name + "=" + escaped;
-        curl_free(escaped);
-    }
+    for (const auto& [name, value] : fields)
+        form += (form.empty() ? "" : "&") + name + "=" + UrlEncoded(value);
     return form;
 }
 
@@ -54,7 +50,7 @@ CTokenAnswer PostTokenForm(const std::string& url, const CFormFields& fields) {
         answer.problem = "libcurl kann keine Anfrage beginnen";
         return answer;
     }
-    const std::string form = Encoded(easy.get(), fields);
+    const std::string form = Encoded(fields);
     std::string body;
     char error[CURL_ERROR_SIZE] = {};
     CStringList headers(curl_slist_append(nullptr, "Accept: application/json"));
